@@ -1,0 +1,30 @@
+# What every target is built with. Warnings are errors.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+add_library(project_options INTERFACE)
+target_include_directories(project_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(project_options INTERFACE
+  -Wall -Wextra -Wpedantic -Werror
+  -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wcast-qual
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference -Wimplicit-fallthrough
+  -Wformat=2 -Wundef)
+
+# Given to the whole build, so that no two halves of it disagree.
+if(SANITIZE)
+  list(JOIN SANITIZE "," sanitizers)
+  add_compile_options(-fsanitize=${sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${sanitizers})
+  if("thread" IN_LIST SANITIZE)
+    add_compile_definitions(QUENMOOR_THREAD_SANITIZER=1)
+    # GCC warns that thread fences are not seen by the sanitizer; the code has none of its own.
+    target_compile_options(project_options INTERFACE -Wno-tsan)
+  endif()
+endif()
+
+if(COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
