@@ -1,0 +1,75 @@
+#include "base/log.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+
+namespace quenmoor {
+namespace {
+
+class StandardSink : public LogSink {
+public:
+    StandardSink() { openlog(nullptr, LOG_PERROR | LOG_PID, LOG_USER); }
+
+    void systemLine(std::string_view line) override
+    {
+        syslog(LOG_INFO, "%s", printable(line).c_str());
+    }
+
+    void outputLine(std::string_view line) override
+    {
+        std::string whole(line);
+        whole += '\n';
+        std::fwrite(whole.data(), 1, whole.size(), stdout);
+        std::fflush(stdout);
+    }
+};
+
+// Never destroyed: threads that outlive main may still log.
+LogSink& standardSink()
+{
+    static auto* const sink = new StandardSink;
+    return *sink;
+}
+
+std::atomic<LogSink*> chosenSink{nullptr};
+
+LogSink& currentSink()
+{
+    LogSink* const sink = chosenSink.load();
+    return sink != nullptr ? *sink : standardSink();
+}
+
+} // namespace
+
+LogSink* setLogSink(LogSink* sink)
+{
+    return chosenSink.exchange(sink);
+}
+
+void writeSystemLine(std::string_view line)
+{
+    currentSink().systemLine(line);
+}
+
+void logOutput(std::string_view line)
+{
+    currentSink().outputLine(line);
+}
+
+std::string printable(std::string_view line)
+{
+    std::string text(line);
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char c) {
+            const auto byte = static_cast<unsigned char>(c);
+            return (byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7F;
+        },
+        '?');
+    return text;
+}
+
+} // namespace quenmoor

@@ -1,0 +1,33 @@
+// Small rules for text that comes from outside: numbers, encodings, percent signs.
+//
+// File names are bytes on this system. Nothing here assumes that they are UTF-8;
+// only displayText() makes them so, and what it returns is for showing only.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace quenmoor {
+
+// The integer that `text` begins with: white space is skipped, one sign is taken, then decimal
+// digits up to the first other character. 0 when there is no digit; a value beyond the type's
+// range becomes its largest or smallest value.
+std::int32_t leadingInt32(std::string_view text);
+std::int64_t leadingInt64(std::string_view text);
+
+// Every byte outside the query characters of RFC 3986 (section 3.4) becomes "%" and two
+// upper-case hexadecimal digits. "&", "=", "+" and "?" are query characters and stay.
+std::string percentEncodeQuery(std::string_view bytes);
+
+// Takes each "%" with two hexadecimal digits back to its byte; any other "%" stays as it is.
+std::string percentDecode(std::string_view text);
+
+// True when `bytes` is well-formed UTF-8: no overlong form, no surrogate, nothing past U+10FFFF.
+bool isUtf8(std::string_view bytes);
+
+// `bytes` with every ill-formed part replaced by U+FFFD, one for each maximal part as the
+// Unicode standard recommends (section 3.9).
+std::string displayText(std::string_view bytes);
+
+} // namespace quenmoor
