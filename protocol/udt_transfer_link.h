@@ -1,0 +1,33 @@
+// The transfer link over real UDT.
+#pragma once
+
+#include "protocol/transfer_link.h"
+
+namespace quenmoor {
+
+// The transfer server listens here unless a link is told otherwise.
+inline constexpr std::uint16_t kTransferPort = 65000;
+
+// Used by one thread at a time. The library is started by the first attempt and stays started.
+class UdtTransferLink : public TransferLink {
+public:
+    // `host` is a name or an IPv4 address; it is looked up anew in every attempt.
+    UdtTransferLink(std::string host, std::uint16_t port);
+
+    bool connectAndSendRequest(std::int32_t& connectSocket, const std::string& text) override;
+    bool rendezvousWithServer(std::int32_t connectSocket, std::int32_t& rendezvousSocket) override;
+    bool sendString(std::int32_t socket, const std::string& text) override;
+    std::string receiveString(std::int32_t socket) override;
+    std::int32_t send(std::int32_t socket, std::span<const char> block) override;
+    std::optional<std::int32_t> unacknowledged(std::int32_t socket) override;
+    std::optional<std::int32_t> socketState(std::int32_t socket) override;
+    std::string lastErrorMessage() override;
+    void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) override;
+
+private:
+    // Set once at construction.
+    const std::string host_;
+    const std::string port_;
+};
+
+} // namespace quenmoor

@@ -1,0 +1,65 @@
+#include "protocol/xml_parser.h"
+
+#include "base/log.h"
+
+#include <expat.h>
+
+#include <memory>
+
+namespace quenmoor {
+namespace {
+
+// Sixteen times what one receive can deliver.
+constexpr std::size_t kMostText = 1U << 20U;
+
+using ParserHandle = std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)>;
+
+} // namespace
+
+struct XMLparser::Handlers {
+    XMLparser& reader;
+    XML_Parser parser;
+
+    static void startElement(void* self, const XML_Char* name, const XML_Char** /*attributes*/)
+    {
+        logSystem("XML element found: {}", name);
+        static_cast<Handlers*>(self)->reader.currentTag_ = name;
+    }
+
+    static void characterData(void* self, const XML_Char* data, int length)
+    {
+        auto& [reader, parser] = *static_cast<Handlers*>(self);
+        const std::string_view piece(data, static_cast<std::size_t>(length));
+        logSystem("XML text content: {}", piece);
+        reader.gathered_ += piece.size();
+        if (reader.gathered_ > kMostText) {
+            XML_StopParser(parser, XML_FALSE);
+            return;
+        }
+        reader.dictionary_[reader.currentTag_] += piece;
+    }
+};
+
+XMLparser::XMLparser(std::string_view text)
+{
+    logSystem("XML document begins.");
+    const ParserHandle parser(XML_ParserCreate("UTF-8"), &XML_ParserFree);
+    if (parser != nullptr) {
+        Handlers handlers{*this, parser.get()};
+        XML_SetUserData(parser.get(), &handlers);
+        XML_SetStartElementHandler(parser.get(), &Handlers::startElement);
+        XML_SetCharacterDataHandler(parser.get(), &Handlers::characterData);
+        if (XML_Parse(parser.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) ==
+            XML_STATUS_OK)
+            logSystem("XML document ends.");
+    }
+    logSystem("Parser finished. Dictionary size: {}", dictionary_.size());
+}
+
+const std::string* XMLparser::find(std::string_view name) const
+{
+    const auto entry = dictionary_.find(name);
+    return entry != dictionary_.end() ? &entry->second : nullptr;
+}
+
+} // namespace quenmoor
