@@ -1,0 +1,77 @@
+#include "queue/upload_queues.h"
+
+#include "base/log.h"
+#include "base/text.h"
+
+#include <system_error>
+
+namespace quenmoor {
+namespace {
+
+// Nothing unless `path` leads to a plain file: the library reports folders, pipes and devices as
+// errors, like a file that cannot be found.
+std::optional<std::int64_t> plainFileSize(const std::filesystem::path& path)
+{
+    std::error_code failed;
+    const std::uintmax_t size = std::filesystem::file_size(path, failed);
+    if (failed)
+        return std::nullopt;
+    return static_cast<std::int64_t>(size);
+}
+
+} // namespace
+
+void UploadQueues::addFiles(std::span<const FileUrl> files)
+{
+    for (const FileUrl& file : files) {
+        if (const auto size = plainFileSize(file.path()))
+            fileQueue_.emplace_back(file, *size);
+    }
+    logSystem("Number of files in file queue: {}", fileQueue_.size());
+}
+
+bool UploadQueues::acceptToken(std::optional<std::string> token)
+{
+    if (fileQueue_.empty())
+        return false;
+    InfoContainer head = std::move(fileQueue_.front());
+    fileQueue_.pop_front();
+    head.setToken(std::move(token));
+    TableContainer row(displayText(head.file().filename()), "Queued", 0);
+
+    const std::lock_guard lock(uploadMutex_);
+    tableList_.addObject(std::move(row));
+    uploadQueue_.push_back(std::move(head));
+    return true;
+}
+
+bool UploadQueues::cancelHead()
+{
+    if (fileQueue_.empty())
+        return false;
+    fileQueue_.pop_front();
+    return true;
+}
+
+std::optional<InfoContainer> UploadQueues::uploadHead() const
+{
+    const std::lock_guard lock(uploadMutex_);
+    if (uploadQueue_.empty())
+        return std::nullopt;
+    return uploadQueue_.front();
+}
+
+std::size_t UploadQueues::uploadCount() const
+{
+    const std::lock_guard lock(uploadMutex_);
+    return uploadQueue_.size();
+}
+
+void UploadQueues::removeUploadHead()
+{
+    const std::lock_guard lock(uploadMutex_);
+    if (!uploadQueue_.empty())
+        uploadQueue_.pop_front();
+}
+
+} // namespace quenmoor
