@@ -1,0 +1,41 @@
+#include "engine/existing_file.h"
+
+namespace quenmoor {
+
+Alert existingFileAlert(const ResponseContainer& response)
+{
+    const std::string sameness = response.equal() ? "the same" : "different";
+    const std::string completeness = response.complete() ? "complete" : "incomplete";
+
+    Alert alert;
+    alert.messageText = "File Exists";
+    alert.informativeText = "A previous file for this upload has been found on Quenmoor Transfer "
+                            "server.\nThe file appears to be " +
+                            sameness + " and the upload was " + completeness + ".";
+    alert.buttons = {"Cancel", "Overwrite"};
+    if (response.equal() && !response.complete())
+        alert.buttons.emplace_back("Resume");
+    return alert;
+}
+
+std::int32_t choiceForButton(std::int32_t answer)
+{
+    switch (answer) {
+    case kThirdButton: return kResume;
+    case kSecondButton: return kOverwrite;
+    default: return kCancel;
+    }
+}
+
+ConfirmContainer confirmationFor(std::int32_t choice)
+{
+    switch (choice) {
+    case kResume:
+    case kNotAsked: return {true, false};
+    // The server takes "resume" as "go on with this upload"; only a cancellation leaves it out.
+    case kOverwrite: return {true, true};
+    default: return {false, false};
+    }
+}
+
+} // namespace quenmoor
