@@ -1,0 +1,84 @@
+#include "cli/interrupts.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
+namespace quenmoor {
+namespace {
+
+constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
+
+std::atomic<int> signalPipe{-1};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+// One byte of a pipe that nobody fills: the write neither blocks nor matters when it fails.
+void writeByte(int pipe, int value)
+{
+    const auto byte = static_cast<unsigned char>(value);
+    [[maybe_unused]] const ssize_t written = write(pipe, &byte, 1);
+}
+
+extern "C" void onSignal(int number)
+{
+    const int before = errno;
+    writeByte(signalPipe, number);
+    errno = before;
+}
+
+void setHandler(int number, void (*handler)(int))
+{
+    struct sigaction action {};
+    action.sa_handler = handler;
+    // The second signal of a kind finds the default again: it kills.
+    action.sa_flags = handler == SIG_DFL ? 0 : static_cast<int>(SA_RESETHAND);
+    sigemptyset(&action.sa_mask);
+    sigaction(number, &action, nullptr);
+}
+
+} // namespace
+
+Interrupts::Interrupts()
+{
+    std::array<int, 2> ends{-1, -1};
+    if (pipe(ends.data()) != 0)
+        return; // without a pipe, signals keep their default: they kill
+    readEnd_ = ends[0];
+    writeEnd_ = ends[1];
+    fcntl(readEnd_, F_SETFD, FD_CLOEXEC);
+    fcntl(writeEnd_, F_SETFD, FD_CLOEXEC);
+    fcntl(writeEnd_, F_SETFL, O_NONBLOCK);
+    signalPipe = writeEnd_;
+    for (const int number : kSignals)
+        setHandler(number, onSignal);
+}
+
+Interrupts::~Interrupts()
+{
+    for (const int number : kSignals)
+        setHandler(number, SIG_DFL);
+    signalPipe = -1;
+    close(readEnd_);
+    close(writeEnd_);
+}
+
+int Interrupts::wait()
+{
+    unsigned char number = 0;
+    ssize_t got = 0;
+    do {
+        got = read(readEnd_, &number, 1);
+    } while (got < 0 && errno == EINTR);
+    return number;
+}
+
+void Interrupts::wake()
+{
+    writeByte(writeEnd_, 0);
+}
+
+} // namespace quenmoor

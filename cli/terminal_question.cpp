@@ -1,0 +1,133 @@
+#include "cli/terminal_question.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+
+namespace quenmoor {
+namespace {
+
+constexpr std::int32_t kOtherWayOut = 0;
+constexpr std::size_t kLongestLine = 256;
+
+std::string lowered(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+std::string trimmed(const std::string& text)
+{
+    const std::size_t begin = text.find_first_not_of(" \t\r");
+    if (begin == std::string::npos)
+        return {};
+    return text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
+}
+
+std::string prompt(const std::vector<std::string>& buttons)
+{
+    std::string text;
+    for (std::size_t i = 0; i < buttons.size(); ++i)
+        text += fmt::format("{}[{}] {}", i > 0 ? "   " : "", i + 1, buttons[i]);
+    return text + ": ";
+}
+
+} // namespace
+
+std::optional<std::int32_t> buttonFor(const std::string& line,
+                                      const std::vector<std::string>& buttons)
+{
+    const std::string answer = lowered(trimmed(line));
+    if (answer.empty())
+        return std::nullopt;
+    std::optional<std::int32_t> meant;
+    for (std::size_t i = 0; i < buttons.size(); ++i) {
+        if (answer != std::to_string(i + 1) && !lowered(buttons[i]).starts_with(answer))
+            continue;
+        if (meant)
+            return std::nullopt;
+        meant = kFirstButton + static_cast<std::int32_t>(i);
+    }
+    return meant;
+}
+
+TerminalQuestion::TerminalQuestion(int in, int out) : in_(in), out_(out)
+{
+    std::array<int, 2> ends{-1, -1};
+    if (pipe(ends.data()) != 0)
+        return; // then a question that stands ends with its answer only
+    wakeRead_ = ends[0];
+    wakeWrite_ = ends[1];
+    fcntl(wakeRead_, F_SETFD, FD_CLOEXEC);
+    fcntl(wakeWrite_, F_SETFD, FD_CLOEXEC);
+}
+
+TerminalQuestion::~TerminalQuestion()
+{
+    close(wakeRead_);
+    close(wakeWrite_);
+}
+
+std::optional<std::int32_t> TerminalQuestion::ask(const Alert& alert)
+{
+    say(alert.messageText + "\n" + alert.informativeText + "\n");
+    while (!abandoned_) {
+        say(prompt(alert.buttons));
+        const std::optional<std::string> line = readLine();
+        if (!line && !abandoned_)
+            return kOtherWayOut;
+        if (!line)
+            break;
+        if (const auto button = buttonFor(*line, alert.buttons))
+            return button;
+    }
+    return std::nullopt;
+}
+
+void TerminalQuestion::abandon()
+{
+    if (!abandoned_.exchange(true)) {
+        [[maybe_unused]] const ssize_t written = write(wakeWrite_, "", 1);
+    }
+}
+
+std::optional<std::string> TerminalQuestion::readLine()
+{
+    std::string line;
+    while (true) {
+        std::array<pollfd, 2> waits{pollfd{in_, POLLIN, 0}, pollfd{wakeRead_, POLLIN, 0}};
+        if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR)
+            return std::nullopt;
+        if (abandoned_)
+            return std::nullopt;
+        if (waits[0].revents == 0)
+            continue;
+        char c = 0;
+        if (read(in_, &c, 1) != 1)
+            return std::nullopt;
+        if (c == '\n')
+            return line;
+        if (line.size() < kLongestLine)
+            line += c;
+    }
+}
+
+void TerminalQuestion::say(const std::string& text) const
+{
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = write(out_, text.data() + done, text.size() - done);
+        if (written <= 0)
+            return;
+        done += static_cast<std::size_t>(written);
+    }
+}
+
+} // namespace quenmoor
