@@ -31,6 +31,7 @@ struct AttemptRecord {
     std::atomic<std::int64_t> totalBytes{0}; // size of the file
     std::atomic<double> rate{0};             // MB/s (1048576 bytes) in the last sample
     std::atomic<std::int32_t> samples{0};    // in this attempt; the first one's rate is near 0
+    std::atomic<std::int64_t> fileBytes{0};  // what the link took of this file, in all attempts
 };
 
 } // namespace quenmoor

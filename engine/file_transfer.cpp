@@ -1,6 +1,5 @@
-#include "engine/upload_engine.h"
-
 #include "base/log.h"
+#include "engine/upload_engine.h"
 #include "protocol/finished_container.h"
 
 #include <array>
@@ -42,6 +41,7 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
 
     std::int64_t sent = 0;
     bool confirmed = sendData(file, state, sent);
+    attempt_.fileBytes += sent;
     if (confirmed) {
         logSystem("Exited send data loop.");
         state.stop();

@@ -1,0 +1,55 @@
+// An engine over fakes, run on the test's own thread.
+#pragma once
+
+#include "engine/upload_engine.h"
+#include "tests/fakes/fake_clock.h"
+#include "tests/fakes/fake_transfer_link.h"
+#include "tests/fakes/fake_upload_view.h"
+#include "tests/fakes/quiet_log.h"
+#include "tests/fakes/temp_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+
+namespace quenmoor {
+
+struct EngineFixture : testing::Test {
+    const TempFolder folder;
+    RecordingLog log;
+    UploadQueues queues;
+    FakeTransferLink link;
+    FakeUploadView view;
+    FakeClock clock;
+    UploadEngine engine{queues, link, view, clock};
+
+    EngineFixture() { view.table = &queues.tableList(); }
+
+    // Makes a file of `size` bytes and queues it with a token.
+    std::string queue(const std::string& name, std::size_t size)
+    {
+        std::string content = sampleContent(size);
+        queuePath(folder.file(name, content));
+        return content;
+    }
+
+    void queuePath(const std::filesystem::path& path)
+    {
+        queues.addFiles(std::array{FileUrl::fromPath(path)});
+        ASSERT_TRUE(queues.acceptToken("token"));
+    }
+
+    // The server already holds the first `held` bytes of `content`.
+    void serverHolds(const std::string& name, const std::string& content, std::size_t held)
+    {
+        link.copies[name] = {content.substr(0, held), static_cast<std::int64_t>(content.size())};
+    }
+
+    std::size_t logged(const std::string& line) const
+    {
+        const auto lines = log.system();
+        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+    }
+};
+
+} // namespace quenmoor

@@ -1,0 +1,192 @@
+// A link with a small honest server behind it, which fails where a test says so.
+//
+// The server keeps what it received under the announced name. A broken link loses what was on its
+// way: `lostOnBreak` bytes that the link took never reach the server.
+#pragma once
+
+#include "base/text.h"
+#include "protocol/transfer_link.h"
+
+#include <algorithm>
+#include <deque>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace quenmoor {
+
+enum class LinkFault {
+    None,
+    RefuseConnect,
+    RefuseRendezvous,
+    Silent,       // no response
+    Refuse,       // a response with code 1
+    LoseConfirm,  // the confirmation cannot be sent
+    BreakAfter,   // the link breaks after `bytes` of this attempt
+    NoFinished,   // no closing document
+    SmallFinished // a closing document of one byte less than was sent
+};
+
+struct LinkPlan {
+    LinkFault fault = LinkFault::None;
+    std::int64_t bytes = 0;
+};
+
+class FakeTransferLink : public TransferLink {
+public:
+    struct Copy {
+        std::string bytes;
+        std::int64_t total = 0;
+    };
+
+    // One for each attempt; an attempt without a plan goes well.
+    std::deque<LinkPlan> plans;
+    std::map<std::string, Copy> copies;
+    std::int32_t takeAtMost = 1 << 20; // of one send
+    std::size_t lostOnBreak = 0;
+    std::deque<std::int32_t> unacknowledgedAmounts; // 0 afterwards
+    std::optional<std::int32_t> state = kSocketConnected;
+    std::function<void()> onSend;
+
+    std::vector<std::string> requests;
+    std::vector<std::string> confirmations; // "resume", "overwrite", "cancel"
+    std::vector<std::int64_t> sentPerAttempt;
+    std::set<std::int32_t> openSockets;
+    bool leaked = false; // an attempt began while sockets of an earlier one were open
+    std::size_t emptySends = 0;
+
+    std::size_t attempts() const { return requests.size(); }
+
+    bool connectAndSendRequest(std::int32_t& connectSocket, const std::string& text) override
+    {
+        leaked = leaked || !openSockets.empty();
+        plan_ = plans.empty() ? LinkPlan{} : plans.front();
+        if (!plans.empty())
+            plans.pop_front();
+        requests.push_back(text);
+        sentPerAttempt.push_back(0);
+        responded_ = false;
+        name_ = between(text, "<originFilename>", "</originFilename>");
+        announced_ = leadingInt64(between(text, "<size>", "</size>"));
+        connectSocket = open();
+        return plan_.fault != LinkFault::RefuseConnect;
+    }
+
+    bool rendezvousWithServer(std::int32_t /*connectSocket*/, std::int32_t& socket) override
+    {
+        socket = open();
+        return plan_.fault != LinkFault::RefuseRendezvous;
+    }
+
+    bool sendString(std::int32_t /*socket*/, const std::string& text) override
+    {
+        const bool overwrite = text.find("<overwrite>true") != std::string::npos;
+        const bool resume = text.find("<resume>true") != std::string::npos;
+        confirmations.emplace_back(overwrite ? "overwrite" : resume ? "resume" : "cancel");
+        if (plan_.fault == LinkFault::LoseConfirm)
+            return false;
+        if (overwrite)
+            copies[name_] = {{}, announced_};
+        return true;
+    }
+
+    std::string receiveString(std::int32_t /*socket*/) override
+    {
+        return responded_ ? finished() : response();
+    }
+
+    std::int32_t send(std::int32_t /*socket*/, std::span<const char> block) override
+    {
+        if (onSend)
+            onSend();
+        emptySends += block.empty() ? 1U : 0U;
+        Copy& copy = copies[name_];
+        copy.total = announced_;
+        std::int64_t& sent = sentPerAttempt.back();
+        auto taken = std::min(static_cast<std::int64_t>(block.size()),
+                              static_cast<std::int64_t>(takeAtMost));
+        if (plan_.fault == LinkFault::BreakAfter) {
+            if (sent >= plan_.bytes) {
+                const std::size_t lost = std::min(lostOnBreak, static_cast<std::size_t>(sent));
+                copy.bytes.resize(copy.bytes.size() - lost);
+                return kLinkError;
+            }
+            taken = std::min(taken, plan_.bytes - sent);
+        }
+        copy.bytes.append(block.data(), static_cast<std::size_t>(taken));
+        sent += taken;
+        return static_cast<std::int32_t>(taken);
+    }
+
+    std::optional<std::int32_t> unacknowledged(std::int32_t /*socket*/) override
+    {
+        if (unacknowledgedAmounts.empty())
+            return 0;
+        const std::int32_t amount = unacknowledgedAmounts.front();
+        unacknowledgedAmounts.pop_front();
+        return amount;
+    }
+
+    std::optional<std::int32_t> socketState(std::int32_t /*socket*/) override { return state; }
+    std::string lastErrorMessage() override { return "Connection was broken."; }
+
+    void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) override
+    {
+        openSockets.erase(rendezvousSocket);
+        openSockets.erase(connectSocket);
+    }
+
+private:
+    static std::string between(const std::string& text, const std::string& open,
+                               const std::string& close)
+    {
+        const std::size_t begin = text.find(open) + open.size();
+        return text.substr(begin, text.rfind(close) - begin);
+    }
+
+    std::int32_t open()
+    {
+        openSockets.insert(++lastSocket_);
+        return lastSocket_;
+    }
+
+    std::string response()
+    {
+        responded_ = true;
+        if (plan_.fault == LinkFault::Silent)
+            return {};
+        const auto copy = copies.find(name_);
+        const bool exists = copy != copies.end();
+        const auto held = exists ? static_cast<std::int64_t>(copy->second.bytes.size()) : 0;
+        const std::int64_t total = exists ? copy->second.total : 0;
+        const auto flag = [](const char* name, bool value) {
+            return std::string("<") + name + ">" + (value ? "true" : "false") + "</" + name + ">\n";
+        };
+        return "<ResponseContainer>\n" + flag("exists", exists) +
+               flag("equal", total == announced_) + flag("complete", exists && held == total) +
+               "<size>" + std::to_string(held) + "</size>\n<response>" +
+               (plan_.fault == LinkFault::Refuse ? "1" : "0") + "</response>\n</ResponseContainer>";
+    }
+
+    std::string finished()
+    {
+        if (plan_.fault == LinkFault::NoFinished)
+            return {};
+        auto held = static_cast<std::int64_t>(copies[name_].bytes.size());
+        copies[name_].total = announced_;
+        if (plan_.fault == LinkFault::SmallFinished)
+            --held;
+        return "<FinishedContainer>\n<size>" + std::to_string(held) +
+               "</size>\n</FinishedContainer>";
+    }
+
+    LinkPlan plan_;
+    bool responded_ = false;
+    std::string name_;
+    std::int64_t announced_ = 0;
+    std::int32_t lastSocket_ = 100;
+};
+
+} // namespace quenmoor

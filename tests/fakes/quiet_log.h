@@ -1,0 +1,53 @@
+// Keeps what would be logged, instead of printing it.
+#pragma once
+
+#include "base/log.h"
+
+#include <mutex>
+#include <vector>
+
+namespace quenmoor {
+
+// Takes the log over for as long as it lives.
+class RecordingLog : public LogSink {
+public:
+    RecordingLog() : before_(setLogSink(this)) {}
+    ~RecordingLog() override { setLogSink(before_); }
+
+    void systemLine(std::string_view line) override { keep(system_, line); }
+    void outputLine(std::string_view line) override { keep(output_, line); }
+
+    std::vector<std::string> system() const { return copy(system_); }
+    std::vector<std::string> output() const { return copy(output_); }
+
+private:
+    void keep(std::vector<std::string>& lines, std::string_view line)
+    {
+        const std::lock_guard lock(mutex_);
+        lines.emplace_back(line);
+    }
+    std::vector<std::string> copy(const std::vector<std::string>& lines) const
+    {
+        const std::lock_guard lock(mutex_);
+        return lines;
+    }
+
+    LogSink* const before_;
+    mutable std::mutex mutex_;
+    std::vector<std::string> system_; // guarded by mutex_
+    std::vector<std::string> output_; // guarded by mutex_
+};
+
+// Drops everything, for tests that log by the million.
+class SilentLog : public LogSink {
+public:
+    SilentLog() : before_(setLogSink(this)) {}
+    ~SilentLog() override { setLogSink(before_); }
+    void systemLine(std::string_view /*line*/) override {}
+    void outputLine(std::string_view /*line*/) override {}
+
+private:
+    LogSink* const before_;
+};
+
+} // namespace quenmoor
