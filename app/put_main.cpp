@@ -1,8 +1,26 @@
 // quenmoor-put: the upload engine on the command line.
 #include "cli/put_options.h"
 #include "cli/put_run.h"
+#include "engine/system_clock.h"
+#include "protocol/udt_transfer_link.h"
 
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+// An interrupted run ends within a second, whatever the process hangs on by then.
+void leaveWithinASecond(int status)
+{
+    std::thread([status] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(900));
+        std::_Exit(status);
+    }).detach();
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
@@ -11,5 +29,8 @@ int main(int argc, char** argv)
         std::fputs(exit->text.c_str(), exit->status == 0 ? stdout : stderr);
         return exit->status;
     }
-    return quenmoor::runPut(std::get<quenmoor::PutOptions>(parsed));
+    const auto& options = std::get<quenmoor::PutOptions>(parsed);
+    quenmoor::SystemClock clock;
+    quenmoor::UdtTransferLink link(options.host, options.port);
+    return quenmoor::runPut(options, clock, link, leaveWithinASecond);
 }

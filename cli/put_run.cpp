@@ -10,9 +10,7 @@
 #include "cli/source_file.h"
 #include "cli/terminal_question.h"
 #include "cli/terminal_report.h"
-#include "engine/system_clock.h"
 #include "engine/upload_engine.h"
-#include "protocol/udt_transfer_link.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -27,9 +25,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Together they stay under the second that an interrupted run may still take.
+// Well under the second that an interrupted run may still take.
 constexpr auto kInterruptedPatience = 500ms;
-constexpr auto kLeaveAfter = 900ms;
 // After the last file only the sockets are still to be closed, at 2 seconds each.
 constexpr auto kFinishedPatience = 5s;
 
@@ -55,31 +52,22 @@ std::unique_ptr<PutReport> makeReport(const PutOptions& options)
     return std::make_unique<PlainReport>(stdout);
 }
 
-// Whatever the process hangs on by then, a reader that does not read included.
-void leaveAfter(std::chrono::milliseconds time, int status)
-{
-    std::thread([time, status] {
-        std::this_thread::sleep_for(time);
-        std::_Exit(status);
-    }).detach();
-}
-
 class PutRun {
 public:
-    explicit PutRun(const PutOptions& options)
+    PutRun(const PutOptions& options, Clock& clock, TransferLink& link)
         : options_(options),
           report_(makeReport(options)),
           question_(STDIN_FILENO, STDOUT_FILENO),
-          link_(options.host, options.port),
+          clock_(clock),
           view_(
-              queues_.tableList(), *report_, clock_,
+              queues_.tableList(), *report_, clock,
               [this](const Alert& alert) { return answer(alert); }, [this] { interrupts_.wake(); }),
-          engine_(queues_, link_, view_, clock_)
+          engine_(queues_, link, view_, clock)
     {
         view_.follow(engine_.attempt());
     }
 
-    int run();
+    int run(const OnInterrupt& onInterrupt);
 
 private:
     std::optional<Answer> answer(const Alert& alert);
@@ -94,9 +82,8 @@ private:
     Interrupts interrupts_;
     std::unique_ptr<PutReport> report_;
     TerminalQuestion question_;
-    SystemClock clock_;
+    Clock& clock_;
     UploadQueues queues_;
-    UdtTransferLink link_;
     PutView view_;
     UploadEngine engine_;
 
@@ -109,7 +96,7 @@ private:
     std::size_t unreadable_ = 0;
 };
 
-int PutRun::run()
+int PutRun::run(const OnInterrupt& onInterrupt)
 {
     queueFiles();
     if (sources_.empty())
@@ -117,7 +104,7 @@ int PutRun::run()
     engine_.initiateUpload();
     const int signal = interrupts_.wait();
     if (signal != 0)
-        leaveAfter(kLeaveAfter, kExitSignal + signal);
+        onInterrupt(kExitSignal + signal);
     end(signal);
     return conclude(signal);
 }
@@ -214,12 +201,13 @@ int PutRun::statusOf(const PutTally& tally)
 
 } // namespace
 
-int runPut(const PutOptions& options)
+int runPut(const PutOptions& options, Clock& clock, TransferLink& link,
+           const OnInterrupt& onInterrupt)
 {
     // Never destroyed: a thread that the link still holds may log after this.
     static auto* const log = new PutLogSink(options.output == Output::Json || options.verbose);
     setLogSink(log);
-    return PutRun(options).run();
+    return PutRun(options, clock, link).run(onInterrupt);
 }
 
 } // namespace quenmoor

@@ -22,6 +22,9 @@ public:
     // A steady count; only differences mean anything.
     virtual std::int64_t nanoseconds() const = 0;
 
+    // For whoever ends the program: every rest, running or yet to come, returns false at once.
+    virtual void end() = 0;
+
     [[nodiscard]] bool sleepFor(std::chrono::milliseconds time) { return rest(time, {}); }
 
     // True once the program is ending.

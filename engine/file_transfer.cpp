@@ -65,7 +65,7 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
 
 bool UploadEngine::sendData(std::ifstream& file, ProgressMonitorState& state, std::int64_t& sent)
 {
-    std::array<char, kBlockSize> buffer;
+    std::array<char, kBlockSize> buffer{};
     std::int64_t position = state.bytesSent;
     while (position < state.totalBytes) {
         file.read(buffer.data(), kBlockSize);

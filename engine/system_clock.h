@@ -14,9 +14,7 @@ class SystemClock : public Clock {
 public:
     bool rest(std::chrono::milliseconds time, std::stop_token wake) override;
     std::int64_t nanoseconds() const override;
-
-    // The program is ending: every rest, running or yet to come, returns false at once.
-    void end();
+    void end() override;
 
 private:
     std::atomic<bool> ended_{false}; // written under mutex_, so that no rest misses it

@@ -153,7 +153,7 @@ bool UdtTransferLink::sendString(std::int32_t socket, const std::string& text)
 
 std::string UdtTransferLink::receiveString(std::int32_t socket)
 {
-    std::array<char, kReceiveSize + 1> buffer; // one more for the NUL that ends the text
+    std::array<char, kReceiveSize + 1> buffer{}; // one more for the NUL that ends the text
     const int received = UDT::recv(socket, buffer.data(), kReceiveSize, 0);
     buffer[received == UDT::ERROR ? 0 : static_cast<std::size_t>(received)] = '\0';
     std::string text(buffer.data());

@@ -41,7 +41,7 @@ public:
         return now_;
     }
 
-    void end()
+    void end() override
     {
         const std::lock_guard lock(mutex_);
         ended_ = true;
