@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace quenmoor {
 namespace {
@@ -30,6 +31,12 @@ std::string bar(std::int32_t percent)
     return '[' + std::string(filled, '#') + std::string(kBarCells - filled, '.') + ']';
 }
 
+// The last component is enough on a line of its own.
+std::string nameOf(const PutEvent& event)
+{
+    return shownName(std::filesystem::path(event.file).filename().native());
+}
+
 std::string tryNumber(const PutEvent& event)
 {
     return event.attempt.value_or(1) > 1 ? fmt::format(" (attempt {})", *event.attempt) : "";
@@ -48,8 +55,7 @@ std::string progressLine(const PutEvent& event, const std::string& status, std::
     } else {
         state = status + tryNumber(event);
     }
-    const std::string name =
-        elidedMiddle(shownName(event.file), std::min(kNameColumns, columns / 3));
+    const std::string name = elidedMiddle(nameOf(event), std::min(kNameColumns, columns / 3));
     return elidedMiddle(name + "  " + state, columns > 1 ? columns - 1 : columns);
 }
 
@@ -66,7 +72,7 @@ void TerminalReport::report(const PutEvent& event)
     case PutEventKind::Finished:
     case PutEventKind::Failed:
     case PutEventKind::Cancelled:
-        settle(shownName(event.file) + ": " + oneLine(event.message.value_or("")));
+        settle(nameOf(event) + ": " + oneLine(event.message.value_or("")));
         break;
     case PutEventKind::Summary:
         settle(event.message.value_or(""));
