@@ -1,0 +1,79 @@
+#include "devservice/faults.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace quenmoor {
+namespace {
+
+struct FaultName {
+    std::string_view name;
+    FaultKind kind;
+    std::string_view unit; // empty: takes no value
+    std::int64_t smallest = 0;
+};
+
+constexpr std::array kNames{
+    FaultName{"refuse-rendezvous", FaultKind::RefuseRendezvous, ""},
+    FaultName{"never-answer", FaultKind::NeverAnswer, ""},
+    FaultName{"answer-late", FaultKind::AnswerLate, "MILLISECONDS"},
+    FaultName{"garbage-response", FaultKind::GarbageResponse, ""},
+    FaultName{"cut-off-response", FaultKind::CutOffResponse, ""},
+    FaultName{"drop-after", FaultKind::DropAfter, "BYTES"},
+    FaultName{"stop-reading", FaultKind::StopReading, "BYTES"},
+    FaultName{"slow-reading", FaultKind::SlowReading, "BYTES_A_SECOND", 1},
+    FaultName{"garbage-closing", FaultKind::GarbageClosing, ""},
+    FaultName{"no-closing-document", FaultKind::NoClosingDocument, ""},
+    FaultName{"smaller-final-size", FaultKind::SmallerFinalSize, ""},
+    FaultName{"larger-final-size", FaultKind::LargerFinalSize, ""},
+};
+
+std::optional<std::int64_t> wholeNumber(std::string_view text)
+{
+    std::int64_t value = 0;
+    const auto [rest, failed] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (failed != std::errc() || rest != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+} // namespace
+
+std::optional<Fault> parseFault(std::string_view text)
+{
+    const std::size_t equals = text.find('=');
+    const auto* const known =
+        std::find_if(kNames.begin(), kNames.end(),
+                     [name = text.substr(0, equals)](const auto& k) { return k.name == name; });
+    const bool valued = equals != std::string_view::npos;
+    if (known == kNames.end() || valued == known->unit.empty())
+        return std::nullopt;
+    if (!valued)
+        return Fault{known->kind};
+    const auto value = wholeNumber(text.substr(equals + 1));
+    if (!value || *value < known->smallest)
+        return std::nullopt;
+    return Fault{known->kind, *value};
+}
+
+std::string faultNames()
+{
+    std::string names;
+    for (const FaultName& known : kNames) {
+        names += names.empty() ? "" : ", ";
+        names += known.name;
+        if (!known.unit.empty())
+            names.append("=").append(known.unit);
+    }
+    return names;
+}
+
+const Fault* findFault(const Faults& faults, FaultKind kind)
+{
+    const auto found = std::find_if(faults.begin(), faults.end(),
+                                    [kind](const Fault& fault) { return fault.kind == kind; });
+    return found != faults.end() ? &*found : nullptr;
+}
+
+} // namespace quenmoor

@@ -1,0 +1,97 @@
+#include "devservice/request_reader.h"
+
+#include <charconv>
+#include <string>
+
+namespace quenmoor {
+namespace {
+
+constexpr std::string_view kRequestEnd = "</RequestContainer>";
+constexpr std::string_view kConfirmationEnd = "</ConfirmContainer>";
+
+// Takes the value of the next `element` off the front of `text`, with everything before it.
+std::optional<std::string_view> takeValue(std::string_view& text, const std::string& element)
+{
+    const std::string startTag = "<" + element + ">";
+    const std::string endTag = "</" + element + ">";
+    const std::size_t start = text.find(startTag);
+    if (start == std::string_view::npos)
+        return std::nullopt;
+    const std::size_t from = start + startTag.size();
+    const std::size_t to = text.find(endTag, from);
+    if (to == std::string_view::npos)
+        return std::nullopt;
+    const std::string_view value = text.substr(from, to - from);
+    text.remove_prefix(to + endTag.size());
+    return value;
+}
+
+// The value of `element` from its first start tag to its last end tag.
+std::optional<std::string_view> widestValue(std::string_view text, const std::string& element)
+{
+    const std::string startTag = "<" + element + ">";
+    const std::size_t start = text.find(startTag);
+    const std::size_t to = text.rfind("</" + element + ">");
+    if (start == std::string_view::npos || to == std::string_view::npos ||
+        to < start + startTag.size())
+        return std::nullopt;
+    const std::size_t from = start + startTag.size();
+    return text.substr(from, to - from);
+}
+
+std::optional<std::int64_t> wholeNumber(std::string_view text)
+{
+    std::int64_t value = 0;
+    const auto [rest, failed] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (failed != std::errc() || rest != text.data() + text.size())
+        return std::nullopt;
+    return value;
+}
+
+std::optional<bool> flag(const std::optional<std::string_view>& text)
+{
+    if (text == "true")
+        return true;
+    if (text == "false")
+        return false;
+    return std::nullopt;
+}
+
+} // namespace
+
+bool endsRequest(std::string_view text)
+{
+    return text.ends_with(kRequestEnd);
+}
+
+std::optional<RequestContainer> readRequest(std::string_view text)
+{
+    if (!endsRequest(text))
+        return std::nullopt;
+    const auto sizeText = takeValue(text, "size");
+    const auto size = sizeText ? wholeNumber(*sizeText) : std::nullopt;
+    const auto token = takeValue(text, "token");
+    const auto name = widestValue(text, "originFilename");
+    if (!size || !token || !name)
+        return std::nullopt;
+    return RequestContainer(std::string(*name), std::string(*token), *size);
+}
+
+std::optional<std::size_t> confirmationLength(std::string_view text)
+{
+    const std::size_t end = text.find(kConfirmationEnd);
+    if (end == std::string_view::npos)
+        return std::nullopt;
+    return end + kConfirmationEnd.size();
+}
+
+std::optional<ConfirmContainer> readConfirmation(std::string_view text)
+{
+    const auto resume = flag(takeValue(text, "resume"));
+    const auto overwrite = flag(takeValue(text, "overwrite"));
+    if (!resume || !overwrite)
+        return std::nullopt;
+    return ConfirmContainer(*resume, *overwrite);
+}
+
+} // namespace quenmoor

@@ -1,0 +1,71 @@
+#include "devservice/upload_record.h"
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <limits>
+
+namespace quenmoor {
+namespace {
+
+constexpr std::size_t kLongestRecord = 4096;
+constexpr mode_t kFileMode = 0644;
+
+} // namespace
+
+std::optional<std::int64_t> readRecord(const StoreFolders& folders, const std::string& name)
+{
+    // Not blocking, so that something planted in its place cannot hold the caller.
+    const FileHandle file(openat(folders.records.get(), name.c_str(),
+                                 O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!file)
+        return std::nullopt;
+    std::array<char, kLongestRecord> text{};
+    const ssize_t length = read(file.get(), text.data(), text.size());
+    if (length <= 0)
+        return std::nullopt;
+    const auto record =
+        nlohmann::json::parse(text.data(), text.data() + length, nullptr, /*exceptions*/ false);
+    if (!record.is_object() || !record.contains("size"))
+        return std::nullopt;
+    const auto& size = record["size"];
+    if (!size.is_number_unsigned() ||
+        size.get<std::uint64_t>() > std::uint64_t{std::numeric_limits<std::int64_t>::max()})
+        return std::nullopt;
+    return size.get<std::int64_t>();
+}
+
+bool writeRecord(const StoreFolders& folders, const std::string& name, std::int64_t size)
+{
+    const std::string text = nlohmann::json{{"size", size}}.dump() + "\n";
+    const FileHandle draft(openat(folders.drafts.get(), name.c_str(),
+                                  O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
+                                  kFileMode));
+    return draft && writeAll(draft.get(), text.data(), text.size()) && fsync(draft.get()) == 0 &&
+           renameat(folders.drafts.get(), name.c_str(), folders.records.get(), name.c_str()) == 0 &&
+           fsync(folders.records.get()) == 0;
+}
+
+void removeRecord(const StoreFolders& folders, const std::string& name)
+{
+    unlinkat(folders.records.get(), name.c_str(), 0);
+}
+
+bool writeAll(int descriptor, const char* bytes, std::size_t count)
+{
+    while (count > 0) {
+        const ssize_t written = write(descriptor, bytes, count);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        bytes += written;
+        count -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+} // namespace quenmoor

@@ -1,0 +1,326 @@
+#include "devservice/transfer_server.h"
+#include "tests/devservice/upload_client.h"
+#include "tests/fakes/quiet_log.h"
+#include "tests/fakes/temp_folder.h"
+
+#include <gtest/gtest.h>
+
+namespace quenmoor {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A server on a free port, over a folder that survives its restarts.
+class TransferServerTest : public ::testing::Test {
+protected:
+    TransferServerTest()
+    {
+        for (const char* const token : {"token", "other", "t0", "t1", "t2", "t3"})
+            tokens.add(token);
+        settings.port = 0;
+        restart();
+    }
+
+    void restart()
+    {
+        server.reset();
+        store.reset();
+        std::string error;
+        store = UploadStore::open(folder.path(), error);
+        server = std::make_unique<TransferServer>(settings, *store, tokens);
+        ASSERT_TRUE(server->start(error)) << error;
+    }
+
+    UploadClient client() const { return UploadClient(server->port()); }
+
+    std::string stored(const std::string& name) const { return contentOf(folder.path() / name); }
+
+    // The server learns of a closed link a little later than who closed it.
+    void awaitIdle() const
+    {
+        for (int i = 0; i < 500 && server->openSessions() > 0; ++i)
+            std::this_thread::sleep_for(10ms);
+        EXPECT_EQ(server->openSessions(), 0);
+    }
+
+    // Leaves a copy of the first `held` bytes.
+    void leavePart(const std::string& name, const std::string& content, std::int64_t held)
+    {
+        server->setFaults({{FaultKind::DropAfter, held}}, 1);
+        UploadClient cut = client();
+        const auto response = cut.announce(name, std::ssize(content));
+        ASSERT_TRUE(response && !response->exists());
+        (void)cut.send(content);
+        awaitIdle();
+    }
+
+    void leaveFile(const std::string& name, const std::string& content)
+    {
+        UploadClient whole = client();
+        ASSERT_TRUE(whole.announce(name, std::ssize(content)));
+        ASSERT_TRUE(whole.send(content));
+        ASSERT_EQ(whole.finished(), std::ssize(content));
+    }
+
+    SilentLog log;
+    TempFolder folder;
+    TokenStore tokens;
+    TransferServerSettings settings;
+    std::unique_ptr<UploadStore> store;
+    std::unique_ptr<TransferServer> server;
+};
+
+void expectResponse(const std::optional<ResponseContainer>& response, HeldCopy expected)
+{
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->exists(), expected.exists);
+    EXPECT_EQ(response->equal(), expected.equal);
+    EXPECT_EQ(response->complete(), expected.complete);
+    EXPECT_EQ(response->size(), expected.size);
+    EXPECT_EQ(response->response(), 0);
+}
+
+} // namespace
+
+TEST_F(TransferServerTest, aNewFileArrivesByteForByteUnderAnyName)
+{
+    const std::string content = sampleContent(3'000'001);
+    for (const std::string name : {"clip.mov", "a&b <c> \"50%\"\n#?.mov", "caf\xE9.mov"}) {
+        UploadClient uploader = client();
+        expectResponse(uploader.announce(name, std::ssize(content)), {});
+        ASSERT_TRUE(uploader.send(content));
+        EXPECT_EQ(uploader.finished(), std::ssize(content));
+        EXPECT_EQ(stored(name), content);
+    }
+    EXPECT_EQ(server->attempts(), 3);
+}
+
+TEST_F(TransferServerTest, aCutUploadGoesOnWhereItStoodAlsoAfterARestart)
+{
+    const std::string content = sampleContent(1'000'000);
+    leavePart("clip.mov", content, 300'000);
+    restart();
+
+    UploadClient rest = client();
+    expectResponse(rest.announce("clip.mov", 1'000'000), {true, true, false, 300'000});
+    // confirmation and file in one message
+    ASSERT_TRUE(rest.send(UploadClient::confirmation(true, false) + content.substr(300'000)));
+    EXPECT_EQ(rest.finished(), 1'000'000);
+    EXPECT_EQ(stored("clip.mov"), content);
+}
+
+TEST_F(TransferServerTest, aClientThatClosesInTheMiddleLosesNothing)
+{
+    const std::string content = sampleContent(100'000);
+    {
+        UploadClient leaving = client();
+        ASSERT_TRUE(leaving.announce("clip.mov", 100'000));
+        ASSERT_TRUE(leaving.send(content.substr(0, 60'000)));
+    }
+    awaitIdle();
+    UploadClient again = client();
+    expectResponse(again.announce("clip.mov", 100'000), {true, true, false, 60'000});
+}
+
+TEST_F(TransferServerTest, anOverwriteReplacesTheFileAtItsEnd)
+{
+    leaveFile("clip.mov", "the first one");
+    UploadClient second = client();
+    expectResponse(second.announce("clip.mov", 10), {true, false, true, 13});
+    ASSERT_TRUE(second.send(UploadClient::confirmation(true, true)));
+    ASSERT_TRUE(second.send("the se"));
+    EXPECT_EQ(stored("clip.mov"), "the first one");
+    ASSERT_TRUE(second.send("cond"));
+    EXPECT_EQ(second.finished(), 10);
+    EXPECT_EQ(stored("clip.mov"), "the second");
+}
+
+TEST_F(TransferServerTest, aCancelledQuestionLeavesTheCopyAlone)
+{
+    leavePart("clip.mov", sampleContent(1000), 400);
+    UploadClient cancelling = client();
+    ASSERT_TRUE(cancelling.announce("clip.mov", 1000));
+    ASSERT_TRUE(cancelling.send(UploadClient::confirmation(false, false)));
+    EXPECT_TRUE(cancelling.wasDropped());
+
+    UploadClient again = client();
+    expectResponse(again.announce("clip.mov", 1000), {true, true, false, 400});
+}
+
+TEST_F(TransferServerTest, aCopyOfAnotherFileIsNotContinued)
+{
+    leavePart("clip.mov", sampleContent(1000), 400);
+    UploadClient other = client();
+    expectResponse(other.announce("clip.mov", 2000), {true, false, false, 400});
+    ASSERT_TRUE(other.send(UploadClient::confirmation(true, false)));
+    EXPECT_TRUE(other.wasDropped());
+}
+
+TEST_F(TransferServerTest, aFileWithoutBytesGetsTwoSeparateDocuments)
+{
+    settings.limits.betweenDocuments = 400ms;
+    restart();
+    UploadClient empty = client();
+    expectResponse(empty.announce("empty.mov", 0), {});
+    const auto between = std::chrono::steady_clock::now();
+    EXPECT_EQ(empty.finished(), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - between, 200ms);
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "empty.mov"));
+}
+
+TEST_F(TransferServerTest, whoMissedTheClosingDocumentGetsItWithoutSendingAgain)
+{
+    server->setFaults({{FaultKind::NoClosingDocument}}, 1);
+    {
+        UploadClient first = client();
+        ASSERT_TRUE(first.announce("clip.mov", 5));
+        ASSERT_TRUE(first.send("bytes"));
+    }
+    awaitIdle();
+    UploadClient again = client();
+    expectResponse(again.announce("clip.mov", 5), {true, true, true, 5});
+    ASSERT_TRUE(again.send(UploadClient::confirmation(true, false)));
+    EXPECT_EQ(again.finished(), 5);
+}
+
+TEST_F(TransferServerTest, unknownTokensAndNamesThatEscapeAreRefused)
+{
+    EXPECT_TRUE(client().refused("clip.mov", 1, "stranger"));
+    EXPECT_TRUE(client().refused("../clip.mov", 1));
+    EXPECT_TRUE(client().refused("..", 1));
+    EXPECT_TRUE(client().refused("", 1));
+    EXPECT_TRUE(client().refused("clip.mov", -1));
+    EXPECT_FALSE(std::filesystem::exists(folder.path().parent_path() / "clip.mov"));
+}
+
+TEST_F(TransferServerTest, aNewerAttemptTakesThePlaceOfAnOlderOne)
+{
+    const std::string content = sampleContent(50'000);
+    UploadClient older = client();
+    ASSERT_TRUE(older.announce("clip.mov", 50'000));
+    ASSERT_TRUE(older.send(content.substr(0, 20'000)));
+    const auto part = folder.path() / ".quenmoor/parts/clip.mov";
+    for (int i = 0; i < 500 && contentOf(part).size() < 20'000; ++i)
+        std::this_thread::sleep_for(10ms);
+
+    // one with another token has to stay away
+    EXPECT_TRUE(client().refused("clip.mov", 50'000, "other"));
+
+    UploadClient newer = client();
+    expectResponse(newer.announce("clip.mov", 50'000), {true, true, false, 20'000});
+    EXPECT_TRUE(older.wasDropped());
+    ASSERT_TRUE(newer.send(UploadClient::confirmation(true, false)));
+    ASSERT_TRUE(newer.send(content.substr(20'000)));
+    EXPECT_EQ(newer.finished(), 50'000);
+    EXPECT_EQ(stored("clip.mov"), content);
+}
+
+TEST_F(TransferServerTest, manyClientsAreServedAtOnce)
+{
+    std::vector<std::thread> clients;
+    for (unsigned i = 0; i < 4; ++i)
+        clients.emplace_back([this, i] {
+            const std::string content = sampleContent(2'000'000, i);
+            UploadClient uploader = client();
+            EXPECT_TRUE(
+                uploader.announce("clip" + std::to_string(i), 2'000'000, "t" + std::to_string(i)));
+            EXPECT_TRUE(uploader.send(content));
+            EXPECT_EQ(uploader.finished(), 2'000'000);
+            EXPECT_EQ(stored("clip" + std::to_string(i)), content);
+        });
+    for (std::thread& thread : clients)
+        thread.join();
+}
+
+TEST_F(TransferServerTest, clientsThatFallSilentAreLetGo)
+{
+    settings.limits.rendezvous = 1500ms;
+    settings.limits.silence = 300ms;
+    restart();
+    UploadClient absent = client();
+    ASSERT_TRUE(absent.request("absent.mov", 10));
+    UploadClient silent = client();
+    ASSERT_TRUE(silent.announce("silent.mov", 10, "other"));
+    EXPECT_TRUE(silent.wasDropped());
+    awaitIdle();
+}
+
+TEST_F(TransferServerTest, clientsBeyondTheLimitAreTurnedAway)
+{
+    settings.mostSessions = 1;
+    restart();
+    UploadClient first = client();
+    ASSERT_TRUE(first.announce("first.mov", 10));
+    UploadClient second = client();
+    (void)second.request("second.mov", 10, "other");
+    ASSERT_TRUE(first.send("ten bytes!"));
+    EXPECT_EQ(first.finished(), 10);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / ".quenmoor/parts/second.mov"));
+}
+
+TEST_F(TransferServerTest, stoppingEndsClientsInEveryPhaseAndKeepsWhatCame)
+{
+    leaveFile("held.mov", "held");
+    UploadClient absent = client();
+    ASSERT_TRUE(absent.request("absent.mov", 10));
+    UploadClient asking = client();
+    ASSERT_TRUE(asking.announce("held.mov", 4, "t0"));
+    UploadClient sending = client();
+    ASSERT_TRUE(sending.announce("sending.mov", 1000, "t1"));
+    ASSERT_TRUE(sending.send(sampleContent(600)));
+    std::this_thread::sleep_for(50ms);
+
+    const auto before = std::chrono::steady_clock::now();
+    server->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, 5s);
+    EXPECT_EQ(stored(".quenmoor/parts/sending.mov"), sampleContent(600));
+}
+
+TEST_F(TransferServerTest, aTakenAddressIsAnError)
+{
+    std::string error;
+    for (const std::string address : {"127.0.0.1", "localhost", ""}) {
+        TransferServerSettings same = settings;
+        same.port = server->port();
+        same.bindAddress = address;
+        TransferServer second(same, *store, tokens);
+        EXPECT_FALSE(second.start(error));
+        EXPECT_FALSE(error.empty());
+    }
+}
+
+TEST_F(TransferServerTest, aSpoiltResponseStoresNothing)
+{
+    for (const FaultKind kind : {FaultKind::GarbageResponse, FaultKind::CutOffResponse}) {
+        server->setFaults({{kind}}, 1);
+        UploadClient confused = client();
+        EXPECT_FALSE(confused.announce("clip.mov", 10));
+        (void)confused.send(UploadClient::confirmation(true, false));
+        confused.close();
+        awaitIdle();
+        EXPECT_FALSE(std::filesystem::exists(folder.path() / ".quenmoor/parts/clip.mov"));
+    }
+}
+
+TEST_F(TransferServerTest, faultsInTheClosingDocumentLastAsManyAttemptsAsTold)
+{
+    server->setFaults({{FaultKind::SmallerFinalSize}}, 2);
+    for (const std::int64_t size : {9, 9, 10}) {
+        const std::string name = "clip" + std::to_string(server->attempts());
+        UploadClient uploader = client();
+        ASSERT_TRUE(uploader.announce(name, 10));
+        ASSERT_TRUE(uploader.send("ten bytes!"));
+        EXPECT_EQ(uploader.finished(), size);
+        EXPECT_EQ(stored(name), "ten bytes!");
+    }
+}
+
+TEST_F(TransferServerTest, aSlowReaderTakesItsTime)
+{
+    server->setFaults({{FaultKind::SlowReading, 100'000}});
+    const auto before = std::chrono::steady_clock::now();
+    leaveFile("clip.mov", sampleContent(50'000));
+    EXPECT_GE(std::chrono::steady_clock::now() - before, 490ms);
+}
+
+} // namespace quenmoor
