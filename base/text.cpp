@@ -11,8 +11,14 @@ constexpr std::string_view kQueryMarks = "-._~!$&'()*+,;=:@/?";
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
 // <cctype> follows the locale; these do not.
-constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+constexpr bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+constexpr bool isLetter(char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
 
 template <typename Integer>
 Integer leadingInteger(std::string_view text)

@@ -8,22 +8,14 @@ namespace {
 const char* kindName(PutEventKind kind)
 {
     switch (kind) {
-    case PutEventKind::Queued:
-        return "queued";
-    case PutEventKind::Status:
-        return "status";
-    case PutEventKind::Rate:
-        return "rate";
-    case PutEventKind::Question:
-        return "question";
-    case PutEventKind::Finished:
-        return "finished";
-    case PutEventKind::Failed:
-        return "failed";
-    case PutEventKind::Cancelled:
-        return "cancelled";
-    case PutEventKind::Summary:
-        return "summary";
+    case PutEventKind::Queued: return "queued";
+    case PutEventKind::Status: return "status";
+    case PutEventKind::Rate: return "rate";
+    case PutEventKind::Question: return "question";
+    case PutEventKind::Finished: return "finished";
+    case PutEventKind::Failed: return "failed";
+    case PutEventKind::Cancelled: return "cancelled";
+    case PutEventKind::Summary: return "summary";
     }
     return "";
 }

@@ -20,12 +20,9 @@ std::string lineFor(const PutEvent& event)
     case PutEventKind::Question:
     case PutEventKind::Finished:
     case PutEventKind::Failed:
-    case PutEventKind::Cancelled:
-        return name + ": " + oneLine(event.message.value_or(""));
-    case PutEventKind::Summary:
-        return event.message.value_or("");
-    case PutEventKind::Rate:
-        break;
+    case PutEventKind::Cancelled: return name + ": " + oneLine(event.message.value_or(""));
+    case PutEventKind::Summary: return event.message.value_or("");
+    case PutEventKind::Rate: break;
     }
     return {};
 }

@@ -62,23 +62,16 @@ std::string progressLine(const PutEvent& event, const std::string& status, std::
 void TerminalReport::report(const PutEvent& event)
 {
     switch (event.kind) {
-    case PutEventKind::Status:
-        status_ = event.status.value_or("");
-        [[fallthrough]];
-    case PutEventKind::Rate:
-        drawProgress(event);
-        break;
+    case PutEventKind::Status: status_ = event.status.value_or(""); [[fallthrough]];
+    case PutEventKind::Rate: drawProgress(event); break;
     case PutEventKind::Question:
     case PutEventKind::Finished:
     case PutEventKind::Failed:
     case PutEventKind::Cancelled:
         settle(nameOf(event) + ": " + oneLine(event.message.value_or("")));
         break;
-    case PutEventKind::Summary:
-        settle(event.message.value_or(""));
-        break;
-    case PutEventKind::Queued:
-        break; // shown when its turn comes
+    case PutEventKind::Summary: settle(event.message.value_or("")); break;
+    case PutEventKind::Queued: break; // shown when its turn comes
     }
 }
 

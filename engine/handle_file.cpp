@@ -1,6 +1,5 @@
-#include "engine/upload_engine.h"
-
 #include "base/log.h"
+#include "engine/upload_engine.h"
 #include "protocol/build_xml.h"
 
 namespace quenmoor {
@@ -28,8 +27,8 @@ std::int64_t UploadEngine::handleFile(std::int32_t choice, const ResponseContain
     attempt_.step = AttemptStep::Confirm;
     logSystem("Sending {} confirmation.", confirmationName(choice));
     const ConfirmContainer confirmation = confirmationFor(choice);
-    const bool confirmed =
-        link_.sendString(rendezvousSocket_, buildXML(confirmation.XMLpayload(), "ConfirmContainer"));
+    const bool confirmed = link_.sendString(
+        rendezvousSocket_, buildXML(confirmation.XMLpayload(), "ConfirmContainer"));
     if (!confirmation.resume())
         return kUploadCancelled; // whether or not the server heard of it
     // A copy of less than nothing leaves no place to go on from.

@@ -31,7 +31,8 @@ void progressMonitor(ProgressMonitorState& state)
     // resume offset, which nobody sent just now, never shows as a burst.
     std::int64_t previousTime = 0;
     while (state.running) {
-        const bool goesOn = state.clock.rest(std::chrono::seconds(1), state.transferEnd.get_token());
+        const bool goesOn =
+            state.clock.rest(std::chrono::seconds(1), state.transferEnd.get_token());
         const std::int64_t bytes = state.bytesSent;
         const std::int64_t now = state.clock.nanoseconds();
         if (!goesOn || !state.running)

@@ -22,26 +22,16 @@ constexpr std::int32_t kRefusal = 1; // the one status code that turns an upload
 std::string_view stepName(AttemptStep step)
 {
     switch (step) {
-    case AttemptStep::Idle:
-        return "idle";
-    case AttemptStep::Announce:
-        return "announce";
-    case AttemptStep::Rendezvous:
-        return "rendezvous";
-    case AttemptStep::Response:
-        return "response";
-    case AttemptStep::Refused:
-        return "refused";
-    case AttemptStep::Question:
-        return "question";
-    case AttemptStep::Confirm:
-        return "confirm";
-    case AttemptStep::Send:
-        return "send";
-    case AttemptStep::Drain:
-        return "drain";
-    case AttemptStep::Finish:
-        return "finish";
+    case AttemptStep::Idle: return "idle";
+    case AttemptStep::Announce: return "announce";
+    case AttemptStep::Rendezvous: return "rendezvous";
+    case AttemptStep::Response: return "response";
+    case AttemptStep::Refused: return "refused";
+    case AttemptStep::Question: return "question";
+    case AttemptStep::Confirm: return "confirm";
+    case AttemptStep::Send: return "send";
+    case AttemptStep::Drain: return "drain";
+    case AttemptStep::Finish: return "finish";
     }
     return "";
 }
