@@ -17,7 +17,7 @@ Integer slowly(std::string_view text)
         ++at;
     __extension__ __int128 value = 0;
     for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-        if (value < std::numeric_limits<std::int64_t>::max())
+        if (value <= std::numeric_limits<std::int64_t>::max())
             value = value * 10 + (text[at] - '0');
     }
     value = negative ? -value : value;
