@@ -1,7 +1,7 @@
 #include "cli/put_run.h"
 
+#include "base/signal_pipe.h"
 #include "cli/existing_policy.h"
-#include "cli/interrupts.h"
 #include "cli/json_report.h"
 #include "cli/plain_report.h"
 #include "cli/put_log_sink.h"
@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <system_error>
@@ -29,6 +30,8 @@ using namespace std::chrono_literals;
 constexpr auto kInterruptedPatience = 500ms;
 // After the last file only the sockets are still to be closed, at 2 seconds each.
 constexpr auto kFinishedPatience = 5s;
+
+constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
 
 bool drawsOnTerminal(const PutOptions& options)
 {
@@ -61,7 +64,7 @@ public:
           clock_(clock),
           view_(
               queues_.tableList(), *report_, clock,
-              [this](const Alert& alert) { return answer(alert); }, [this] { interrupts_.wake(); }),
+              [this](const Alert& alert) { return answer(alert); }, [this] { signals_.wake(); }),
           engine_(queues_, link, view_, clock)
     {
         view_.follow(engine_.attempt());
@@ -79,7 +82,7 @@ private:
     int statusOf(const PutTally& tally);
 
     const PutOptions& options_;
-    Interrupts interrupts_;
+    SignalPipe signals_{kSignals};
     std::unique_ptr<PutReport> report_;
     TerminalQuestion question_;
     Clock& clock_;
@@ -102,7 +105,7 @@ int PutRun::run(const OnInterrupt& onInterrupt)
     if (sources_.empty())
         return conclude(0);
     engine_.initiateUpload();
-    const int signal = interrupts_.wait();
+    const int signal = signals_.read();
     if (signal != 0)
         onInterrupt(kExitSignal + signal);
     end(signal);

@@ -1,4 +1,4 @@
-#include "cli/interrupts.h"
+#include "base/signal_pipe.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,12 +11,10 @@
 namespace quenmoor {
 namespace {
 
-constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
-
 std::atomic<int> signalPipe{-1};
 static_assert(std::atomic<int>::is_always_lock_free);
 
-// One byte of a pipe that nobody fills: the write neither blocks nor matters when it fails.
+// One byte into a pipe that nobody fills: the write neither blocks nor matters when it fails.
 void writeByte(int pipe, int value)
 {
     const auto byte = static_cast<unsigned char>(value);
@@ -30,53 +28,54 @@ extern "C" void onSignal(int number)
     errno = before;
 }
 
-void setHandler(int number, void (*handler)(int))
+void setHandler(int number, void (*handler)(int), int flags)
 {
     struct sigaction action {};
     action.sa_handler = handler;
-    // The second signal of a kind finds the default again: it kills.
-    action.sa_flags = handler == SIG_DFL ? 0 : static_cast<int>(SA_RESETHAND);
+    action.sa_flags = flags;
     sigemptyset(&action.sa_mask);
     sigaction(number, &action, nullptr);
 }
 
 } // namespace
 
-Interrupts::Interrupts()
+SignalPipe::SignalPipe(std::span<const int> signals) : signals_(signals)
 {
     std::array<int, 2> ends{-1, -1};
     if (pipe(ends.data()) != 0)
-        return; // without a pipe, signals keep their default: they kill
+        return;
     readEnd_ = ends[0];
     writeEnd_ = ends[1];
     fcntl(readEnd_, F_SETFD, FD_CLOEXEC);
     fcntl(writeEnd_, F_SETFD, FD_CLOEXEC);
     fcntl(writeEnd_, F_SETFL, O_NONBLOCK);
     signalPipe = writeEnd_;
-    for (const int number : kSignals)
-        setHandler(number, onSignal);
+    for (const int number : signals_)
+        setHandler(number, onSignal, SA_RESTART | static_cast<int>(SA_RESETHAND));
 }
 
-Interrupts::~Interrupts()
+SignalPipe::~SignalPipe()
 {
-    for (const int number : kSignals)
-        setHandler(number, SIG_DFL);
+    if (readEnd_ < 0)
+        return;
+    for (const int number : signals_)
+        setHandler(number, SIG_DFL, 0);
     signalPipe = -1;
     close(readEnd_);
     close(writeEnd_);
 }
 
-int Interrupts::wait()
+int SignalPipe::read() const
 {
     unsigned char number = 0;
     ssize_t got = 0;
     do {
-        got = read(readEnd_, &number, 1);
+        got = ::read(readEnd_, &number, 1);
     } while (got < 0 && errno == EINTR);
     return number;
 }
 
-void Interrupts::wake()
+void SignalPipe::wake() const
 {
     writeByte(writeEnd_, 0);
 }
