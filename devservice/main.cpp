@@ -1,6 +1,8 @@
 // quenmoor-devservice: a transfer service on one machine, to try clients on.
 #include "base/log.h"
+#include "devservice/page_server.h"
 #include "devservice/service_options.h"
+#include "devservice/session_store.h"
 #include "devservice/token_store.h"
 #include "devservice/transfer_server.h"
 #include "devservice/upload_store.h"
@@ -36,6 +38,47 @@ int failed(const std::string& reason)
     return kServiceFailed;
 }
 
+// The page with what it stands on.
+class Page {
+public:
+    Page(const PageOptions& options, const Certificate& certificate, TokenStore& tokens)
+        : sessions_(tokens, {.token = options.tokenLifetime}, std::chrono::steady_clock::now),
+          server_(settings(options), certificate, sessions_)
+    {
+    }
+
+    PageServer& server() { return server_; }
+
+private:
+    static PageSettings settings(const PageOptions& options)
+    {
+        PageSettings settings;
+        settings.pageFolder = options.folder;
+        settings.port = options.port;
+        settings.newestVersion = options.newestVersion;
+        settings.updateUrl = options.updateUrl;
+        settings.automatic = options.automatic;
+        return settings;
+    }
+
+    SessionStore sessions_;
+    PageServer server_;
+};
+
+// Nothing, and the reason in `error`, when the page cannot be served.
+std::unique_ptr<Page> startPage(const PageOptions& options, TokenStore& tokens, std::string& error)
+{
+    const auto certificate = ensureCertificate(options.stateFolder, error);
+    if (!certificate)
+        return nullptr;
+    auto page = std::make_unique<Page>(options, *certificate, tokens);
+    if (!page->server().start(error))
+        return nullptr;
+    logOutput("Page: " + page->server().pageUrl());
+    logOutput("Certificate: " + certificate->certificateFile.string());
+    return page;
+}
+
 int runService(const ServiceOptions& options)
 {
     const sigset_t signals = blockEndingSignals();
@@ -55,7 +98,14 @@ int runService(const ServiceOptions& options)
     if (!server.start(error))
         return failed(error);
     logOutput("Listening on " + server.address().text() + ", storing under " + options.root);
+    std::unique_ptr<Page> page;
+    if (options.page) {
+        page = startPage(*options.page, tokens, error);
+        if (page == nullptr)
+            return failed(error);
+    }
     waitForEnd(signals);
+    page.reset();
     server.stop();
     return 0;
 }

@@ -3,6 +3,8 @@
 
 #include "devservice/faults.h"
 
+#include <array>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -11,6 +13,17 @@
 
 namespace quenmoor {
 
+// The upload page. Without it the service takes uploads with fixed tokens only.
+struct PageOptions {
+    std::uint16_t port = 8443;
+    std::string folder;      // empty: the page that comes with the service
+    std::string stateFolder; // for the certificate
+    std::array<std::string, 3> newestVersion;
+    std::string updateUrl; // empty: a page of the service
+    std::chrono::seconds tokenLifetime = std::chrono::hours(24);
+    bool automatic = false;
+};
+
 struct ServiceOptions {
     std::string root;
     std::string bindAddress = "127.0.0.1";
@@ -18,6 +31,7 @@ struct ServiceOptions {
     std::vector<std::string> tokens;
     Faults faults;
     std::optional<int> faultCount; // without: every attempt
+    std::optional<PageOptions> page;
 };
 
 // The program ends with `text` said: 0 for what was asked for, 2 for a wrong command line.
