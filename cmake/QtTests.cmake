@@ -1,0 +1,21 @@
+# uploader_qt_test(ui/drag_view_test.cpp ui): a Qt Test program of its own, run without a display
+# and named ui.drag_view. Its class stands in the source, with the .moc file at the end.
+function(uploader_qt_test source)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "")
+  get_filename_component(folder ${source} DIRECTORY)
+  get_filename_component(unit ${source} NAME_WE)
+  string(REGEX REPLACE "_test$" "" unit ${unit})
+  set(target ${folder}_${unit}_test)
+  add_executable(${target} ${source})
+  set_target_properties(${target} PROPERTIES AUTOMOC ON)
+  target_link_libraries(${target} PRIVATE project_options ${arg_UNPARSED_ARGUMENTS} Qt6::Test)
+  add_test(NAME ${folder}.${unit} COMMAND ${target})
+  set(timeout 120)
+  if(arg_TIMEOUT)
+    set(timeout ${arg_TIMEOUT})
+  endif()
+  # No configuration of the machine's user may change what a test sees.
+  set_tests_properties(${folder}.${unit} PROPERTIES
+    TIMEOUT ${timeout}
+    ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_STYLE_OVERRIDE=fusion;QT_LOGGING_RULES=qt.qpa.*=false")
+endfunction()

@@ -1,0 +1,300 @@
+#include "tests/ui/window_fixture.h"
+#include "ui/drag_view.h"
+#include "ui/drop_panel.h"
+#include "ui/elided_label.h"
+#include "ui/view_controller.h"
+
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTableView>
+#include <QTest>
+#include <array>
+
+namespace quenmoor {
+
+using namespace Qt::StringLiterals;
+
+class ViewControllerTest : public QObject {
+    Q_OBJECT
+
+private:
+    // What the window shows, as one line.
+    static QString shown(const MainWindow& window)
+    {
+        QStringList parts;
+        const auto note = [&parts](const QWidget* part) {
+            if (!part->isHidden())
+                parts << part->objectName();
+        };
+        for (const QWidget* const part : std::initializer_list<const QWidget*>{
+                 window.webView, window.dropPanel, window.progressPanel, window.infoLabel,
+                 window.filenameLabel, window.queueLabel, window.statusBarProgressBar})
+            note(part);
+        if (window.mainView->acceptDrops())
+            parts << u"drops"_s;
+        return parts.join(u' ');
+    }
+
+private Q_SLOTS:
+    void loadingTakesTheOpenedFilesAndLoadsThePageWithoutAQuery()
+    {
+        WindowFixture with;
+        with.delegate.applicationOpenFiles({with.file("a"), with.file("b")});
+        with.controller.viewDidLoad();
+        QCOMPARE(with.window.windowTitle(), u"Quenmoor Upload - v2.3.4"_s);
+        QCOMPARE(with.waiting(), 2U);
+        QCOMPARE(with.page.loads, std::vector<std::string>{"https://host/page"});
+        QCOMPARE(with.log.system(),
+                 (std::vector<std::string>{"Number of files in file queue: 2",
+                                           "Update view called.", "Byte length of long: 8"}));
+    }
+
+    void eachSignalLeadsFromStateToState()
+    {
+        WindowFixture with;
+        with.controller.viewDidLoad();
+        QCOMPARE(shown(with.window), u"webView"_s); // Starting
+
+        with.controller.addFiles({with.file("a b.mov"), with.file("c.mov")});
+        with.page.say(u"session"_s);
+        QCOMPARE(shown(with.window), u"webView"_s);
+        QCOMPARE(with.page.loads.size(), 1U);
+
+        with.page.say(u"index"_s); // Ready
+        QCOMPARE(shown(with.window), u"webView statusBarProgressBar"_s);
+
+        with.page.say(u"session"_s); // Asking, one more in the queue
+        QCOMPARE(shown(with.window),
+                 u"webView infoLabel filenameLabel queueLabel statusBarProgressBar"_s);
+        QCOMPARE(with.window.filenameLabel->text(), u"a b.mov"_s);
+        QCOMPARE(with.window.queueLabel->text(), u"(1 more in Queue)"_s);
+        QCOMPARE(with.page.loads.back(),
+                 std::string("https://host/page?session=s1&filename=a%20b.mov&size=10"));
+
+        with.page.say(u"upload"_s);
+        with.page.say(u"cancel"_s, u"s2"_s); // Asking, for the last one
+        QCOMPARE(shown(with.window), u"webView infoLabel filenameLabel statusBarProgressBar"_s);
+        QCOMPARE(with.page.loads.back(),
+                 std::string("https://host/page?session=s2&filename=c.mov&size=10"));
+
+        with.page.say(u"cancel"_s); // Idle, no rows
+        QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
+
+        with.controller.addFiles({with.file("d.mov")});
+        with.page.say(u"token"_s, u"s3"_s, u"t"_s); // Idle, with a row
+        QCOMPARE(shown(with.window), u"progressPanel statusBarProgressBar drops"_s);
+
+        with.page.say(u"upload"_s); // in whatever state
+        QCOMPARE(shown(with.window), u"statusBarProgressBar drops"_s);
+        with.page.say(u"index"_s);
+        QCOMPARE(shown(with.window), u"webView statusBarProgressBar drops"_s);
+    }
+
+    void aTokenMovesTheHeadAndGivesItARow()
+    {
+        WindowFixture with;
+        with.start();
+        with.controller.addFiles({with.file("a"), with.file("b", 20)});
+        with.page.say(u"token"_s, u"s9"_s, u"t1"_s);
+        with.page.say(u"token"_s, u"s9"_s, {});
+
+        QCOMPARE(with.waiting(), 0U);
+        QCOMPARE(with.queues.uploadCount(), 2U);
+        QCOMPARE(with.queues.uploadHead()->token(), std::optional<std::string>("t1"));
+        QCOMPARE(with.window.progressGrid->model()->rowCount(), 2);
+        QCOMPARE(with.queues.tableList().cell("File", 1), std::string("b"));
+    }
+
+    void theSameFileTwiceIsAskedForTwice()
+    {
+        WindowFixture with;
+        with.start();
+        const FileUrl same = with.file("a");
+        with.controller.addFiles({same, same});
+        with.page.say(u"token"_s, u"s1"_s, u"t1"_s);
+        with.page.say(u"token"_s, u"s1"_s, u"t2"_s);
+        QCOMPARE(with.page.loads.size(), 2U);
+        QCOMPARE(with.page.loads[0], with.page.loads[1]);
+        QCOMPARE(with.queues.uploadCount(), 2U);
+    }
+
+    void everySessionAddsTheLatestOpenedFilesAgain()
+    {
+        WindowFixture with;
+        with.start();
+        with.delegate.applicationOpenFiles({with.file("a"), with.file("b")});
+        with.delegate.applicationOpenFiles({with.file("c")});
+        with.page.say(u"session"_s);
+        with.page.say(u"session"_s);
+        QCOMPARE(with.waiting(), 2U);
+        QCOMPARE(with.queues.fileQueue().front().file().filename(), std::string("c"));
+    }
+
+    void aBadPageLosesNothing()
+    {
+        WindowFixture with;
+        with.start();
+        with.page.say(u"token"_s, u"s1"_s, u"t"_s); // nothing waits
+        with.page.say(u"cancel"_s);
+        with.page.say(u"Token"_s);
+        with.page.say(u" index "_s);
+        QCOMPARE(with.queues.uploadCount(), 0U);
+        QCOMPARE(with.queues.tableList().count(), 0U);
+        QVERIFY(with.logged("Page title: Token") == 1);
+
+        // absent elements are absent values
+        with.controller.addFiles({with.file("a"), with.file("b")});
+        with.page.say(u"token"_s, {}, {});
+        QCOMPARE(with.queues.uploadHead()->token(), std::nullopt);
+        QCOMPARE(with.page.loads.back(),
+                 std::string("https://host/page?session=(null)&filename=b&size=10"));
+        with.page.say(u"session"_s, {});
+        QCOMPARE(with.logged("Session value: (null)"), 1U);
+    }
+
+    void anOutdatedClientIsStopped_data()
+    {
+        QTest::addColumn<QString>("major");
+        QTest::addColumn<QString>("minor");
+        QTest::addColumn<QString>("build");
+        QTest::addColumn<bool>("outdated");
+        QTest::newRow("equal") << u"2"_s << u"3"_s << u"4"_s << false;
+        QTest::newRow("older build") << u"2"_s << u" 3x"_s << u"5"_s << true;
+        QTest::newRow("newer than the page") << u"1"_s << u"9"_s << u"9"_s << false;
+        QTest::newRow("older major") << u"3"_s << u"0"_s << u"0"_s << true;
+        QTest::newRow("beyond the range") << u"99999999999"_s << QString() << QString() << true;
+        QTest::newRow("no numbers") << QString() << u"x"_s << u"-"_s << false;
+    }
+    void anOutdatedClientIsStopped()
+    {
+        QFETCH(QString, major);
+        QFETCH(QString, minor);
+        QFETCH(QString, build);
+        QFETCH(bool, outdated);
+        WindowFixture with;
+        with.controller.viewDidLoad();
+        with.desktop.answers = {kFirstButton};
+        QSignalSpy terminations(&with.controller, &ViewController::terminationRequested);
+        PageSignal signal;
+        signal.title = u"index"_s;
+        signal.macMajor = major;
+        signal.macMinor = minor;
+        signal.macBuild = build;
+        signal.updateUrl = u"https://host/download"_s;
+        Q_EMIT with.page.titleReceived(signal);
+
+        QCOMPARE(with.desktop.alerts.size(), outdated ? 1U : 0U);
+        QCOMPARE(with.desktop.opened.size(), outdated ? 1U : 0U);
+        QCOMPARE(terminations.count(), outdated ? 1 : 0);
+        // whoever refuses to quit goes on as if current
+        QCOMPARE(shown(with.window), u"webView statusBarProgressBar"_s);
+    }
+
+    void onlyPagesOfTheWebAreOpened()
+    {
+        for (const char* const url : {"file:///etc/passwd", "mailto:x", "javascript:alert(1)",
+                                      "not a url", "//host/path", ""}) {
+            WindowFixture with;
+            with.controller.viewDidLoad();
+            with.desktop.answers = {kFirstButton};
+            QSignalSpy terminations(&with.controller, &ViewController::terminationRequested);
+            PageSignal signal;
+            signal.title = u"index"_s;
+            signal.macMajor = u"3"_s;
+            signal.updateUrl = QString::fromUtf8(url);
+            Q_EMIT with.page.titleReceived(signal);
+            QVERIFY2(with.desktop.opened.empty(), url);
+            QCOMPARE(terminations.count(), 1); // it ends all the same
+        }
+    }
+
+    void titlesThatComeDuringAQuestionWaitForTheirTurn()
+    {
+        WindowFixture with;
+        with.controller.viewDidLoad();
+        with.desktop.answers = {kFirstButton};
+        with.desktop.whileModal = [&with] {
+            with.page.say(u"session"_s);
+            QCOMPARE(with.logged("Page title: session"), 0U);
+        };
+        PageSignal signal;
+        signal.title = u"index"_s;
+        signal.macMajor = u"3"_s;
+        Q_EMIT with.page.titleReceived(signal);
+        // "session" came last, so the window is Idle, not Ready
+        QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
+    }
+
+    void theWindowAsksBeforeItClosesWhileFilesWaitOrUpload()
+    {
+        WindowFixture with;
+        with.start();
+        QVERIFY(with.controller.windowShouldClose());
+        QVERIFY(with.desktop.alerts.empty());
+
+        with.controller.addFiles({with.file("a")});
+        with.desktop.answers = {kFirstButton, std::int32_t{0}, std::nullopt, kSecondButton};
+        for (const bool closes : {false, false, false, true})
+            QCOMPARE(with.controller.windowShouldClose(), closes);
+        const Alert expected{"Not all uploads are finished.  Quit?", {}, {"No", "Yes"}};
+        QVERIFY(with.desktop.alerts == std::vector<Alert>(4, expected));
+
+        with.page.say(u"token"_s, u"s"_s, u"t"_s); // under upload counts too
+        with.desktop.answers = {kFirstButton};
+        with.desktop.whileModal = [&with] { // asked again meanwhile: no second question
+            QVERIFY(!with.controller.windowShouldClose());
+        };
+        QVERIFY(!with.controller.windowShouldClose());
+        QCOMPARE(with.desktop.alerts.size(), 5U);
+    }
+
+    void browseHandsOnTheChoice()
+    {
+        WindowFixture with;
+        with.start();
+        with.window.browseButton->click(); // given up
+        QCOMPARE(with.waiting(), 0U);
+        with.desktop.choice = {with.file("a"), with.file("b")};
+        with.window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&with.window));
+        QTest::keyClick(&with.window, Qt::Key_O, Qt::ControlModifier);
+        QTRY_COMPARE(with.waiting(), 2U);
+    }
+
+    void theEnginesReportsReachTheWindow()
+    {
+        WindowFixture with;
+        with.start();
+        with.controller.addFiles({with.file("clip.mov", 1 << 20)});
+        with.page.say(u"token"_s, u"s"_s, u"t"_s);
+        QTRY_COMPARE(with.queues.uploadCount(), 0U);
+        QCOMPARE(with.queues.tableList().cell("Status", 0), std::string("Finished"));
+        QCOMPARE(with.window.statusBarProgressBar->value(), 100);
+        QCOMPARE(with.window.filenameStatusBarLabel->text(), u"[none]"_s);
+        QCOMPARE(with.window.uploadStatusBarLabel->text(), u"Upload rate: 0.000 MB/s"_s);
+        QVERIFY(with.controller.windowShouldClose());
+    }
+
+    void theEnginesQuestionIsAnsweredInTheWindow()
+    {
+        WindowFixture with;
+        with.start();
+        with.fakeLink.copies["clip.mov"] = {std::string(4, 'x'), 10};
+        with.controller.addFiles({with.file("clip.mov")});
+        with.page.say(u"token"_s, u"s"_s, u"t"_s);
+        QTRY_VERIFY(with.desktop.openQuestion != nullptr);
+        QCOMPARE(with.desktop.alerts.back().buttons.size(), 3U);
+        QCOMPARE(with.desktop.questionTitle, u"clip.mov"_s);
+        with.desktop.openQuestion(kThirdButton);
+        QTRY_COMPARE(with.queues.uploadCount(), 0U);
+        QCOMPARE(with.fakeLink.confirmations, std::vector<std::string>{"resume"});
+        QCOMPARE(with.fakeLink.copies["clip.mov"].bytes.size(), 10U);
+    }
+};
+
+} // namespace quenmoor
+
+QTEST_MAIN(quenmoor::ViewControllerTest)
+#include "view_controller_test.moc"

@@ -1,0 +1,96 @@
+#include "ui/app_delegate.h"
+
+#include "base/log.h"
+
+#include <QApplication>
+#include <QFileOpenEvent>
+#include <QSessionManager>
+#include <algorithm>
+#include <cstdlib>
+
+namespace quenmoor {
+namespace {
+
+std::ptrdiff_t windowCount()
+{
+    const QWidgetList widgets = QApplication::topLevelWidgets();
+    return std::count_if(widgets.begin(), widgets.end(), [](const QWidget* widget) {
+        return widget->windowType() == Qt::Window || widget->windowType() == Qt::Dialog;
+    });
+}
+
+bool onScreen(const QWidget* window)
+{
+    return window != nullptr && window->isVisible() && !window->isMinimized();
+}
+
+} // namespace
+
+AppDelegate::AppDelegate()
+{
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    qApp->installEventFilter(this);
+    connect(qApp, &QGuiApplication::commitDataRequest, this, &AppDelegate::sessionEnds,
+            Qt::DirectConnection);
+    requestComplete_.setSingleShot(true);
+    connect(&requestComplete_, &QTimer::timeout, this,
+            [this] { applicationOpenFiles(std::exchange(opening_, {})); });
+}
+
+bool AppDelegate::applicationShouldTerminate()
+{
+    logSystem("Window count: {}", windowCount());
+    if (!onScreen(window_))
+        return true;
+    window_->close();
+    return !onScreen(window_);
+}
+
+void AppDelegate::terminate()
+{
+    if (!terminating_ && applicationShouldTerminate())
+        terminateAtOnce(EXIT_SUCCESS);
+}
+
+void AppDelegate::terminateAtOnce(int status)
+{
+    if (terminating_)
+        return;
+    terminating_ = true;
+    Q_EMIT willTerminate();
+    if (window_ != nullptr)
+        window_->hide();
+    QCoreApplication::exit(status);
+}
+
+bool AppDelegate::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched != qApp)
+        return false;
+    switch (event->type()) {
+    case QEvent::FileOpen: fileOpened(static_cast<QFileOpenEvent*>(event)->url()); return true;
+    case QEvent::Quit: terminate(); return true;
+    default: return false;
+    }
+}
+
+// The platform names the files of one request one by one, in one go.
+void AppDelegate::fileOpened(const QUrl& url)
+{
+    const std::optional<FileUrl> file = FileUrl::parse(url.toEncoded().toStdString());
+    if (!file)
+        return;
+    opening_.push_back(*file);
+    requestComplete_.start();
+}
+
+void AppDelegate::sessionEnds(QSessionManager& manager)
+{
+    if (!manager.allowsInteraction())
+        return;
+    if (!applicationShouldTerminate())
+        manager.cancel();
+    manager.release();
+}
+
+} // namespace quenmoor

@@ -1,0 +1,83 @@
+#include "ui/status_table_model.h"
+
+#include "ui/shown_text.h"
+
+#include <array>
+
+namespace quenmoor {
+namespace {
+
+constexpr std::array<std::string_view, StatusTableModel::ColumnCount> kColumns{"File", "Status",
+                                                                               "Percent"};
+
+std::string_view columnName(int column)
+{
+    return kColumns.at(static_cast<std::size_t>(column));
+}
+
+} // namespace
+
+StatusTableModel::StatusTableModel(const UploadQueues& queues, QObject* parent)
+    : QAbstractTableModel(parent), queues_(queues)
+{
+}
+
+void StatusTableModel::appendRow(const FileUrl& file)
+{
+    const int row = rowCount();
+    beginInsertRows({}, row, row);
+    files_.push_back(file);
+    endInsertRows();
+}
+
+void StatusTableModel::refreshCurrentRow()
+{
+    // Files that are done have left the queue, and their rows stay: so the rows end with one for
+    // each queued file, and the first of these belongs to its head.
+    const std::size_t queued = queues_.uploadCount();
+    if (queued == 0 || queued > files_.size())
+        return;
+    const int row = static_cast<int>(files_.size() - queued);
+    Q_EMIT dataChanged(index(row, Status), index(row, Percent));
+}
+
+int StatusTableModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : static_cast<int>(files_.size());
+}
+
+int StatusTableModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant StatusTableModel::data(const QModelIndex& index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid))
+        return {};
+    const auto row = static_cast<std::size_t>(index.row());
+    const StatusTable& table = queues_.tableList();
+    switch (role) {
+    case Qt::DisplayRole: return shownText(table.cell(columnName(index.column()), row));
+    case PercentRole: return QString::fromStdString(table.cell({}, row)).toInt();
+    case Qt::ToolTipRole:
+        if (index.column() == File)
+            return shownText(files_[row].path().native());
+        return shownText(table.cell(columnName(index.column()), row));
+    default: return {};
+    }
+}
+
+QVariant StatusTableModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || section < 0 || section >= ColumnCount)
+        return {};
+    if (role == Qt::TextAlignmentRole)
+        return QVariant::fromValue(Qt::AlignLeft | Qt::AlignVCenter);
+    if (role != Qt::DisplayRole)
+        return {};
+    const std::string_view name = columnName(section);
+    return QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()));
+}
+
+} // namespace quenmoor
