@@ -16,6 +16,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QStatusBar>
 #include <QTableView>
 #include <QVBoxLayout>
@@ -25,10 +26,13 @@ namespace {
 
 using namespace Qt::StringLiterals;
 
-constexpr QSize kWindowSize(900, 640);
-constexpr QSize kSmallestWindow(560, 400);
+// In heights of a line of text, so that a window for large letters is large: at the usual size
+// about 900 by 640 pixels, and 560 by 400.
+constexpr QSize kWindowInLines(53, 38);
+constexpr QSize kSmallestWindowInLines(33, 24);
+constexpr double kMostOfScreen = 0.9;
 constexpr double kRowHeightInLines = 2.0;
-constexpr int kPercentWidthInCharacters = 24;
+constexpr int kPercentWidthInCharacters = 20;
 constexpr int kProgressBarWidthInCharacters = 18;
 
 template <typename Part>
@@ -60,10 +64,11 @@ MainWindow::MainWindow(QWidget* page)
 {
     setWindowTitle(kProductName.toString());
     setCentralWidget(mainView);
-    resize(kWindowSize);
-    setMinimumSize(kSmallestWindow);
-
     const int line = fontMetrics().height();
+    const QSize screenRoom = screen()->availableSize() * kMostOfScreen;
+    resize((kWindowInLines * line).boundedTo(screenRoom));
+    setMinimumSize((kSmallestWindowInLines * line).boundedTo(screenRoom));
+
     auto* const rows = new QVBoxLayout(mainView);
     rows->setContentsMargins(line, line, line, line / 2);
     rows->setSpacing(line);
