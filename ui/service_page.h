@@ -37,7 +37,7 @@ public:
     // URL again makes the page signal again.
     virtual void load(const QUrl& url) = 0;
 
-signals:
+Q_SIGNALS:
     // A title of the main frame, of a document of the service's own origin. In the order in which
     // the page set them, none left out, none twice.
     void titleReceived(const quenmoor::PageSignal& signal);
