@@ -4,7 +4,10 @@
 // process may have to end with the upload thread still in it.
 #pragma once
 
+#include "base/signal_pipe.h"
+
 #include <QObject>
+#include <memory>
 
 class QSocketNotifier;
 
@@ -33,11 +36,8 @@ Q_SIGNALS:
     void endRequested(int status);
 
 private:
-    void readNumber();
-
-    int readEnd_ = -1;
-    int writeEnd_ = -1;
-    QSocketNotifier* notifier_ = nullptr;
+    SignalPipe pipe_;
+    std::unique_ptr<QSocketNotifier> notifier_; // gone before the pipe that it watches
 };
 
 } // namespace quenmoor

@@ -39,7 +39,7 @@ void setHandler(int number, void (*handler)(int), int flags)
 
 } // namespace
 
-SignalPipe::SignalPipe(std::span<const int> signals) : signals_(signals)
+SignalPipe::SignalPipe(std::span<const int> numbers) : numbers_(numbers)
 {
     std::array<int, 2> ends{-1, -1};
     if (pipe(ends.data()) != 0)
@@ -50,7 +50,7 @@ SignalPipe::SignalPipe(std::span<const int> signals) : signals_(signals)
     fcntl(writeEnd_, F_SETFD, FD_CLOEXEC);
     fcntl(writeEnd_, F_SETFL, O_NONBLOCK);
     signalPipe = writeEnd_;
-    for (const int number : signals_)
+    for (const int number : numbers_)
         setHandler(number, onSignal, SA_RESTART | static_cast<int>(SA_RESETHAND));
 }
 
@@ -58,7 +58,7 @@ SignalPipe::~SignalPipe()
 {
     if (readEnd_ < 0)
         return;
-    for (const int number : signals_)
+    for (const int number : numbers_)
         setHandler(number, SIG_DFL, 0);
     signalPipe = -1;
     close(readEnd_);

@@ -10,8 +10,9 @@ namespace quenmoor {
 // One at a time in a process: signal handlers are the process's own.
 class SignalPipe {
 public:
-    // Takes `signals` over. Without a pipe to be had they keep their default: they kill.
-    explicit SignalPipe(std::span<const int> signals);
+    // Takes the signals of these `numbers` over. Without a pipe to be had they keep their default:
+    // they kill.
+    explicit SignalPipe(std::span<const int> numbers);
 
     // Gives them back to their default.
     ~SignalPipe();
@@ -29,7 +30,7 @@ public:
     void wake() const;
 
 private:
-    const std::span<const int> signals_;
+    const std::span<const int> numbers_;
     int readEnd_ = -1;
     int writeEnd_ = -1;
 };
