@@ -31,6 +31,6 @@ int main(int argc, char** argv)
     }
     const auto& options = std::get<quenmoor::PutOptions>(parsed);
     quenmoor::SystemClock clock;
-    quenmoor::UdtTransferLink link(options.host, options.port);
+    quenmoor::UdtTransferLink link(options.host, options.port, options.congestion);
     return quenmoor::runPut(options, clock, link, leaveWithinASecond);
 }

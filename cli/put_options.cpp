@@ -72,6 +72,8 @@ std::variant<PutOptions, PutExit> parsePutOptions(int argc, const char* const* a
                                                    {"resume", Existing::Resume},
                                                    {"overwrite", Existing::Overwrite},
                                                    {"cancel", Existing::Cancel}};
+    const std::map<std::string, Congestion> congestion{{"library", Congestion::Library},
+                                                       {"paced", Congestion::Paced}};
 
     CLI::App app("Sends files to a Quenmoor transfer server over UDT.", "quenmoor-put");
     app.footer(kFooter);
@@ -88,6 +90,10 @@ std::variant<PutOptions, PutExit> parsePutOptions(int argc, const char* const* a
                    "cancels elsewhere")
         ->type_name("ask|resume|overwrite|cancel")
         ->transform(CLI::CheckedTransformer(existing).description(""));
+    app.add_option("--congestion", options.congestion,
+                   "Congestion control: the transport library's own, or ours")
+        ->type_name("library|paced")
+        ->transform(CLI::CheckedTransformer(congestion).description(""));
     CLI::Option* const jsonOption =
         app.add_flag("--json", json, "One JSON object a line on standard output");
     app.add_flag("--quiet", quiet, "Nothing but errors")->excludes(jsonOption);

@@ -1,6 +1,8 @@
 // What the user asked quenmoor-put for.
 #pragma once
 
+#include "protocol/congestion.h"
+
 #include <cstdint>
 #include <string>
 #include <variant>
@@ -29,6 +31,7 @@ struct PutOptions {
     std::vector<std::string> tokens; // one for each file
     Existing existing = Existing::Ask;
     Output output = Output::Human;
+    Congestion congestion = kBuiltInCongestion;
     bool verbose = false; // diagnostics on standard error too
 };
 

@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "protocol/paced_control.h"
 
 #include <netdb.h>
 #include <sys/socket.h>
@@ -81,8 +82,8 @@ std::optional<std::int32_t> readOption(std::int32_t socket, UDT::SOCKOPT option)
 
 } // namespace
 
-UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port)
-    : host_(std::move(host)), port_(std::to_string(port))
+UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port, Congestion congestion)
+    : host_(std::move(host)), port_(std::to_string(port)), congestion_(congestion)
 {
 }
 
@@ -132,6 +133,8 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
     const bool rendezvous = true;
     UDT::setsockopt(rendezvousSocket, 0, UDT_RENDEZVOUS, &rendezvous, sizeof rendezvous);
     setLinger(rendezvousSocket);
+    if (congestion_ == Congestion::Paced && !usePacedControl(rendezvousSocket))
+        logOutput("congestion control: " + lastErrorMessage());
 
     if (UDT::bind(rendezvousSocket, local.get(), local.length) == UDT::ERROR) {
         logOutput("bind: " + lastErrorMessage());

@@ -1,6 +1,7 @@
 // The transfer link over real UDT.
 #pragma once
 
+#include "protocol/congestion.h"
 #include "protocol/transfer_link.h"
 
 namespace quenmoor {
@@ -12,7 +13,8 @@ inline constexpr std::uint16_t kTransferPort = 65000;
 class UdtTransferLink : public TransferLink {
 public:
     // `host` is a name or an IPv4 address; it is looked up anew in every attempt.
-    UdtTransferLink(std::string host, std::uint16_t port);
+    UdtTransferLink(std::string host, std::uint16_t port,
+                    Congestion congestion = kBuiltInCongestion);
 
     bool connectAndSendRequest(std::int32_t& connectSocket, const std::string& text) override;
     bool rendezvousWithServer(std::int32_t connectSocket, std::int32_t& rendezvousSocket) override;
@@ -28,6 +30,7 @@ private:
     // Set once at construction.
     const std::string host_;
     const std::string port_;
+    const Congestion congestion_;
 };
 
 } // namespace quenmoor

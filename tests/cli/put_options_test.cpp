@@ -23,14 +23,16 @@ std::string complaint(const std::vector<const char*>& arguments)
 
 TEST(PutOptionsTest, pairTokensAndFilesInTheirOrder)
 {
-    const auto parsed = parse({"--token", "t1", "a.mov", "--token", "t2", "caf\xE9", "--host",
-                               "media.example:7000", "--existing", "resume", "--json"});
+    const auto parsed =
+        parse({"--token", "t1", "a.mov", "--token", "t2", "caf\xE9", "--host", "media.example:7000",
+               "--existing", "resume", "--json", "--congestion", "paced"});
     const auto& options = std::get<PutOptions>(parsed);
     EXPECT_EQ(options.tokens, (std::vector<std::string>{"t1", "t2"}));
     EXPECT_EQ(options.files, (std::vector<std::string>{"a.mov", "caf\xE9"}));
     EXPECT_EQ(options.host, "media.example");
     EXPECT_EQ(options.port, 7000);
     EXPECT_EQ(options.existing, Existing::Resume);
+    EXPECT_EQ(options.congestion, Congestion::Paced);
     EXPECT_EQ(options.output, Output::Json);
 }
 
@@ -55,6 +57,7 @@ TEST(PutOptionsTest, areRefusedWithASentenceThatHelps)
     says("FILE", {"--token", "t"});
     says("a token is empty", {"--token", "", "a"});
     says("--existing", {"--token", "t", "--existing", "maybe", "a"});
+    says("--congestion", {"--token", "t", "--congestion", "none", "a"});
     says("--quiet", {"--token", "t", "--json", "--quiet", "a"});
     says("no port from 1 to 65535", {"--host", "h:0", "--token", "t", "a"});
     says("no port from 1 to 65535", {"--host", "h:65536", "--token", "t", "a"});

@@ -45,6 +45,7 @@ struct ServiceFixture : testing::Test {
 
 // One engine that has sent what it was given when send() returns.
 struct SendingFixture : ServiceFixture {
+    Congestion congestion = kBuiltInCongestion;
     UploadQueues queues;
     FakeUploadView view;
     SystemClock clock;
@@ -62,7 +63,7 @@ struct SendingFixture : ServiceFixture {
     // Until every file ended, or one was given up.
     void send()
     {
-        UdtTransferLink link("127.0.0.1", server->port());
+        UdtTransferLink link("127.0.0.1", server->port(), congestion);
         UploadEngine engine(queues, link, view, clock);
         view.onReload = [this] {
             if (queues.uploadCount() == 1 && ended(queues.tableList().count() - 1))

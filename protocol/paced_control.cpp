@@ -1,0 +1,137 @@
+#include "protocol/paced_control.h"
+
+#include "protocol/packet_number.h"
+#include "protocol/path_model.h"
+
+#include <ccc.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <mutex>
+
+namespace quenmoor {
+namespace {
+
+constexpr std::uint32_t kFirstOfPair = 0x80000000U;
+
+Micros steadyNow()
+{
+    using namespace std::chrono;
+    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+// Reads the library's list of losses: single numbers, and pairs whose first has its top bit set.
+// Calls `range` with the numbers as they are on the wire. A pair without a second is left out.
+template <typename Function>
+void forEachRange(const std::int32_t* list, int size, Function range)
+{
+    for (int i = 0; i < size; ++i) {
+        const auto word = static_cast<std::uint32_t>(list[i]);
+        const auto first = static_cast<std::int32_t>(word & ~kFirstOfPair);
+        if ((word & kFirstOfPair) == 0)
+            range(first, first);
+        else if (++i < size)
+            range(first, list[i] & INT32_MAX);
+    }
+}
+
+class PacedControl : public CCC {
+public:
+    // On a thread of its own, that was not told whether the others have left.
+    ~PacedControl() override
+    {
+        guarded([this] { model_.reset(); });
+    }
+
+    void init() override
+    {
+        guarded([this] {
+            last_ = static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1;
+            model_ = std::make_unique<PathModel>(last_, steadyNow());
+            keepPace();
+        });
+    }
+
+    void onPktSent(const CPacket* packet) override
+    {
+        guarded([&] {
+            const std::int64_t number = unwrapped(packet->m_iSeqNo, last_);
+            last_ = std::max(last_, number);
+            if (model_)
+                model_->sent(number, steadyNow());
+        });
+    }
+
+    void onACK(std::int32_t next) override
+    {
+        heard([&](Micros now) { model_->acknowledged(unwrapped(next, last_), now); });
+    }
+
+    void onLoss(const std::int32_t* list, int size) override
+    {
+        heard([&](Micros now) {
+            forEachRange(list, size, [&](std::int32_t first, std::int32_t last) {
+                model_->reported({unwrapped(first, last_), unwrapped(last, last_)}, now);
+            });
+        });
+    }
+
+    void onTimeout() override
+    {
+        heard([&](Micros now) { model_->timedOut(now); });
+    }
+
+private:
+    // Nothing may be thrown through the library. An event that is lost changes little.
+    template <typename Function>
+    void guarded(Function function) noexcept
+    {
+        try {
+            const std::lock_guard lock(mutex_);
+            function();
+        } catch (...) {
+            return;
+        }
+    }
+
+    template <typename Function>
+    void heard(Function function) noexcept
+    {
+        guarded([&] {
+            if (!model_)
+                return;
+            function(steadyNow());
+            keepPace();
+            setRTO(static_cast<int>(std::min<Micros>(model_->pace().timeOut, INT32_MAX)));
+        });
+    }
+
+    // Only on the threads that may write these fields: the connecting and the receiving one.
+    void keepPace()
+    {
+        m_dPktSndPeriod = model_->pace().period;
+        m_dCWndSize = model_->pace().window;
+    }
+
+    std::mutex mutex_;
+    std::unique_ptr<PathModel> model_; // guarded by mutex_, like all below
+    std::int64_t last_ = 0;            // the highest number sent
+};
+
+class PacedFactory : public CCCVirtualFactory {
+public:
+    // The library owns both, and makes an error of its own of an allocation that fails.
+    CCC* create() override { return new PacedControl; }
+    CCCVirtualFactory* clone() override { return new PacedFactory; }
+};
+
+} // namespace
+
+bool usePacedControl(std::int32_t socket)
+{
+    PacedFactory factory; // cloned at once
+    return UDT::setsockopt(socket, 0, UDT_CC, &factory, sizeof factory) != UDT::ERROR;
+}
+
+} // namespace quenmoor
