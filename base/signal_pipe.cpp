@@ -28,6 +28,8 @@ extern "C" void onSignal(int number)
     errno = before;
 }
 
+// Without SA_RESTART: a thread sanitizer runs handlers when a blocking call returns, which a call
+// that starts again never does.
 void setHandler(int number, void (*handler)(int), int flags)
 {
     struct sigaction action {};
@@ -51,7 +53,7 @@ SignalPipe::SignalPipe(std::span<const int> numbers) : numbers_(numbers)
     fcntl(writeEnd_, F_SETFL, O_NONBLOCK);
     signalPipe = writeEnd_;
     for (const int number : numbers_)
-        setHandler(number, onSignal, SA_RESTART | static_cast<int>(SA_RESETHAND));
+        setHandler(number, onSignal, static_cast<int>(SA_RESETHAND));
 }
 
 SignalPipe::~SignalPipe()
