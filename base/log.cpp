@@ -1,8 +1,9 @@
 #include "base/log.h"
 
+#include "base/text.h"
+
 #include <syslog.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 
@@ -61,15 +62,7 @@ void logOutput(std::string_view line)
 
 std::string printable(std::string_view line)
 {
-    std::string text(line);
-    std::replace_if(
-        text.begin(), text.end(),
-        [](char c) {
-            const auto byte = static_cast<unsigned char>(c);
-            return (byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7F;
-        },
-        '?');
-    return text;
+    return visibleControls(line, "\t\n");
 }
 
 } // namespace quenmoor

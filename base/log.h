@@ -41,8 +41,8 @@ void logSystem(fmt::format_string<Args...> format, Args&&... args)
 // Writes one line to the output channel.
 void logOutput(std::string_view line);
 
-// `line` with control bytes other than the tab and the line feed shown as "?": what the network
-// sends must not steer a terminal.
+// `line` with its control characters visible, but for the tab and the line feed, which documents
+// hold: what the network sends must not steer a terminal. See visibleControls().
 std::string printable(std::string_view line);
 
 } // namespace quenmoor

@@ -82,6 +82,22 @@ Utf8Part leadingPart(std::string_view bytes)
     return {length, true};
 }
 
+// What stands for `part`, one character or ill-formed: itself, unless it is a control character.
+std::string visible(std::string_view part)
+{
+    constexpr unsigned char kDelete = 0x7F;
+    constexpr unsigned char kDeletePicture = 0x21; // after the picture of NUL
+    const auto first = static_cast<unsigned char>(part.front());
+    if (first < 0x20 || first == kDelete) {
+        std::string picture = "\u2400"; // of NUL; the others follow in order
+        picture.back() = static_cast<char>(0x80 + (first == kDelete ? kDeletePicture : first));
+        return picture;
+    }
+    const bool high =
+        part.size() == 2 && first == 0xC2 && static_cast<unsigned char>(part[1]) < 0xA0;
+    return std::string(high ? kReplacement : part);
+}
+
 } // namespace
 
 std::int32_t leadingInt32(std::string_view text)
@@ -92,6 +108,14 @@ std::int32_t leadingInt32(std::string_view text)
 std::int64_t leadingInt64(std::string_view text)
 {
     return leadingInteger<std::int64_t>(text);
+}
+
+std::optional<std::int64_t> wholeNumber(std::string_view text)
+{
+    const char* const end = text.data() + text.size();
+    std::int64_t value = 0;
+    const auto [rest, failed] = std::from_chars(text.data(), end, value);
+    return failed == std::errc() && rest == end ? std::optional(value) : std::nullopt;
 }
 
 std::string percentEncodeQuery(std::string_view bytes)
@@ -150,6 +174,26 @@ std::string displayText(std::string_view bytes)
         bytes.remove_prefix(part.length);
     }
     return text;
+}
+
+std::string visibleControls(std::string_view text, std::string_view kept)
+{
+    std::string shown;
+    shown.reserve(text.size());
+    while (!text.empty()) {
+        const std::string_view part = text.substr(0, leadingPart(text).length);
+        if (kept.find(part.front()) != std::string_view::npos)
+            shown += part;
+        else
+            shown += visible(part);
+        text.remove_prefix(part.size());
+    }
+    return shown;
+}
+
+std::string displayLine(std::string_view bytes)
+{
+    return visibleControls(displayText(bytes));
 }
 
 } // namespace quenmoor

@@ -1,5 +1,6 @@
 #include "cli/plain_report.h"
 
+#include "base/text.h"
 #include "cli/shown_text.h"
 
 #include <fmt/format.h>
@@ -10,7 +11,7 @@ namespace {
 // The event in words; empty for one that says nothing to a person.
 std::string lineFor(const PutEvent& event)
 {
-    const std::string name = shownName(event.file);
+    const std::string name = displayLine(event.file);
     switch (event.kind) {
     case PutEventKind::Queued:
         return fmt::format("{}: queued, {}", name, shownSize(event.total.value_or(0)));

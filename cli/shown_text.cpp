@@ -1,8 +1,5 @@
 #include "cli/shown_text.h"
 
-#include "base/log.h"
-#include "base/text.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -28,14 +25,6 @@ std::size_t offsetOf(const std::string& text, std::size_t count)
 }
 
 } // namespace
-
-std::string shownName(const std::string& bytes)
-{
-    std::string name = printable(displayText(bytes));
-    std::replace(name.begin(), name.end(), '\n', '?');
-    std::replace(name.begin(), name.end(), '\t', '?');
-    return name;
-}
 
 std::string oneLine(std::string text)
 {

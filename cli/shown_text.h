@@ -1,4 +1,4 @@
-// How names and amounts look to a person.
+// How messages and amounts look to a person. For names see displayLine() in base/text.h.
 #pragma once
 
 #include <cstddef>
@@ -6,9 +6,6 @@
 #include <string>
 
 namespace quenmoor {
-
-// `bytes` as one line of UTF-8 that cannot steer a terminal.
-std::string shownName(const std::string& bytes);
 
 // `text` with its line feeds as blanks.
 std::string oneLine(std::string text);

@@ -1,5 +1,6 @@
 #include "cli/terminal_report.h"
 
+#include "base/text.h"
 #include "cli/shown_text.h"
 
 #include <fmt/format.h>
@@ -34,7 +35,7 @@ std::string bar(std::int32_t percent)
 // The last component is enough on a line of its own.
 std::string nameOf(const PutEvent& event)
 {
-    return shownName(std::filesystem::path(event.file).filename().native());
+    return displayLine(std::filesystem::path(event.file).filename().native());
 }
 
 std::string tryNumber(const PutEvent& event)

@@ -1,8 +1,9 @@
 #include "devservice/faults.h"
 
+#include "base/text.h"
+
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace quenmoor {
 namespace {
@@ -28,15 +29,6 @@ constexpr std::array kNames{
     FaultName{"smaller-final-size", FaultKind::SmallerFinalSize, ""},
     FaultName{"larger-final-size", FaultKind::LargerFinalSize, ""},
 };
-
-std::optional<std::int64_t> wholeNumber(std::string_view text)
-{
-    std::int64_t value = 0;
-    const auto [rest, failed] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (failed != std::errc() || rest != text.data() + text.size())
-        return std::nullopt;
-    return value;
-}
 
 } // namespace
 

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <fstream>
 #include <thread>
 
@@ -55,13 +54,15 @@ std::optional<std::string> readFile(const std::filesystem::path& path)
     return file.bad() ? std::nullopt : std::optional(std::move(content));
 }
 
-// Nothing unless all of `text` is one decimal number that is not negative.
-std::optional<std::int64_t> parseSize(std::string_view text)
+// The page that was installed with the program, or that of the sources for one in its build tree.
+std::filesystem::path usualPageFolder()
 {
-    std::int64_t size = -1;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), size);
-    const bool whole = result.ec == std::errc() && result.ptr == text.data() + text.size();
-    return whole && size >= 0 ? std::optional(size) : std::nullopt;
+    std::error_code error;
+    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::filesystem::path installed = program.parent_path() / QUENMOOR_INSTALLED_PAGE;
+    if (!error && std::filesystem::is_directory(installed, error))
+        return installed.lexically_normal();
+    return QUENMOOR_SOURCE_PAGE;
 }
 
 // Nothing unless `question` is an object that holds a text under `key`.
@@ -117,7 +118,7 @@ struct PageServer::Impl {
           server([&certificate](SSL_CTX& context) { return prepareTls(context, certificate); })
     {
         if (settings.pageFolder.empty())
-            settings.pageFolder = QUENMOOR_PAGE_FOLDER;
+            settings.pageFolder = usualPageFolder();
     }
 
     void limit();
@@ -234,8 +235,8 @@ void PageServer::Impl::issueToken(const json& question, httplib::Response& respo
 {
     const auto session = textOf(question, "session");
     const auto filename = textOf(question, "filename");
-    const auto size = parseSize(textOf(question, "size").value_or(std::string()));
-    if (!session || !filename || !size)
+    const auto size = wholeNumber(textOf(question, "size").value_or(std::string()));
+    if (!session || !filename || !size || *size < 0)
         return refuse(response, 400, "The question cannot be read.");
     const auto [token, refusal] = sessions.issueToken(*session, percentDecode(*filename), *size);
     if (!token.empty())

@@ -23,7 +23,7 @@
 namespace quenmoor {
 
 struct PageSettings {
-    std::filesystem::path pageFolder;                        // empty: the one beside the sources
+    std::filesystem::path pageFolder;                        // empty: the one of the service
     std::string address = "127.0.0.1";                       // to listen on
     std::uint16_t port = 8443;                               // 0 takes a free one
     std::array<std::string, 3> newestVersion{"0", "0", "0"}; // as the page publishes it

@@ -1,6 +1,7 @@
 #include "devservice/request_reader.h"
 
-#include <charconv>
+#include "base/text.h"
+
 #include <string>
 
 namespace quenmoor {
@@ -37,15 +38,6 @@ std::optional<std::string_view> widestValue(std::string_view text, const std::st
         return std::nullopt;
     const std::size_t from = start + startTag.size();
     return text.substr(from, to - from);
-}
-
-std::optional<std::int64_t> wholeNumber(std::string_view text)
-{
-    std::int64_t value = 0;
-    const auto [rest, failed] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (failed != std::errc() || rest != text.data() + text.size())
-        return std::nullopt;
-    return value;
 }
 
 std::optional<bool> flag(const std::optional<std::string_view>& text)

@@ -1,5 +1,6 @@
 #include "devservice/transfer_session.h"
 
+#include "base/text.h"
 #include "devservice/request_reader.h"
 #include "devservice/response_documents.h"
 
@@ -22,14 +23,6 @@ constexpr auto kLongPoll = 20ms;
 constexpr std::int64_t kPaceSteps = 10; // a second
 
 constexpr std::string_view kGarbage = "These words are no document. <<<";
-
-// A name on one line of the log.
-std::string shownName(std::string name)
-{
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
-    return name;
-}
 
 ResponseContainer responseFor(const HeldCopy& held)
 {
@@ -56,7 +49,7 @@ void TransferSession::run()
     const std::optional<RequestContainer> request = receiveRequest();
     if (!request)
         return;
-    say("announces {} bytes for \"{}\"", request->size(), shownName(request->originFilename()));
+    say("announces {} bytes for \"{}\"", request->size(), displayLine(request->originFilename()));
     if (has(FaultKind::RefuseRendezvous)) {
         drop("told to refuse the rendezvous");
         return;

@@ -6,8 +6,7 @@
 
 namespace quenmoor {
 
-// `bytes` as text on one line: what is not UTF-8 becomes U+FFFD, a control character the picture
-// that Unicode has for it, a newline for one as U+240A.
+// `bytes` as text on one line: see displayLine().
 QString shownText(std::string_view bytes);
 
 } // namespace quenmoor

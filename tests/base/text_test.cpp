@@ -32,6 +32,28 @@ TEST(LeadingInteger, saturatesAtTheFieldsOwnRange)
     EXPECT_EQ(leadingInt32("-99999999999"), std::numeric_limits<std::int32_t>::min());
 }
 
+TEST(WholeNumber, isAllOfTheTextOrNothing)
+{
+    struct Row {
+        const char* text;
+        std::optional<std::int64_t> value;
+    };
+    for (const auto& [text, value] : {Row{"0", 0},
+                                      {"-17", -17},
+                                      {"007", 7},
+                                      {"9223372036854775807", 9223372036854775807},
+                                      {"9223372036854775808", std::nullopt},
+                                      {"", std::nullopt},
+                                      {"-", std::nullopt},
+                                      {"+1", std::nullopt},
+                                      {" 1", std::nullopt},
+                                      {"1 ", std::nullopt},
+                                      {"1x", std::nullopt},
+                                      {"0x1", std::nullopt},
+                                      {"1.0", std::nullopt}})
+        EXPECT_EQ(wholeNumber(text), value) << '"' << text << '"';
+}
+
 TEST(PercentEncoding, keepsQueryCharactersAndWritesTheOthersByteForByte)
 {
     EXPECT_EQ(percentEncodeQuery("a b#1.mov"), "a%20b%231.mov");
@@ -71,6 +93,15 @@ TEST(DisplayText, replacesEachIllFormedPartAndNothingElse)
     // the example of table 3-8 of the Unicode standard
     EXPECT_EQ(displayText("\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64"),
               "a" + mark + mark + mark + "b" + mark + "c" + mark + mark + "d");
+}
+
+TEST(DisplayLine, showsEveryControlCharacter)
+{
+    EXPECT_EQ(displayLine("na\xC3\xAFve\u00A0\u2400.mov"), "na\xC3\xAFve\u00A0\u2400.mov");
+    EXPECT_EQ(displayLine(std::string("\0\t\n\r\x1b[2J\x1f \x7f", 11)),
+              "\u2400\u2409\u240A\u240D\u241B[2J\u241F \u2421");
+    EXPECT_EQ(displayLine("\xC2\x80\xC2\x9B\xC2\x9F|\xC2|\x9B"),
+              "\uFFFD\uFFFD\uFFFD|\uFFFD|\uFFFD");
 }
 
 } // namespace

@@ -11,16 +11,6 @@ std::variant<PutOptions, PutExit> parse(std::vector<const char*> arguments)
     return parsePutOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
-std::string complaint(const std::vector<const char*>& arguments)
-{
-    const auto parsed = parse(arguments);
-    const auto* const exit = std::get_if<PutExit>(&parsed);
-    if (exit == nullptr)
-        return "accepted";
-    EXPECT_EQ(exit->status, kExitUsage);
-    return exit->text;
-}
-
 TEST(PutOptionsTest, pairTokensAndFilesInTheirOrder)
 {
     const auto parsed =
@@ -36,7 +26,7 @@ TEST(PutOptionsTest, pairTokensAndFilesInTheirOrder)
     EXPECT_EQ(options.output, Output::Json);
 }
 
-TEST(PutOptionsTest, standWithoutBeingAsked)
+TEST(PutOptionsTest, standWithoutBeingAskedAndAreExplained)
 {
     const auto parsed = parse({"--token", "t", "--", "--odd-name"});
     const auto& options = std::get<PutOptions>(parsed);
@@ -44,33 +34,37 @@ TEST(PutOptionsTest, standWithoutBeingAsked)
     EXPECT_EQ(options.port, 65000);
     EXPECT_EQ(options.existing, Existing::Ask);
     EXPECT_EQ(options.output, Output::Human);
+
+    const auto help = std::get<PutExit>(parse({"--help"}));
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.text.find("Exit status"), std::string::npos);
 }
 
 TEST(PutOptionsTest, areRefusedWithASentenceThatHelps)
 {
-    const auto says = [](const std::string& text, const std::vector<const char*>& arguments) {
-        EXPECT_NE(complaint(arguments).find(text), std::string::npos) << complaint(arguments);
+    const char* const port = "no port from 1 to 65535";
+    const std::pair<const char*, std::vector<const char*>> rows[]{
+        {"1 token for 2 files", {"--token", "t", "a", "b"}},
+        {"2 tokens for 1 file", {"--token", "t", "--token", "u", "a"}},
+        {"--token", {"a"}},
+        {"FILE", {"--token", "t"}},
+        {"a token is empty", {"--token", "", "a"}},
+        {"--existing", {"--token", "t", "--existing", "maybe", "a"}},
+        {"--congestion", {"--token", "t", "--congestion", "none", "a"}},
+        {"--quiet", {"--token", "t", "--json", "--quiet", "a"}},
+        {port, {"--host", "h:0", "--token", "t", "a"}},
+        {port, {"--host", "h:65536", "--token", "t", "a"}},
+        {port, {"--host", "h:-65000", "--token", "t", "a"}},
+        {port, {"--host", "h:70x", "--token", "t", "a"}},
+        {"the host is missing", {"--host", ":7", "--token", "t", "a"}},
     };
-    says("1 token for 2 files", {"--token", "t", "a", "b"});
-    says("2 tokens for 1 file", {"--token", "t", "--token", "u", "a"});
-    says("--token", {"a"});
-    says("FILE", {"--token", "t"});
-    says("a token is empty", {"--token", "", "a"});
-    says("--existing", {"--token", "t", "--existing", "maybe", "a"});
-    says("--congestion", {"--token", "t", "--congestion", "none", "a"});
-    says("--quiet", {"--token", "t", "--json", "--quiet", "a"});
-    says("no port from 1 to 65535", {"--host", "h:0", "--token", "t", "a"});
-    says("no port from 1 to 65535", {"--host", "h:65536", "--token", "t", "a"});
-    says("no port from 1 to 65535", {"--host", "h:70x", "--token", "t", "a"});
-    says("the host is missing", {"--host", ":7", "--token", "t", "a"});
-}
-
-TEST(PutOptionsTest, explainTheExitStatusInTheHelp)
-{
-    const auto parsed = parse({"--help"});
-    const auto& help = std::get<PutExit>(parsed);
-    EXPECT_EQ(help.status, 0);
-    EXPECT_NE(help.text.find("Exit status"), std::string::npos);
+    for (const auto& [text, arguments] : rows) {
+        const auto parsed = parse(arguments);
+        const auto* const exit = std::get_if<PutExit>(&parsed);
+        ASSERT_NE(exit, nullptr) << text;
+        EXPECT_EQ(exit->status, kExitUsage);
+        EXPECT_NE(exit->text.find(text), std::string::npos) << exit->text;
+    }
 }
 
 } // namespace
