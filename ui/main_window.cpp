@@ -7,6 +7,7 @@
 #include "ui/header_style.h"
 #include "ui/look.h"
 #include "ui/status_table_model.h"
+#include "ui/steady_label.h"
 
 #include <QAction>
 #include <QApplication>
@@ -56,7 +57,7 @@ MainWindow::MainWindow(QWidget* page)
       progressGrid(named(new QTableView, u"progressGrid"_s)),
       fileStatusBarLabel(named(new QLabel(u"File:"_s), u"fileStatusBarLabel"_s)),
       filenameStatusBarLabel(named(new ElidedLabel, u"filenameStatusBarLabel"_s)),
-      uploadStatusBarLabel(named(new QLabel, u"uploadStatusBarLabel"_s)),
+      uploadStatusBarLabel(named(new SteadyLabel, u"uploadStatusBarLabel"_s)),
       statusBarProgressBar(named(new QProgressBar, u"statusBarProgressBar"_s)),
       heading_(new QLabel),
       hint_(new QLabel),
@@ -165,7 +166,7 @@ void MainWindow::makeStatusBar()
 {
     fileStatusBarLabel->setForegroundRole(QPalette::PlaceholderText);
     filenameStatusBarLabel->setElidedText(u"[none]"_s);
-    uploadStatusBarLabel->setText(u"Upload rate: 0.000 MB/s"_s);
+    uploadStatusBarLabel->setSteadyText(u"Upload rate: 0.000 MB/s"_s);
     statusBarProgressBar->setAccessibleName(u"Progress of the file under upload"_s);
     statusBarProgressBar->setRange(0, 100);
     statusBarProgressBar->setValue(0);
@@ -259,6 +260,17 @@ void MainWindow::arrange()
         if (focused)
             browseButton->setFocus();
     }
+}
+
+void MainWindow::changeEvent(QEvent* event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() != QEvent::WindowStateChange)
+        return;
+    // Some desktops keep a minimised window as if it were on screen, and the toolkit paints on.
+    // What has changed meanwhile is painted when updates are enabled again.
+    progressPanel->setUpdatesEnabled(!isMinimized());
+    statusBar()->setUpdatesEnabled(!isMinimized());
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

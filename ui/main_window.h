@@ -19,6 +19,7 @@ namespace quenmoor {
 class DragView;
 class DropPanel;
 class ElidedLabel;
+class SteadyLabel;
 
 // Main thread only. Each part's object name is its name here.
 class MainWindow : public QMainWindow {
@@ -40,7 +41,7 @@ public:
     QTableView* progressGrid;
     QLabel* fileStatusBarLabel;
     ElidedLabel* filenameStatusBarLabel;
-    QLabel* uploadStatusBarLabel;
+    SteadyLabel* uploadStatusBarLabel;
     QProgressBar* statusBarProgressBar;
 
     void setGridModel(QAbstractItemModel* model);
@@ -63,6 +64,7 @@ Q_SIGNALS:
     void windowClosed();
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:

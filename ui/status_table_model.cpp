@@ -38,7 +38,11 @@ void StatusTableModel::refreshCurrentRow()
     if (queued == 0 || queued > files_.size())
         return;
     const int row = static_cast<int>(files_.size() - queued);
-    Q_EMIT dataChanged(index(row, Status), index(row, Percent));
+    // Cell by cell: for a range of cells the view would paint the row below as well.
+    for (const int column : {Status, Percent}) {
+        const QModelIndex cell = index(row, column);
+        Q_EMIT dataChanged(cell, cell);
+    }
 }
 
 int StatusTableModel::rowCount(const QModelIndex& parent) const
@@ -59,7 +63,10 @@ QVariant StatusTableModel::data(const QModelIndex& index, int role) const
     const StatusTable& table = queues_.tableList();
     switch (role) {
     case Qt::DisplayRole: return shownText(table.cell(columnName(index.column()), row));
-    case PercentRole: return QString::fromStdString(table.cell({}, row)).toInt();
+    case PercentRole: {
+        const StatusTable::Row object = table.objectAtIndex(row);
+        return object != nullptr ? object->percent() : 0;
+    }
     case Qt::ToolTipRole:
         if (index.column() == File)
             return shownText(files_[row].path().native());

@@ -8,6 +8,7 @@
 #include "ui/elided_label.h"
 #include "ui/page_url.h"
 #include "ui/shown_text.h"
+#include "ui/steady_label.h"
 
 #include <QLabel>
 #include <QProgressBar>
@@ -54,7 +55,7 @@ void ViewController::connectParts()
     connect(&with_.view, &QtUploadView::statusBarChanged, this,
             [this](const QString& filename, const QString& rate) {
                 window_.filenameStatusBarLabel->setElidedText(shownText(filename.toStdString()));
-                window_.uploadStatusBarLabel->setText(rate);
+                window_.uploadStatusBarLabel->setSteadyText(rate);
             });
     connect(&with_.view, &QtUploadView::alertRaised, this,
             [this](const Alert& alert, const QtUploadView::Answer& answer) {

@@ -2,6 +2,7 @@
 #include "ui/drag_view.h"
 #include "ui/drop_panel.h"
 #include "ui/elided_label.h"
+#include "ui/steady_label.h"
 #include "ui/view_controller.h"
 
 #include <QLabel>
@@ -24,17 +25,27 @@ private:
     static QString shown(const MainWindow& window)
     {
         QStringList parts;
-        const auto note = [&parts](const QWidget* part) {
-            if (!part->isHidden())
-                parts << part->objectName();
-        };
         for (const QWidget* const part : std::initializer_list<const QWidget*>{
                  window.webView, window.dropPanel, window.progressPanel, window.infoLabel,
-                 window.filenameLabel, window.queueLabel, window.statusBarProgressBar})
-            note(part);
+                 window.filenameLabel, window.queueLabel, window.statusBarProgressBar}) {
+            if (!part->isHidden())
+                parts << part->objectName();
+        }
         if (window.mainView->acceptDrops())
             parts << u"drops"_s;
         return parts.join(u' ');
+    }
+
+    // What a page says that publishes version 2.3 of this `build`.
+    static PageSignal index(const QString& build, const QString& updateUrl)
+    {
+        PageSignal signal;
+        signal.title = u"index"_s;
+        signal.macMajor = u"2"_s;
+        signal.macMinor = u"3"_s;
+        signal.macBuild = build;
+        signal.updateUrl = updateUrl;
+        return signal;
     }
 
 private Q_SLOTS:
@@ -107,19 +118,6 @@ private Q_SLOTS:
         QCOMPARE(with.queues.tableList().cell("File", 1), std::string("b"));
     }
 
-    void theSameFileTwiceIsAskedForTwice()
-    {
-        WindowFixture with;
-        with.start();
-        const FileUrl same = with.file("a");
-        with.controller.addFiles({same, same});
-        with.page.say(u"token"_s, u"s1"_s, u"t1"_s);
-        with.page.say(u"token"_s, u"s1"_s, u"t2"_s);
-        QCOMPARE(with.page.loads.size(), 2U);
-        QCOMPARE(with.page.loads[0], with.page.loads[1]);
-        QCOMPARE(with.queues.uploadCount(), 2U);
-    }
-
     void everySessionAddsTheLatestOpenedFilesAgain()
     {
         WindowFixture with;
@@ -154,59 +152,28 @@ private Q_SLOTS:
         QCOMPARE(with.logged("Session value: (null)"), 1U);
     }
 
-    void anOutdatedClientIsStopped_data()
+    void anOutdatedClientIsStoppedAndLedToAPageOfTheWebOnly()
     {
-        QTest::addColumn<QString>("major");
-        QTest::addColumn<QString>("minor");
-        QTest::addColumn<QString>("build");
-        QTest::addColumn<bool>("outdated");
-        QTest::newRow("equal") << u"2"_s << u"3"_s << u"4"_s << false;
-        QTest::newRow("older build") << u"2"_s << u" 3x"_s << u"5"_s << true;
-        QTest::newRow("newer than the page") << u"1"_s << u"9"_s << u"9"_s << false;
-        QTest::newRow("older major") << u"3"_s << u"0"_s << u"0"_s << true;
-        QTest::newRow("beyond the range") << u"99999999999"_s << QString() << QString() << true;
-        QTest::newRow("no numbers") << QString() << u"x"_s << u"-"_s << false;
-    }
-    void anOutdatedClientIsStopped()
-    {
-        QFETCH(QString, major);
-        QFETCH(QString, minor);
-        QFETCH(QString, build);
-        QFETCH(bool, outdated);
-        WindowFixture with;
-        with.controller.viewDidLoad();
-        with.desktop.answers = {kFirstButton};
-        QSignalSpy terminations(&with.controller, &ViewController::terminationRequested);
-        PageSignal signal;
-        signal.title = u"index"_s;
-        signal.macMajor = major;
-        signal.macMinor = minor;
-        signal.macBuild = build;
-        signal.updateUrl = u"https://host/download"_s;
-        Q_EMIT with.page.titleReceived(signal);
-
-        QCOMPARE(with.desktop.alerts.size(), outdated ? 1U : 0U);
-        QCOMPARE(with.desktop.opened.size(), outdated ? 1U : 0U);
-        QCOMPARE(terminations.count(), outdated ? 1 : 0);
-        // whoever refuses to quit goes on as if current
-        QCOMPARE(shown(with.window), u"webView statusBarProgressBar"_s);
-    }
-
-    void onlyPagesOfTheWebAreOpened()
-    {
-        for (const char* const url : {"file:///etc/passwd", "mailto:x", "javascript:alert(1)",
-                                      "not a url", "//host/path", ""}) {
+        struct Row {
+            QString build;
+            QString url;
+            std::size_t stopped;
+            std::vector<std::string> opened;
+        };
+        const QString download = u"https://host/download"_s;
+        for (const Row& row :
+             {Row{u"4"_s, download, 0, {}}, Row{u"5"_s, download, 1, {"https://host/download"}},
+              Row{u"5"_s, u"file:///etc/passwd"_s, 1, {}}}) {
             WindowFixture with;
             with.controller.viewDidLoad();
             with.desktop.answers = {kFirstButton};
             QSignalSpy terminations(&with.controller, &ViewController::terminationRequested);
-            PageSignal signal;
-            signal.title = u"index"_s;
-            signal.macMajor = u"3"_s;
-            signal.updateUrl = QString::fromUtf8(url);
-            Q_EMIT with.page.titleReceived(signal);
-            QVERIFY2(with.desktop.opened.empty(), url);
-            QCOMPARE(terminations.count(), 1); // it ends all the same
+            Q_EMIT with.page.titleReceived(index(row.build, row.url));
+            QCOMPARE(with.desktop.alerts.size(), row.stopped);
+            QCOMPARE(with.desktop.opened, row.opened);
+            QCOMPARE(static_cast<std::size_t>(terminations.count()), row.stopped);
+            // whoever refuses to quit goes on as if current
+            QCOMPARE(shown(with.window), u"webView statusBarProgressBar"_s);
         }
     }
 
@@ -219,10 +186,7 @@ private Q_SLOTS:
             with.page.say(u"session"_s);
             QCOMPARE(with.logged("Page title: session"), 0U);
         };
-        PageSignal signal;
-        signal.title = u"index"_s;
-        signal.macMajor = u"3"_s;
-        Q_EMIT with.page.titleReceived(signal);
+        Q_EMIT with.page.titleReceived(index(u"5"_s, {}));
         // "session" came last, so the window is Idle, not Ready
         QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
     }
