@@ -140,62 +140,45 @@ TEST_F(EndToEnd, exitStatusesAreThoseOfTheDocumentation)
     EXPECT_EQ(statusOf(put({"missing.mov"}, {"--quiet"})), 4);
 }
 
-// Interrupts a client that has said `text`, and expects it gone within a second.
-struct Interrupted : EndToEnd {
-    void interrupt(const std::vector<std::string>& faults, const std::string& text)
-    {
-        std::ignore = files.file("clip.mov", sampleContent(40'000'000));
-        if (port == "0")
-            startService(faults);
-        Process client(put({"clip.mov"}, {"--json"}));
-        ASSERT_TRUE(client.waitFor(text)) << client.output();
-        std::this_thread::sleep_for(400ms); // well inside the phase
-        const auto start = std::chrono::steady_clock::now();
-        client.signal(SIGTERM);
-        EXPECT_EQ(client.exitStatus(10s), 143);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
-        EXPECT_NE(client.output().find("\"event\":\"summary\""), std::string::npos);
-    }
+struct Phase {
+    const char* name;
+    const char* fault; // nullptr: no service
+    const char* sign;  // what the client has said when the phase begins
+
+    friend void PrintTo(const Phase& phase, std::ostream* out) { *out << phase.name; }
 };
 
-TEST_F(Interrupted, endsWhileConnecting)
+struct Interrupted : EndToEnd, testing::WithParamInterface<Phase> {};
+
+TEST_P(Interrupted, isGoneWithinASecond)
 {
-    port = "9";
-    interrupt({}, "Connecting");
+    const Phase& phase = GetParam();
+    std::ignore = files.file("clip.mov", sampleContent(40'000'000));
+    port = phase.fault != nullptr ? "0" : "9";
+    if (phase.fault != nullptr)
+        startService({"--fault", phase.fault});
+    Process client(put({"clip.mov"}, {"--json"}));
+    ASSERT_TRUE(client.waitFor(phase.sign)) << client.output();
+    std::this_thread::sleep_for(400ms); // well inside the phase
+    const auto start = std::chrono::steady_clock::now();
+    client.signal(SIGTERM);
+    EXPECT_EQ(client.exitStatus(10s), 143);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
+    EXPECT_NE(client.output().find("\"event\":\"summary\""), std::string::npos);
 }
 
-TEST_F(Interrupted, endsInTheCountdown)
-{
-    port = "9";
-    interrupt({}, "Retrying in 5s");
-}
+INSTANTIATE_TEST_SUITE_P(
+    Phases, Interrupted,
+    testing::Values(Phase{"connecting", nullptr, "Connecting"},
+                    Phase{"countdown", nullptr, "Retrying in 5s"},
+                    Phase{"rendezvous", "refuse-rendezvous", "Connecting"},
+                    Phase{"response", "never-answer", "Connecting"},
+                    Phase{"sending", "slow-reading=1000000", "Uploading at"},
+                    Phase{"nobodyReads", "stop-reading=1000000", "Uploading at"},
+                    Phase{"closingDocument", "no-closing-document", "Connecting"}),
+    [](const auto& phase) { return phase.param.name; });
 
-TEST_F(Interrupted, endsInTheRendezvous)
-{
-    interrupt({"--fault", "refuse-rendezvous"}, "Connecting");
-}
-
-TEST_F(Interrupted, endsWhileWaitingForTheResponse)
-{
-    interrupt({"--fault", "never-answer"}, "Connecting");
-}
-
-TEST_F(Interrupted, endsWhileSending)
-{
-    interrupt({"--fault", "slow-reading=1000000"}, "Uploading at");
-}
-
-TEST_F(Interrupted, endsWhileNobodyReads)
-{
-    interrupt({"--fault", "stop-reading=1000000"}, "Uploading at");
-}
-
-TEST_F(Interrupted, endsWhileWaitingForTheClosingDocument)
-{
-    interrupt({"--fault", "no-closing-document"}, "Connecting");
-}
-
-TEST_F(Interrupted, endsUnderAnOpenQuestion)
+TEST_F(EndToEnd, anInterruptUnderAnOpenQuestionLeavesTheCopyAlone)
 {
     std::ignore = files.file("clip.mov", "x");
     std::ignore = root.file("clip.mov", "another file");

@@ -12,6 +12,7 @@ using Texts = std::vector<std::string>;
 constexpr std::size_t kSize = 3'000'000;
 
 struct Faulty : SendingFixture {
+    const Texts straight{"Connecting", "Finished"};
     const Texts retried{"Connecting", "Waiting (Error)", "Connecting", "Finished"};
 
     // What the row went through, without the samples of the rate.
@@ -24,16 +25,55 @@ struct Faulty : SendingFixture {
         }
         return texts;
     }
-
-    void meetOnce(Fault fault)
-    {
-        server->setFaults({fault}, 1);
-        const std::string content = queue("clip.mov", kSize);
-        send();
-        EXPECT_EQ(stored("clip.mov"), content);
-        EXPECT_EQ(view.questions(), 0U);
-    }
 };
+
+struct Met {
+    const char* name;
+    Fault fault;
+    bool retried;
+    int resumes = 0; // where the server has the file
+    std::size_t questions = 0;
+    std::size_t size = kSize;
+
+    friend void PrintTo(const Met& met, std::ostream* out) { *out << met.name; }
+};
+
+struct FaultyOnce : Faulty, testing::WithParamInterface<Met> {};
+
+TEST_P(FaultyOnce, theFileArrivesAllTheSame)
+{
+    const Met& met = GetParam();
+    server->setFaults({met.fault}, 1);
+    view.answers = {kSecondButton};
+    const std::string content = queue("clip.mov", met.size);
+    send();
+    EXPECT_EQ(stored("clip.mov"), content);
+    EXPECT_EQ(story(), met.retried ? retried : straight);
+    EXPECT_EQ(view.questions(), met.questions);
+    const auto lines = log.system();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Sending resume confirmation."), met.resumes);
+}
+
+const Met kMet[]{
+    {"refusedRendezvous", {FaultKind::RefuseRendezvous}, true},
+    {"missingAnswer", {FaultKind::NeverAnswer}, true},
+    {"lateAnswer", {FaultKind::AnswerLate, 2000}, false},
+    // A flag that is missing holds: a copy that is the same and complete.
+    {"garbledResponse", {FaultKind::GarbageResponse}, true, 0, 1},
+    {"responseThatBreaksOff", {FaultKind::CutOffResponse}, true, 0, 1},
+    {"droppedLink", {FaultKind::DropAfter, 1'000'000}, true, 1},
+    {"serverThatStopsReading", {FaultKind::StopReading, 500'000}, true, 1},
+    // When the last byte is handed over, the two ends' buffers hold some 24 MB, which take longer
+    // than the ten seconds of the closing receive. The sender's half is waited for by itself.
+    {"slowLink", {FaultKind::SlowReading, 1'600'000}, false, 0, 0, 32'000'000},
+    // The file is whole by then: the next attempt resumes it at its end.
+    {"missingClosing", {FaultKind::NoClosingDocument}, true, 1},
+    {"garbledClosing", {FaultKind::GarbageClosing}, true, 1},
+    {"smallerFinalSize", {FaultKind::SmallerFinalSize}, true, 1},
+    {"largerFinalSize", {FaultKind::LargerFinalSize}, false},
+};
+INSTANTIATE_TEST_SUITE_P(Service, FaultyOnce, testing::ValuesIn(kMet),
+                         [](const auto& met) { return met.param.name; });
 
 TEST_F(Faulty, aServiceWithoutFaultsStoresEveryByte)
 {
@@ -43,95 +83,7 @@ TEST_F(Faulty, aServiceWithoutFaultsStoresEveryByte)
     send();
     for (const std::size_t size : sizes)
         EXPECT_EQ(stored("clip" + std::to_string(size)), sampleContent(size)) << size;
-    EXPECT_EQ(story(3), (Texts{"Connecting", "Finished"}));
-}
-
-TEST_F(Faulty, aRefusedRendezvousIsTriedAgain)
-{
-    meetOnce({FaultKind::RefuseRendezvous});
-    EXPECT_EQ(story(), retried);
-}
-
-TEST_F(Faulty, aMissingAnswerIsTriedAgain)
-{
-    meetOnce({FaultKind::NeverAnswer});
-    EXPECT_EQ(story(), retried);
-}
-
-TEST_F(Faulty, aLateAnswerIsWaitedFor)
-{
-    meetOnce({FaultKind::AnswerLate, 2000});
-    EXPECT_EQ(story(), (Texts{"Connecting", "Finished"}));
-}
-
-TEST_F(Faulty, aGarbledResponseStoresNothingWrong)
-{
-    // Nothing in it is a flag, so all flags hold: a copy that is the same and complete.
-    view.answers = {kSecondButton};
-    server->setFaults({{FaultKind::GarbageResponse}}, 1);
-    const std::string content = queue("clip.mov", kSize);
-    send();
-    EXPECT_EQ(view.questions(), 1U);
-    EXPECT_EQ(stored("clip.mov"), content);
-}
-
-TEST_F(Faulty, aResponseThatBreaksOffStoresNothingWrong)
-{
-    view.answers = {kSecondButton};
-    server->setFaults({{FaultKind::CutOffResponse}}, 1);
-    const std::string content = queue("clip.mov", kSize);
-    send();
-    EXPECT_EQ(stored("clip.mov"), content);
-}
-
-TEST_F(Faulty, aDroppedLinkIsResumedWhereTheServerHasIt)
-{
-    meetOnce({FaultKind::DropAfter, 1'000'000});
-    EXPECT_EQ(story(), retried);
-    const auto lines = log.system();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Sending resume confirmation."), 1);
-}
-
-TEST_F(Faulty, aServerThatStopsReadingIsLeftAfterTenSeconds)
-{
-    meetOnce({FaultKind::StopReading, 500'000});
-    EXPECT_EQ(story(), retried);
-}
-
-TEST_F(Faulty, aSlowLinkIsWaitedForBeyondTheClosingReceive)
-{
-    // When the last byte is handed over, the two ends' buffers hold some 24 MB, which take longer
-    // than the ten seconds of the closing receive. The sender's half is waited for by itself.
-    server->setFaults({{FaultKind::SlowReading, 1'600'000}}, 1);
-    const std::string content = queue("clip.mov", 32'000'000);
-    send();
-    EXPECT_EQ(stored("clip.mov"), content);
-    EXPECT_EQ(story(), (Texts{"Connecting", "Finished"}));
-}
-
-TEST_F(Faulty, aMissingClosingDocumentIsAskedForAgain)
-{
-    // The file is whole by then: the next attempt resumes it at its end.
-    meetOnce({FaultKind::NoClosingDocument});
-    EXPECT_EQ(story(), retried);
-}
-
-TEST_F(Faulty, aGarbledClosingDocumentIsAskedForAgain)
-{
-    meetOnce({FaultKind::GarbageClosing});
-    EXPECT_EQ(story(), retried);
-}
-
-TEST_F(Faulty, aSmallerFinalSizeIsNotBelieved)
-{
-    meetOnce({FaultKind::SmallerFinalSize});
-    EXPECT_EQ(story(), retried);
-}
-
-TEST_F(Faulty, aLargerFinalSizeIsGoodEnough)
-{
-    meetOnce({FaultKind::LargerFinalSize});
-    EXPECT_EQ(story(), (Texts{"Connecting", "Finished"}));
+    EXPECT_EQ(story(3), straight);
 }
 
 TEST_F(Faulty, anExistingCopyIsAskedAboutAndTreatedAsAnswered)
@@ -143,7 +95,7 @@ TEST_F(Faulty, anExistingCopyIsAskedAboutAndTreatedAsAnswered)
     view.answers = {kFirstButton, kSecondButton};
     send();
     EXPECT_EQ(story(0), (Texts{"Connecting", "Canceled"}));
-    EXPECT_EQ(story(1), (Texts{"Connecting", "Finished"}));
+    EXPECT_EQ(story(1), straight);
     EXPECT_EQ(stored("replaced.mov"), replaced);
     ASSERT_EQ(view.questions(), 2U);
     EXPECT_NE(view.alerts[0].informativeText.find("the same and the upload was complete"),
