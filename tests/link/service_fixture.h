@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <functional>
 
 namespace quenmoor {
 
@@ -49,6 +50,7 @@ struct SendingFixture : ServiceFixture {
     UploadQueues queues;
     FakeUploadView view;
     SystemClock clock;
+    std::function<void(const std::string&)> onStatus; // of the first row
 
     SendingFixture() { view.table = &queues.tableList(); }
 
@@ -60,12 +62,14 @@ struct SendingFixture : ServiceFixture {
         return content;
     }
 
-    // Until every file ended, or one was given up.
-    void send()
+    // Until every file ended, or one was given up. To the server, or by way of `relay`.
+    void send(std::uint16_t relay = 0)
     {
-        UdtTransferLink link("127.0.0.1", server->port(), congestion);
+        UdtTransferLink link("127.0.0.1", relay != 0 ? relay : server->port(), congestion);
         UploadEngine engine(queues, link, view, clock);
         view.onReload = [this] {
+            if (onStatus)
+                onStatus(queues.tableList().cell("Status", 0));
             if (queues.uploadCount() == 1 && ended(queues.tableList().count() - 1))
                 clock.end();
         };

@@ -1,0 +1,55 @@
+// Whole uploads over a path that delays, loses and breaks. Real time.
+#include "tests/fakes/udp_relay.h"
+#include "tests/link/service_fixture.h"
+
+#include <algorithm>
+
+namespace quenmoor {
+namespace {
+
+using namespace std::chrono_literals;
+
+class Relayed : public SendingFixture, public testing::WithParamInterface<Congestion> {
+protected:
+    Relayed() { congestion = GetParam(); }
+};
+
+TEST_P(Relayed, aFileCrossesALossyPathByteForByte)
+{
+    UdpRelay relay(server->port(), {10ms, 0.01, 100e6, 20ms});
+    const std::string content = queue("clip.mov", 3'000'001);
+    send(relay.port());
+    EXPECT_EQ(stored("clip.mov"), content);
+    const PathCounts counts = relay.stop();
+    EXPECT_GT(counts.resent, 0);
+    EXPECT_GT(counts.dataPackets - counts.resent, 3'000'000 / 1456);
+}
+
+TEST_P(Relayed, aPulledPlugIsNoticedAndTheUploadGoesOnWhereTheServerHasIt)
+{
+    // The library takes 12 MB at once; the rest takes long enough for a sample of the progress.
+    UdpRelay relay(server->port(), {5ms, 0, 100e6, 50ms});
+    const std::string content = queue("clip.mov", 36'000'000);
+    onStatus = [&, failed = false](const std::string& status) mutable {
+        failed = failed || status == "Waiting (Error)";
+        relay.setCut(!failed && status.starts_with("Uploading at "));
+    };
+    send(relay.port());
+    EXPECT_EQ(stored("clip.mov"), content);
+    const auto lines = log.system();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Sending resume confirmation."), 1);
+}
+
+#ifdef QUENMOOR_THREAD_SANITIZER
+// The library hands our control to threads of its own, unseen by the sanitizer.
+constexpr std::array kControls{Congestion::Library};
+#else
+constexpr std::array kControls{Congestion::Library, Congestion::Paced};
+#endif
+
+INSTANTIATE_TEST_SUITE_P(Controls, Relayed, testing::ValuesIn(kControls), [](const auto& control) {
+    return control.param == Congestion::Paced ? "paced" : "library";
+});
+
+} // namespace
+} // namespace quenmoor
