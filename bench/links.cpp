@@ -24,7 +24,7 @@ struct Link {
 };
 
 // Delays are one way: half of the round trip that the name tells. Queues hold one product of rate
-// and round trip, as routers are told to.
+// and round trip, as routers are told to, unless the name says otherwise.
 const std::array kLinks{
     Link{"100 Mbit 40 ms", {20ms, 0, 100e6, 40ms}, true},
     Link{"200 Mbit 100 ms", {50ms, 0, 200e6, 100ms}, true},
@@ -34,7 +34,7 @@ const std::array kLinks{
     Link{"300 Mbit 50 ms 0.01 %", {25ms, 0.0001, 300e6, 50ms}, false},
     Link{"500 Mbit 20 ms", {10ms, 0, 500e6, 20ms}, false},
     Link{"500 Mbit 20 ms, queue of 2 ms", {10ms, 0, 500e6, 2ms}, false},
-    Link{"1 Gbit 1 ms", {500us, 0, 1e9, 1ms}, false},
+    Link{"1 Gbit 1 ms, queue of 10 ms", {500us, 0, 1e9, 10ms}, false},
 };
 
 struct Passage {

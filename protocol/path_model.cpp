@@ -14,8 +14,8 @@ constexpr double kQueueGain = 0.97;
 constexpr double kSlowestRate = 20; // packets a second, 230 kbit/s
 
 constexpr Micros kShortestRound = 20'000;
-constexpr Micros kTick = 12'000; // the library wakes every 4 to 8 ms
-constexpr double kSpare = 48;    // packets: four acknowledgements
+constexpr Micros kTick = 8'000; // the library wakes every 4 to 8 ms
+constexpr double kSpare = 48;   // packets: four acknowledgements
 
 constexpr double kLeastStartUp = 64; // packets
 

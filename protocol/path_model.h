@@ -14,9 +14,9 @@
 //   period    [us]         1e6 * (16/15) / (gain * rate): the library sends the packet after
 //                          every sixteenth at once
 //   window    [packets]    arrived above a hole, plus
-//                          start-up: max(64, rate * max(2 minimum, minimum + 12 ms))
-//                          while a queue stands: rate * max(1.5 minimum, minimum + 12 ms) + 48
-//                          else: rate * (max(2 minimum, minimum + 12 ms)
+//                          start-up: max(64, rate * max(2 minimum, minimum + 8 ms))
+//                          while a queue stands: rate * max(1.5 minimum, minimum + 8 ms) + 48
+//                          else: rate * (max(2 minimum, minimum + 8 ms)
 //                          + min(minimum, longest gap between arrivals of two rounds)) + 48;
 //                          and rate * minimum / 2 while something is missing, but in start-up.
 //                          0 while the acknowledgement is stuck, see the source
@@ -35,7 +35,7 @@
 //     max(an eighth, 4 ms).
 //
 // Where the constants come from: 2.8 is just under 2 / ln 2, the smallest gain at which the rate
-// of arrivals can double in every round; 16/15, 20 ms, 12 ms and 48 packets follow from the
+// of arrivals can double in every round; 16/15, 20 ms, 8 ms and 48 packets follow from the
 // library's bunches, see the source. The others were tuned with the library's sender against an
 // unmodified receiver over emulated links of 20 to 1000 Mbit/s, 1 to 200 ms and 0 to 1 % loss,
 // and over the simulated ones of the tests.
