@@ -13,7 +13,8 @@ struct BenchSetup {
     int rounds = 5;                 // how often each figure and its limit take turns
     std::int64_t largeFile = 1LL << 30;
     int smallFiles = 40; // a round
-    double linkSeconds = 6;
+    int linkRounds = 2;
+    double linkSeconds = 5;
     std::vector<std::string> links; // by name; empty: the usual ones
 };
 

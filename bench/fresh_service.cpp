@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <charconv>
 #include <csignal>
 #include <stdexcept>
@@ -14,10 +15,11 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kGreeting = "Listening on 127.0.0.1:";
 
-fs::path emptied(const fs::path& folder)
+// Several may be at work at once.
+fs::path newRoot(const fs::path& folder)
 {
-    fs::remove_all(folder);
-    return folder;
+    static std::atomic<int> count = 0;
+    return folder / fmt::format("store-{}", ++count);
 }
 
 std::uint16_t portIn(const std::string& line)
@@ -33,7 +35,7 @@ std::uint16_t portIn(const std::string& line)
 } // namespace
 
 FreshService::FreshService(const BenchSetup& setup)
-    : root_(emptied(setup.folder / "store")),
+    : root_(newRoot(setup.folder)),
       process_({setup.programs / "quenmoor-devservice", "--root", root_, "--port", "0", "--token",
                 kToken})
 {

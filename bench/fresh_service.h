@@ -8,7 +8,7 @@
 
 namespace quenmoor {
 
-// Used by one thread. Its storage is empty at first, and gone when it is.
+// Each is used by one thread. Its storage is empty at first, and gone when it is.
 class FreshService {
 public:
     static constexpr const char* kToken = "bench";

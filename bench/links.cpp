@@ -72,8 +72,8 @@ Passage pass(const BenchSetup& setup, const Link& link, const std::string& conge
 std::vector<Figure> figuresOf(const BenchSetup& setup, const Link& link)
 {
     std::array<std::vector<Passage>, 2> passages; // the library's control, ours
-    for (int round = 0; round < setup.rounds; ++round) {
-        sayProgress(link.name, round, setup.rounds);
+    for (int round = 0; round < setup.linkRounds; ++round) {
+        sayProgress(link.name, round, setup.linkRounds);
         const auto seed = static_cast<unsigned>(round) + 1;
         for (int turn = 0; turn < 2; ++turn) {
             const bool paced = (turn + round) % 2 != 0;

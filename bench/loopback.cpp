@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <stdexcept>
 
 namespace quenmoor {
@@ -94,18 +95,36 @@ double timePerFile(const Cost& cost, double files)
     return cost.seconds * 1000 / files;
 }
 
-// In changing order, so that none of them always has the machine as another left it.
-std::array<std::vector<Cost>, 3> takeTurns(const BenchSetup& setup, const std::string& what,
-                                           const std::array<Command, 3>& commands,
-                                           std::int64_t bytes)
+using Costs = std::array<std::vector<Cost>, 3>;
+
+// One after the other, in changing order: none of them always has the machine as another left it.
+Costs takeTurns(const BenchSetup& setup, const std::array<Command, 3>& commands, std::int64_t bytes)
 {
-    std::array<std::vector<Cost>, 3> costs;
+    Costs costs;
     for (int round = 0; round < setup.rounds; ++round) {
-        sayProgress(what, round, setup.rounds);
+        sayProgress("one large file", round, setup.rounds);
         for (std::size_t i = 0; i < commands.size(); ++i) {
             const std::size_t turn = (i + static_cast<std::size_t>(round)) % commands.size();
             costs.at(turn).push_back(measure(setup, commands.at(turn), bytes));
         }
+    }
+    return costs;
+}
+
+// All at once, for commands that mostly wait for the peer.
+Costs runTogether(const BenchSetup& setup, const std::array<Command, 3>& commands,
+                  std::int64_t bytes)
+{
+    Costs costs;
+    for (int round = 0; round < setup.rounds; ++round) {
+        sayProgress("small files", round, setup.rounds);
+        std::array<std::future<Cost>, 3> running;
+        for (std::size_t i = 0; i < commands.size(); ++i)
+            running.at(i) = std::async(std::launch::async, [&setup, &commands, i, bytes] {
+                return measure(setup, commands.at(i), bytes);
+            });
+        for (std::size_t i = 0; i < commands.size(); ++i)
+            costs.at(i).push_back(running.at(i).get());
     }
     return costs;
 }
@@ -116,7 +135,7 @@ std::vector<Figure> loopbackFigures(const BenchSetup& setup)
 {
     const std::string file = makeFile(setup.folder / "large.mov", setup.largeFile);
     const auto [limit, library, paced] =
-        takeTurns(setup, "loopback",
+        takeTurns(setup,
                   {bare(setup, 1, setup.largeFile), put(setup, "library", {file}),
                    put(setup, "paced", {file})},
                   setup.largeFile);
@@ -150,10 +169,10 @@ std::vector<Figure> smallFileFigures(const BenchSetup& setup)
     for (int i = 0; i < setup.smallFiles; ++i)
         files.push_back(makeFile(setup.folder / fmt::format("small-{}.mov", i), kSmallFile));
     const auto [limit, library, paced] =
-        takeTurns(setup, "small files",
-                  {bare(setup, setup.smallFiles, kSmallFile), put(setup, "library", files),
-                   put(setup, "paced", files)},
-                  kSmallFile * setup.smallFiles);
+        runTogether(setup,
+                    {bare(setup, setup.smallFiles, kSmallFile), put(setup, "library", files),
+                     put(setup, "paced", files)},
+                    kSmallFile * setup.smallFiles);
     for (const std::string& file : files)
         std::filesystem::remove(file);
 

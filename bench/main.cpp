@@ -41,6 +41,9 @@ void addOptions(CLI::App& app, Options& options)
         ->capture_default_str();
     app.add_option("--links", setup.links,
                    "Links by name, or all:\n" + fmt::format("{}", fmt::join(linkNames(), "\n")));
+    app.add_option("--link-rounds", setup.linkRounds, "The same for links")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
     app.add_option("--seconds", setup.linkSeconds, "On each link, each time")
         ->check(CLI::Range(1.0, 3600.0))
         ->capture_default_str();
@@ -48,7 +51,8 @@ void addOptions(CLI::App& app, Options& options)
     app.add_option("--folder", options.folder, "For 2 GB of files that come and go")
         ->check(CLI::ExistingDirectory)
         ->capture_default_str();
-    app.add_flag("--quick", options.quick, "Whether every figure can be had: they mean nothing, and none may be left out");
+    app.add_flag("--quick", options.quick,
+                 "Whether every figure can be had: they mean nothing, and none may be left out");
 }
 
 // A folder of its own, gone at the end.
@@ -107,6 +111,7 @@ int run(Options& options)
 {
     if (options.quick) {
         options.setup.rounds = 1;
+        options.setup.linkRounds = 1;
         options.setup.largeFile = 8 << 20;
         options.setup.smallFiles = 2;
         options.setup.linkSeconds = 2;

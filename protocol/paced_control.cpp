@@ -38,6 +38,8 @@ void forEachRange(const std::int32_t* list, int size, Function range)
 
 class PacedControl : public CCC {
 public:
+    explicit PacedControl(std::shared_ptr<SendGate> gate) : gate_(std::move(gate)) {}
+
     // On a thread of its own, that was not told whether the others have left.
     ~PacedControl() override
     {
@@ -57,6 +59,8 @@ public:
     {
         guarded([&] {
             const std::int64_t number = unwrapped(packet->m_iSeqNo, last_);
+            if (number > last_)
+                gate_->packetSent();
             last_ = std::max(last_, number);
             if (model_)
                 model_->sent(number, steadyNow());
@@ -110,9 +114,13 @@ private:
     // Only on the threads that may write these fields: the connecting and the receiving one.
     void keepPace()
     {
-        m_dPktSndPeriod = model_->pace().period;
+        const double period = model_->pace().period;
+        const Feed feed{period / kPairs, model_->resending(), model_->shortQueue()};
+        m_dPktSndPeriod = gate_->set(feed) ? period : 0;
         m_dCWndSize = model_->pace().window;
     }
+
+    const std::shared_ptr<SendGate> gate_;
 
     std::mutex mutex_;
     std::unique_ptr<PathModel> model_; // guarded by mutex_, like all below
@@ -121,17 +129,25 @@ private:
 
 class PacedFactory : public CCCVirtualFactory {
 public:
+    explicit PacedFactory(std::shared_ptr<SendGate> gate) : gate_(std::move(gate)) {}
+
     // The library owns both, and makes an error of its own of an allocation that fails.
-    CCC* create() override { return new PacedControl; }
-    CCCVirtualFactory* clone() override { return new PacedFactory; }
+    CCC* create() override { return new PacedControl(gate_); }
+    CCCVirtualFactory* clone() override { return new PacedFactory(gate_); }
+
+private:
+    const std::shared_ptr<SendGate> gate_;
 };
 
 } // namespace
 
-bool usePacedControl(std::int32_t socket)
+std::shared_ptr<SendGate> usePacedControl(std::int32_t socket)
 {
-    PacedFactory factory; // cloned at once
-    return UDT::setsockopt(socket, 0, UDT_CC, &factory, sizeof factory) != UDT::ERROR;
+    auto gate = std::make_shared<SendGate>();
+    PacedFactory factory(gate); // cloned at once
+    if (UDT::setsockopt(socket, 0, UDT_CC, &factory, sizeof factory) == UDT::ERROR)
+        return nullptr;
+    return gate;
 }
 
 } // namespace quenmoor

@@ -5,11 +5,15 @@
 // the pace. The last call comes from a third thread, seconds after the socket was closed.
 #pragma once
 
+#include "protocol/send_gate.h"
+
 #include <cstdint>
+#include <memory>
 
 namespace quenmoor {
 
-// Before the socket is connected; it is refused later. The library keeps what it needs.
-[[nodiscard]] bool usePacedControl(std::int32_t socket);
+// Before the socket is connected; later it is refused, with nullptr. Every block that is sent then
+// passes the gate first. The library keeps its share of the gate until the last call.
+[[nodiscard]] std::shared_ptr<SendGate> usePacedControl(std::int32_t socket);
 
 } // namespace quenmoor

@@ -5,7 +5,6 @@
 namespace quenmoor {
 namespace {
 
-constexpr double kPairs = 16.0 / 15.0;
 constexpr double kStartUpGain = 2.8;
 constexpr double kSlowGain = 0.5;  // drain and renew
 constexpr double kSeekGain = 0.35; // until the first answer after a time-out

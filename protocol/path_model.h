@@ -49,9 +49,12 @@
 
 namespace quenmoor {
 
+// How much faster than its period the library sends: the packet after every sixteenth at once.
+inline constexpr double kPairs = 16.0 / 15.0;
+
 // What the sender is to keep to.
 struct Pace {
-    double period = 100;      // microseconds between two packets
+    double period = 100;      // microseconds, kPairs times the time between two packets
     double window = 32;       // packets that may be out
     Micros timeOut = 300'000; // without a word from the peer until everything goes out again
 };
@@ -71,6 +74,12 @@ public:
 
     // Changes with every event but sent().
     const Pace& pace() const { return pace_; }
+
+    // Packets are missing, or were given up and all go out again.
+    bool resending() const { return recovering() || flight_.missing() > 0; }
+
+    // The path's queue overflows before it can be seen.
+    bool shortQueue() const { return probe_.shallow(); }
 
     // What the model believes, for those who watch it. The rate is 0 while unknown.
     enum class Phase { StartUp, Drain, Cruise, Up, Down, Renew };

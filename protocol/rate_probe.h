@@ -24,6 +24,8 @@ public:
     // of them were lost than a shallow buffer explains: then the next probe is smaller by 0.6 of
     // its excess, else larger by 1.3.
     bool judge();
+    // By the last of them.
+    bool shallow() const { return gain_ < kLargest; }
     double rate() const { return rateBetween(first_, last_).value_or(0); }
 
     // The share that was lost in a round of steady sending: the path's own.

@@ -45,8 +45,8 @@ public:
     // when the wait ran out, or when the bytes are not UTF-8. A message ends at a NUL byte.
     [[nodiscard]] virtual std::string receiveString(std::int32_t socket) = 0;
 
-    // Offers `block` to the link, waiting up to 10 seconds for room. Returns how many of its
-    // bytes the link took, or kLinkError.
+    // Offers `block` to the link, waiting for its turn and then up to 10 seconds for room. Returns
+    // how many of its bytes the link took, or kLinkError.
     [[nodiscard]] virtual std::int32_t send(std::int32_t socket, std::span<const char> block) = 0;
 
     // How much the link took and the peer has not acknowledged yet, in packets: 0 means that all

@@ -133,8 +133,12 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
     const bool rendezvous = true;
     UDT::setsockopt(rendezvousSocket, 0, UDT_RENDEZVOUS, &rendezvous, sizeof rendezvous);
     setLinger(rendezvousSocket);
-    if (congestion_ == Congestion::Paced && !usePacedControl(rendezvousSocket))
-        logOutput("congestion control: " + lastErrorMessage());
+    gate_ = nullptr;
+    if (congestion_ == Congestion::Paced) {
+        gate_ = usePacedControl(rendezvousSocket);
+        if (gate_ == nullptr)
+            logOutput("congestion control: " + lastErrorMessage());
+    }
 
     if (UDT::bind(rendezvousSocket, local.get(), local.length) == UDT::ERROR) {
         logOutput("bind: " + lastErrorMessage());
@@ -166,6 +170,8 @@ std::string UdtTransferLink::receiveString(std::int32_t socket)
 
 std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> block)
 {
+    if (gate_ != nullptr && !block.empty())
+        gate_->pass(block.size());
     return UDT::send(socket, block.data(), static_cast<int>(block.size()), 0);
 }
 

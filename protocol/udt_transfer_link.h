@@ -2,7 +2,10 @@
 #pragma once
 
 #include "protocol/congestion.h"
+#include "protocol/send_gate.h"
 #include "protocol/transfer_link.h"
+
+#include <memory>
 
 namespace quenmoor {
 
@@ -31,6 +34,9 @@ private:
     const std::string host_;
     const std::string port_;
     const Congestion congestion_;
+
+    // What the rendezvous socket's blocks pass; nullptr with the library's own control.
+    std::shared_ptr<SendGate> gate_;
 };
 
 } // namespace quenmoor

@@ -1,0 +1,76 @@
+#include "protocol/send_gate.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace quenmoor {
+namespace {
+
+constexpr std::size_t kPayload = 1456; // of a packet; every block ends with a packet of its own
+constexpr double kFewPackets = 48;     // four blocks
+constexpr double kShortTime = 1'000;
+constexpr double kBunchTime = 12'000;
+constexpr double kMostLateness = 2'000;
+constexpr Micros kPatience = 1'000'000;
+constexpr Micros kPoll = 200;
+
+Micros steadyNow()
+{
+    using namespace std::chrono;
+    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+} // namespace
+
+bool SendGate::set(const Feed& feed)
+{
+    const std::lock_guard lock(mutex_);
+    feed_ = feed;
+    const double few = std::max(kFewPackets, kShortTime / feed.period);
+    libraryPaces_ = feed.resending || static_cast<double>(ahead_) > few;
+    return libraryPaces_;
+}
+
+void SendGate::packetSent()
+{
+    const std::lock_guard lock(mutex_);
+    ahead_ = std::max<std::int64_t>(ahead_ - 1, 0); // documents do not pass here
+    ++sent_;
+}
+
+// For packets that wait in the library.
+std::int64_t SendGate::room() const
+{
+    const bool bunches = feed_.resending && !feed_.shortQueue;
+    return static_cast<std::int64_t>(bunches ? kFewPackets + kBunchTime / feed_.period
+                                             : std::max(kFewPackets, kShortTime / feed_.period));
+}
+
+Micros SendGate::admit(std::size_t bytes, Micros now)
+{
+    const std::lock_guard lock(mutex_);
+    if (sent_ != sentBefore_ || progressAt_ == 0) {
+        sentBefore_ = sent_;
+        progressAt_ = now;
+    }
+    const auto packets = static_cast<std::int64_t>((bytes + kPayload - 1) / kPayload);
+    const bool timed = !libraryPaces_ || feed_.shortQueue;
+    Micros wait = timed ? static_cast<Micros>(due_) - now : 0;
+    if (ahead_ + packets > room())
+        wait = std::max(wait, kPoll);
+    if (wait > 0 && now - progressAt_ < kPatience)
+        return std::min(wait, kPatience);
+    due_ = std::max(due_, static_cast<double>(now) - kMostLateness) +
+           feed_.period * static_cast<double>(packets);
+    ahead_ += packets;
+    return 0;
+}
+
+void SendGate::pass(std::size_t bytes)
+{
+    while (const Micros wait = admit(bytes, steadyNow()))
+        std::this_thread::sleep_for(std::chrono::microseconds(wait));
+}
+
+} // namespace quenmoor
