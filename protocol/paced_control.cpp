@@ -69,6 +69,7 @@ public:
 
     void onACK(std::int32_t next) override
     {
+        gate_->acknowledged();
         heard([&](Micros now) { model_->acknowledged(unwrapped(next, last_), now); });
     }
 

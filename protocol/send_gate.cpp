@@ -12,7 +12,7 @@ constexpr double kFewPackets = 48;     // four blocks
 constexpr double kShortTime = 1'000;
 constexpr double kBunchTime = 12'000;
 constexpr double kMostLateness = 2'000;
-constexpr Micros kPatience = 1'000'000;
+constexpr Micros kPatience = 10'000'000; // the library's own, for room to send
 constexpr Micros kPoll = 200;
 
 Micros steadyNow()
@@ -36,7 +36,13 @@ void SendGate::packetSent()
 {
     const std::lock_guard lock(mutex_);
     ahead_ = std::max<std::int64_t>(ahead_ - 1, 0); // documents do not pass here
-    ++sent_;
+    ++progress_;
+}
+
+void SendGate::acknowledged()
+{
+    const std::lock_guard lock(mutex_);
+    ++progress_;
 }
 
 // For packets that wait in the library.
@@ -47,30 +53,38 @@ std::int64_t SendGate::room() const
                                              : std::max(kFewPackets, kShortTime / feed_.period));
 }
 
-Micros SendGate::admit(std::size_t bytes, Micros now)
+std::optional<Micros> SendGate::admit(std::size_t bytes, Micros now)
 {
     const std::lock_guard lock(mutex_);
-    if (sent_ != sentBefore_ || progressAt_ == 0) {
-        sentBefore_ = sent_;
-        progressAt_ = now;
-    }
     const auto packets = static_cast<std::int64_t>((bytes + kPayload - 1) / kPayload);
     const bool timed = !libraryPaces_ || feed_.shortQueue;
     Micros wait = timed ? static_cast<Micros>(due_) - now : 0;
     if (ahead_ + packets > room())
         wait = std::max(wait, kPoll);
-    if (wait > 0 && now - progressAt_ < kPatience)
-        return std::min(wait, kPatience);
-    due_ = std::max(due_, static_cast<double>(now) - kMostLateness) +
-           feed_.period * static_cast<double>(packets);
-    ahead_ += packets;
-    return 0;
+    if (wait <= 0) {
+        due_ = std::max(due_, static_cast<double>(now) - kMostLateness) +
+               feed_.period * static_cast<double>(packets);
+        ahead_ += packets;
+        progressAt_.reset();
+        return 0;
+    }
+    if (!progressAt_ || progress_ != progressBefore_) {
+        progressAt_ = now;
+        progressBefore_ = progress_;
+    }
+    if (now - *progressAt_ >= kPatience)
+        return std::nullopt;
+    return wait;
 }
 
-void SendGate::pass(std::size_t bytes)
+bool SendGate::pass(std::size_t bytes)
 {
-    while (const Micros wait = admit(bytes, steadyNow()))
-        std::this_thread::sleep_for(std::chrono::microseconds(wait));
+    while (const auto wait = admit(bytes, steadyNow())) {
+        if (*wait == 0)
+            return true;
+        std::this_thread::sleep_for(std::chrono::microseconds(*wait));
+    }
+    return false;
 }
 
 } // namespace quenmoor

@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <mutex>
+#include <optional>
 
 namespace quenmoor {
 
@@ -35,29 +36,32 @@ public:
     // The library has sent a packet for the first time.
     void packetSent();
 
-    // The sending thread only. 0 when a block of `bytes` may be handed over now, and is counted
-    // as such; else the time after which to ask again. When the library has not sent anything for
-    // a second it is fed all the same: its own patience is the one that counts.
-    [[nodiscard]] Micros admit(std::size_t bytes, Micros now);
+    // The peer has more than before.
+    void acknowledged();
 
-    // The sending thread only. Blocks until the block is admitted.
-    void pass(std::size_t bytes);
+    // The sending thread only. 0 when a block of `bytes` may be handed over now, and is counted
+    // as such; else the microseconds after which to ask again. Nothing when ten seconds of
+    // asking have seen no packet sent and none acknowledged.
+    [[nodiscard]] std::optional<Micros> admit(std::size_t bytes, Micros now);
+
+    // The sending thread only. Blocks until the block is admitted; false when admit() gives up.
+    [[nodiscard]] bool pass(std::size_t bytes);
 
 private:
     std::int64_t room() const;
 
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
 
     // Guarded by mutex_.
     Feed feed_;
     bool libraryPaces_ = false;
-    std::int64_t ahead_ = 0; // packets handed over and not sent
-    std::int64_t sent_ = 0;
+    std::int64_t ahead_ = 0;    // packets handed over and not sent
+    std::int64_t progress_ = 0; // packets sent, and acknowledgements
 
     // Sending thread only.
     double due_ = 0; // when the next block is
-    std::int64_t sentBefore_ = 0;
-    Micros progressAt_ = 0;
+    std::int64_t progressBefore_ = 0;
+    std::optional<Micros> progressAt_; // of the library, while a block waits
 };
 
 } // namespace quenmoor

@@ -134,6 +134,7 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
     UDT::setsockopt(rendezvousSocket, 0, UDT_RENDEZVOUS, &rendezvous, sizeof rendezvous);
     setLinger(rendezvousSocket);
     gate_ = nullptr;
+    stalled_ = false;
     if (congestion_ == Congestion::Paced) {
         gate_ = usePacedControl(rendezvousSocket);
         if (gate_ == nullptr)
@@ -170,8 +171,9 @@ std::string UdtTransferLink::receiveString(std::int32_t socket)
 
 std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> block)
 {
-    if (gate_ != nullptr && !block.empty())
-        gate_->pass(block.size());
+    stalled_ = gate_ != nullptr && !block.empty() && !gate_->pass(block.size());
+    if (stalled_)
+        return kLinkError;
     return UDT::send(socket, block.data(), static_cast<int>(block.size()), 0);
 }
 
@@ -187,6 +189,8 @@ std::optional<std::int32_t> UdtTransferLink::socketState(std::int32_t socket)
 
 std::string UdtTransferLink::lastErrorMessage()
 {
+    if (stalled_)
+        return CUDTException(6, 3).getErrorMessage(); // "transmission timed out"
     return UDT::getlasterror().getErrorMessage();
 }
 

@@ -37,6 +37,7 @@ private:
 
     // What the rendezvous socket's blocks pass; nullptr with the library's own control.
     std::shared_ptr<SendGate> gate_;
+    bool stalled_ = false; // the last block did not pass
 };
 
 } // namespace quenmoor
