@@ -18,9 +18,9 @@ namespace {
 using namespace std::chrono_literals;
 
 struct Link {
-    const char* name;
+    const char* name = "";
     PathQuality quality;
-    bool usual;
+    bool usual = false;
 };
 
 // Delays are one way: half of the round trip that the name tells. Queues hold one product of rate
@@ -104,6 +104,7 @@ std::vector<Figure> figuresOf(const BenchSetup& setup, const Link& link)
 std::vector<std::string> linkNames()
 {
     std::vector<std::string> names;
+    names.reserve(kLinks.size());
     for (const Link& link : kLinks)
         names.emplace_back(link.name);
     return names;

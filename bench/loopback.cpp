@@ -70,6 +70,7 @@ std::vector<double> collect(const std::vector<Cost>& costs, double (*value)(cons
                             double amount)
 {
     std::vector<double> values;
+    values.reserve(costs.size());
     for (const Cost& cost : costs)
         values.push_back(value(cost, amount));
     return values;
@@ -95,6 +96,7 @@ double timePerFile(const Cost& cost, double files)
     return cost.seconds * 1000 / files;
 }
 
+// Of the bare library, the library's control, and ours.
 using Costs = std::array<std::vector<Cost>, 3>;
 
 // One after the other, in changing order: none of them always has the machine as another left it.
@@ -134,13 +136,15 @@ Costs runTogether(const BenchSetup& setup, const std::array<Command, 3>& command
 std::vector<Figure> loopbackFigures(const BenchSetup& setup)
 {
     const std::string file = makeFile(setup.folder / "large.mov", setup.largeFile);
-    const auto [limit, library, paced] =
-        takeTurns(setup,
-                  {bare(setup, 1, setup.largeFile), put(setup, "library", {file}),
-                   put(setup, "paced", {file})},
-                  setup.largeFile);
+    const Costs costs = takeTurns(setup,
+                                  {bare(setup, 1, setup.largeFile), put(setup, "library", {file}),
+                                   put(setup, "paced", {file})},
+                                  setup.largeFile);
     std::filesystem::remove(file);
 
+    const auto& limit = costs[0];
+    const auto& library = costs[1];
+    const auto& paced = costs[2];
     const auto bytes = static_cast<double>(setup.largeFile);
     const std::string section = "one large file on loopback";
     const std::string bareName = "the bare library";
@@ -166,13 +170,13 @@ std::vector<Figure> loopbackFigures(const BenchSetup& setup)
 std::vector<Figure> smallFileFigures(const BenchSetup& setup)
 {
     std::vector<std::string> files;
+    files.reserve(static_cast<std::size_t>(setup.smallFiles));
     for (int i = 0; i < setup.smallFiles; ++i)
         files.push_back(makeFile(setup.folder / fmt::format("small-{}.mov", i), kSmallFile));
-    const auto [limit, library, paced] =
-        runTogether(setup,
-                    {bare(setup, setup.smallFiles, kSmallFile), put(setup, "library", files),
-                     put(setup, "paced", files)},
-                    kSmallFile * setup.smallFiles);
+    const Costs costs = runTogether(setup,
+                                    {bare(setup, setup.smallFiles, kSmallFile),
+                                     put(setup, "library", files), put(setup, "paced", files)},
+                                    kSmallFile * setup.smallFiles);
     for (const std::string& file : files)
         std::filesystem::remove(file);
 
@@ -182,11 +186,11 @@ std::vector<Figure> smallFileFigures(const BenchSetup& setup)
                       name,
                       "ms/file",
                       collect(ours, timePerFile, count),
-                      collect(limit, timePerFile, count),
+                      collect(costs[0], timePerFile, count),
                       "connect, rendezvous and two messages",
                       Aim{Aim::Bound::AtMost, 1.10}};
     };
-    return {figure("time, library's control", library), figure("time, paced control", paced)};
+    return {figure("time, library's control", costs[1]), figure("time, paced control", costs[2])};
 }
 
 } // namespace quenmoor

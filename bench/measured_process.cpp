@@ -13,8 +13,6 @@
 #include <stdexcept>
 #include <thread>
 
-extern char** environ;
-
 namespace quenmoor {
 namespace {
 
@@ -32,6 +30,7 @@ double seconds(const timeval& time)
 std::vector<char*> pointers(std::vector<std::string>& texts)
 {
     std::vector<char*> list;
+    list.reserve(texts.size() + 1);
     for (std::string& text : texts)
         list.push_back(text.data());
     list.push_back(nullptr);
@@ -127,8 +126,7 @@ ProcessCost MeasuredProcess::finish(milliseconds limit)
     }
     int status = 0;
     rusage used{};
-    pid_t ended = 0;
-    while ((ended = wait4(process_, &status, WNOHANG, &used)) == 0) {
+    while (wait4(process_, &status, WNOHANG, &used) == 0) {
         if (steady_clock::now() >= deadline)
             kill(process_, SIGKILL);
         std::this_thread::sleep_for(kPoll);

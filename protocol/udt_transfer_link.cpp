@@ -90,6 +90,7 @@ UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port, Congestio
 bool UdtTransferLink::connectAndSendRequest(std::int32_t& connectSocket, const std::string& text)
 {
     UDT::startup();
+    stalled_ = false;
     const AddressList local = lookUp(nullptr, "10000");
     if (local == nullptr)
         return false;
@@ -134,7 +135,6 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
     UDT::setsockopt(rendezvousSocket, 0, UDT_RENDEZVOUS, &rendezvous, sizeof rendezvous);
     setLinger(rendezvousSocket);
     gate_ = nullptr;
-    stalled_ = false;
     if (congestion_ == Congestion::Paced) {
         gate_ = usePacedControl(rendezvousSocket);
         if (gate_ == nullptr)
