@@ -59,7 +59,7 @@ std::optional<Micros> SendGate::admit(std::size_t bytes, Micros now)
     const auto packets = static_cast<std::int64_t>((bytes + kPayload - 1) / kPayload);
     const bool timed = !libraryPaces_ || feed_.shortQueue;
     Micros wait = timed ? static_cast<Micros>(due_) - now : 0;
-    if (ahead_ + packets > room())
+    if (ahead_ > 0 && ahead_ + packets > room()) // a block of any size goes sometime
         wait = std::max(wait, kPoll);
     if (wait <= 0) {
         due_ = std::max(due_, static_cast<double>(now) - kMostLateness) +

@@ -74,6 +74,15 @@ TEST(SendGate, waitsTenSecondsForALibraryThatDoesNotSend)
     EXPECT_EQ(sender.run(sender.now + 9'000'000), 4);
 }
 
+TEST(SendGate, letsABlockOfAnySizePassOnceTheLibraryHasSentTheOnesBefore)
+{
+    SendGate gate;
+    std::ignore = gate.set({25});
+    EXPECT_EQ(gate.admit(10'000'000, kStart), 0);
+    EXPECT_TRUE(gate.set({25})); // which the library has to spread then
+    EXPECT_NE(gate.admit(10'000'000, kStart + 1'000'000), 0);
+}
+
 TEST(SendGate, givesALibraryThatSendsAgainABunchAheadUnlessTheQueueIsShort)
 {
     Sender paced({25, true, false});
