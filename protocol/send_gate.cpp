@@ -27,8 +27,7 @@ bool SendGate::set(const Feed& feed)
 {
     const std::lock_guard lock(mutex_);
     feed_ = feed;
-    const double few = std::max(kFewPackets, kShortTime / feed.period);
-    libraryPaces_ = feed.resending || static_cast<double>(ahead_) > few;
+    libraryPaces_ = feed.resending || ahead_ > few();
     return libraryPaces_;
 }
 
@@ -45,12 +44,16 @@ void SendGate::acknowledged()
     ++progress_;
 }
 
-// For packets that wait in the library.
+std::int64_t SendGate::few() const
+{
+    return static_cast<std::int64_t>(std::max(kFewPackets, kShortTime / feed_.period));
+}
+
 std::int64_t SendGate::room() const
 {
-    const bool bunches = feed_.resending && !feed_.shortQueue;
-    return static_cast<std::int64_t>(bunches ? kFewPackets + kBunchTime / feed_.period
-                                             : std::max(kFewPackets, kShortTime / feed_.period));
+    if (!feed_.resending || feed_.shortQueue)
+        return few();
+    return static_cast<std::int64_t>(kFewPackets + kBunchTime / feed_.period);
 }
 
 std::optional<Micros> SendGate::admit(std::size_t bytes, Micros now)

@@ -48,6 +48,8 @@ public:
     [[nodiscard]] bool pass(std::size_t bytes);
 
 private:
+    // Packets, with mutex_ held: what may always wait in the library, and what may now.
+    std::int64_t few() const;
     std::int64_t room() const;
 
     std::mutex mutex_;
