@@ -16,7 +16,7 @@ public:
 
     void systemLine(std::string_view line) override
     {
-        syslog(LOG_INFO, "%s", printable(line).c_str());
+        syslog(LOG_INFO, "%s", printableText(line).c_str());
     }
 
     void outputLine(std::string_view line) override
@@ -60,9 +60,9 @@ void logOutput(std::string_view line)
     currentSink().outputLine(line);
 }
 
-std::string printable(std::string_view line)
+std::string printableText(std::string_view line)
 {
-    return visibleControls(line, "\t\n");
+    return escapeControls(line, "\t\n");
 }
 
 } // namespace quenmoor

@@ -42,7 +42,7 @@ void logSystem(fmt::format_string<Args...> format, Args&&... args)
 void logOutput(std::string_view line);
 
 // `line` with its control characters visible, but for the tab and the line feed, which documents
-// hold: what the network sends must not steer a terminal. See visibleControls().
-std::string printable(std::string_view line);
+// hold: what the network sends must not steer a terminal. See escapeControls().
+std::string printableText(std::string_view line);
 
 } // namespace quenmoor

@@ -164,7 +164,7 @@ bool isUtf8(std::string_view bytes)
     return true;
 }
 
-std::string displayText(std::string_view bytes)
+std::string toValidUtf8(std::string_view bytes)
 {
     std::string text;
     text.reserve(bytes.size());
@@ -176,7 +176,7 @@ std::string displayText(std::string_view bytes)
     return text;
 }
 
-std::string visibleControls(std::string_view text, std::string_view kept)
+std::string escapeControls(std::string_view text, std::string_view kept)
 {
     std::string shown;
     shown.reserve(text.size());
@@ -191,9 +191,9 @@ std::string visibleControls(std::string_view text, std::string_view kept)
     return shown;
 }
 
-std::string displayLine(std::string_view bytes)
+std::string printableLine(std::string_view bytes)
 {
-    return visibleControls(displayText(bytes));
+    return escapeControls(toValidUtf8(bytes));
 }
 
 } // namespace quenmoor

@@ -1,7 +1,7 @@
 // Small rules for text that comes from outside: numbers, encodings, what may be shown.
 //
 // File names are bytes on this system. Nothing here assumes that they are UTF-8;
-// only displayText() and displayLine() make them so, and what they return is for showing only.
+// only toValidUtf8() and printableLine() make them so, and what they return is for showing only.
 #pragma once
 
 #include <cstdint>
@@ -33,16 +33,16 @@ bool isUtf8(std::string_view bytes);
 
 // `bytes` with every ill-formed part replaced by U+FFFD, one for each maximal part as the
 // Unicode standard recommends (section 3.9).
-std::string displayText(std::string_view bytes);
+std::string toValidUtf8(std::string_view bytes);
 
 // `text` with every control character visible, so that none breaks a line or steers a terminal:
 // U+0000 to U+001F and U+007F as the pictures that Unicode has for them, a line feed as U+240A;
 // U+0080 to U+009F, which terminals obey too, as U+FFFD. The characters of `kept`, all below
 // U+0080, stay, and so do ill-formed parts.
-std::string visibleControls(std::string_view text, std::string_view kept = {});
+std::string escapeControls(std::string_view text, std::string_view kept = {});
 
-// `bytes`, a file name as a rule, for one line of a window or a terminal: displayText() with its
+// `bytes`, a file name as a rule, for one line of a window or a terminal: toValidUtf8() with its
 // control characters visible.
-std::string displayLine(std::string_view bytes);
+std::string printableLine(std::string_view bytes);
 
 } // namespace quenmoor

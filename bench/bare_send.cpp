@@ -3,8 +3,7 @@
 // Sends COUNT files of SIZE bytes from memory to a service on this machine, through the same two
 // sockets as the client and in the same blocks, with nothing around them: no file, no queue, no
 // status, no second thread of ours.
-#include "protocol/build_xml.h"
-#include "protocol/request_container.h"
+#include "protocol/documents.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -100,7 +99,7 @@ int run(std::string_view port, std::string_view token, std::string_view count,
     server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     UDT::startup();
     for (std::int64_t i = 0; i < number(count); ++i) {
-        const RequestContainer request(fmt::format("bare-{}", i), std::string(token), number(size));
+        const RequestContainer request{fmt::format("bare-{}", i), std::string(token), number(size)};
         sendFile(server, buildXML(request.XMLpayload(), "RequestContainer"), number(size));
     }
     return 0;

@@ -1,7 +1,7 @@
 #include "bench/links.h"
 
 #include "bench/fresh_service.h"
-#include "tests/fakes/udp_relay.h"
+#include "bench/udp_relay.h"
 
 #include <fmt/format.h>
 

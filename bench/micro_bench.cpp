@@ -4,7 +4,7 @@
 #include "base/text.h"
 #include "engine/system_clock.h"
 #include "engine/upload_engine.h"
-#include "protocol/response_container.h"
+#include "protocol/documents.h"
 #include "protocol/udt_transfer_link.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
@@ -68,6 +68,7 @@ public:
     }
     std::optional<std::int32_t> runModal(const Alert& /*alert*/) override { return {}; }
     void terminate() override {}
+    void attemptChanged(const AttemptEvent& /*event*/) override {}
 };
 
 void sampleProgress(benchmark::State& state, int rows)

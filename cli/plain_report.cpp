@@ -11,7 +11,7 @@ namespace {
 // The event in words; empty for one that says nothing to a person.
 std::string lineFor(const PutEvent& event)
 {
-    const std::string name = displayLine(event.file);
+    const std::string name = printableLine(event.file);
     switch (event.kind) {
     case PutEventKind::Queued:
         return fmt::format("{}: queued, {}", name, shownSize(event.total.value_or(0)));

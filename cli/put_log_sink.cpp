@@ -13,7 +13,7 @@ PutLogSink::PutLogSink(bool onStandardError) : onStandardError_(onStandardError)
 
 void PutLogSink::systemLine(std::string_view line)
 {
-    const std::string text = printable(line);
+    const std::string text = printableText(line);
     syslog(LOG_INFO, "%s", text.c_str());
     if (onStandardError_)
         std::fputs((text + '\n').c_str(), stderr);

@@ -29,12 +29,13 @@ std::optional<std::string> splitHost(const std::string& text, PutOptions& option
     const std::size_t colon = text.find(':');
     options.host = text.substr(0, colon);
     if (options.host.empty())
-        return "--host: the host is missing in \"" + displayLine(text) + "\"";
+        return "--host: the host is missing in \"" + printableLine(text) + "\"";
     if (colon == std::string::npos)
         return std::nullopt;
     const auto port = wholeNumber(std::string_view(text).substr(colon + 1));
     if (!port || *port < 1 || *port > std::numeric_limits<std::uint16_t>::max())
-        return "--host: \"" + displayLine(text) + "\" has no port from 1 to 65535 after the colon";
+        return "--host: \"" + printableLine(text) +
+               "\" has no port from 1 to 65535 after the colon";
     options.port = static_cast<std::uint16_t>(*port);
     return std::nullopt;
 }

@@ -136,7 +136,7 @@ void PutRun::queueFiles()
             continue;
         }
         sources_.push_back({name, queues_.fileQueue().front()});
-        view_.addFile(name, sources_.back().file.size());
+        view_.addFile(name, sources_.back().file.size);
         queues_.acceptToken(options_.tokens[i]);
     }
 }
@@ -192,7 +192,7 @@ int PutRun::statusOf(const PutTally& tally)
     if (tally.gaveUp) {
         // The server cannot know why the bytes stayed away; the file can tell.
         const Source& source = sources_[view_.failedRow()];
-        const auto why = whyUnreadable(source.file.file().path(), source.file.size());
+        const auto why = whyUnreadable(source.file.file.path(), source.file.size);
         if (!why)
             return kExitGaveUp;
         reportUnreadable(source.name, *why);

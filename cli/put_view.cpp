@@ -73,24 +73,24 @@ void PutView::reloadProgressGrid(std::optional<std::int32_t> /*percent*/)
         return;
     shown_ = std::move(row);
     reportStatus(*shown_);
-    if (shown_->status() == "Finished")
+    if (shown_->status == "Finished")
         reportFinished();
-    else if (shown_->status() == "Canceled")
+    else if (shown_->status == "Canceled")
         reportCancelled();
 }
 
 void PutView::reportStatus(const TableContainer& row)
 {
     File& file = files_[current_];
-    if (row.status() == "Connecting") {
+    if (row.status == "Connecting") {
         reportedSample_ = 0;
         if (file.attempt++ == 0)
             file.startedAt = clock_.nanoseconds();
     }
     PutEvent event = eventFor(PutEventKind::Status);
-    event.status = row.status();
-    event.percent = row.percent();
-    if (row.status() == "Waiting (Error)")
+    event.status = row.status;
+    event.percent = row.percent;
+    if (row.status == "Waiting (Error)")
         event.step = stepName(attempt_->step);
     report_.report(event);
 }
@@ -102,7 +102,7 @@ void PutView::setStatusBar(const std::string& /*filename*/, const std::string& /
         return;
     reportedSample_ = attempt_->samples;
     PutEvent event = eventFor(PutEventKind::Rate);
-    event.percent = shown_ != nullptr ? shown_->percent() : 0;
+    event.percent = shown_ != nullptr ? shown_->percent : 0;
     event.bytes = attempt_->bytesSent.load();
     event.mbps = attempt_->rate.load();
     report_.report(event);

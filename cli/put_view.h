@@ -58,6 +58,7 @@ public:
     void setStatusBar(const std::string& filename, const std::string& rate) override;
     std::optional<std::int32_t> runModal(const Alert& alert) override;
     void terminate() override;
+    void attemptChanged(const AttemptEvent& /*event*/) override {}
 
 private:
     struct File {

@@ -1,4 +1,4 @@
-// How messages and amounts look to a person. For names see displayLine() in base/text.h.
+// How messages and amounts look to a person. For names see printableLine() in base/text.h.
 #pragma once
 
 #include <cstddef>

@@ -35,7 +35,7 @@ std::string bar(std::int32_t percent)
 // The last component is enough on a line of its own.
 std::string nameOf(const PutEvent& event)
 {
-    return displayLine(std::filesystem::path(event.file).filename().native());
+    return printableLine(std::filesystem::path(event.file).filename().native());
 }
 
 std::string tryNumber(const PutEvent& event)

@@ -66,7 +66,7 @@ std::optional<RequestContainer> readRequest(std::string_view text)
     const auto name = widestValue(text, "originFilename");
     if (!size || !token || !name)
         return std::nullopt;
-    return RequestContainer(std::string(*name), std::string(*token), *size);
+    return RequestContainer{std::string(*name), std::string(*token), *size};
 }
 
 std::optional<std::size_t> confirmationLength(std::string_view text)
@@ -83,7 +83,7 @@ std::optional<ConfirmContainer> readConfirmation(std::string_view text)
     const auto overwrite = flag(takeValue(text, "overwrite"));
     if (!resume || !overwrite)
         return std::nullopt;
-    return ConfirmContainer(*resume, *overwrite);
+    return ConfirmContainer{*resume, *overwrite};
 }
 
 } // namespace quenmoor

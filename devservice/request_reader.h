@@ -5,8 +5,7 @@
 // two tags. Pure functions; any thread.
 #pragma once
 
-#include "protocol/confirm_container.h"
-#include "protocol/request_container.h"
+#include "protocol/documents.h"
 
 #include <cstddef>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "devservice/response_documents.h"
 
-#include "protocol/build_xml.h"
+#include "protocol/documents.h"
 
 #include <fmt/format.h>
 
@@ -13,8 +13,8 @@ std::string responseDocument(const ResponseContainer& response)
                                 "<complete>{}</complete>\n"
                                 "<size>{}</size>\n"
                                 "<response>{}</response>\n",
-                                response.exists(), response.equal(), response.complete(),
-                                response.size(), response.response()),
+                                response.exists, response.equal, response.complete, response.size,
+                                response.response),
                     "ResponseContainer");
 }
 

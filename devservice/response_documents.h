@@ -1,7 +1,7 @@
 // Writes the two documents that the transfer server sends.
 #pragma once
 
-#include "protocol/response_container.h"
+#include "protocol/documents.h"
 
 #include <cstdint>
 #include <string>

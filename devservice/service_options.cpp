@@ -85,7 +85,7 @@ std::string judgePage(PageOptions& page, const std::string& newestVersion)
 {
     const auto numbers = parseNewestVersion(newestVersion);
     if (!numbers)
-        return "--newest-version: \"" + displayLine(newestVersion) + "\" has not three numbers";
+        return "--newest-version: \"" + printableLine(newestVersion) + "\" has not three numbers";
     page.newestVersion = *numbers;
     return isUtf8(page.updateUrl) ? "" : "--update-url: is not UTF-8";
 }
@@ -115,7 +115,7 @@ std::variant<ServiceOptions, ServiceExit> parseServiceOptions(int argc, const ch
     for (const std::string& text : faults) {
         const std::optional<Fault> fault = parseFault(text);
         if (!fault)
-            return usageError("--fault: \"" + displayLine(text) +
+            return usageError("--fault: \"" + printableLine(text) +
                               "\" is none; there are: " + faultNames());
         options.faults.push_back(*fault);
     }

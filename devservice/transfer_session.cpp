@@ -27,11 +27,11 @@ constexpr std::string_view kGarbage = "These words are no document. <<<";
 ResponseContainer responseFor(const HeldCopy& held)
 {
     ResponseContainer response;
-    response.setExists(held.exists);
-    response.setEqual(held.equal);
-    response.setComplete(held.complete);
-    response.setSize(held.size);
-    response.setResponse(0);
+    response.exists = held.exists;
+    response.equal = held.equal;
+    response.complete = held.complete;
+    response.size = held.size;
+    response.response = 0;
     return response;
 }
 
@@ -49,7 +49,7 @@ void TransferSession::run()
     const std::optional<RequestContainer> request = receiveRequest();
     if (!request)
         return;
-    say("announces {} bytes for \"{}\"", request->size(), displayLine(request->originFilename()));
+    say("announces {} bytes for \"{}\"", request->size, printableLine(request->originFilename));
     if (has(FaultKind::RefuseRendezvous)) {
         drop("told to refuse the rendezvous");
         return;
@@ -96,19 +96,19 @@ bool TransferSession::meetClient()
 
 void TransferSession::serve(const RequestContainer& request)
 {
-    const std::string& name = request.originFilename();
-    if (!services_.tokens.accepts(request.token(), name, request.size())) {
+    const std::string& name = request.originFilename;
+    if (!services_.tokens.accepts(request.token, name, request.size)) {
         refuse("its token is not known");
         return;
     }
-    const auto turn = services_.turns.take(request.token(), client_.attempt, signal_,
+    const auto turn = services_.turns.take(request.token, client_.attempt, signal_,
                                            services_.limits.displacement);
     if (!turn) {
         refuse("another attempt with its token goes on");
         return;
     }
     std::string error;
-    std::unique_ptr<StoredUpload> upload = services_.store.upload(name, request.size(), error);
+    std::unique_ptr<StoredUpload> upload = services_.store.upload(name, request.size, error);
     if (upload == nullptr) {
         refuse(error);
         return;
@@ -163,12 +163,12 @@ bool TransferSession::settle(StoredUpload& upload)
     early_.erase(0, *length);
     if (!confirmation)
         return drop("its confirmation cannot be read");
-    if (!confirmation->resume())
+    if (!confirmation->resume)
         return drop("cancelled by the client");
-    const bool ready = confirmation->overwrite() ? upload.startOver() : upload.resume();
+    const bool ready = confirmation->overwrite ? upload.startOver() : upload.resume();
     if (!ready)
         return drop(upload.error());
-    say("{} at {} bytes", confirmation->overwrite() ? "starts over" : "resumes", upload.position());
+    say("{} at {} bytes", confirmation->overwrite ? "starts over" : "resumes", upload.position());
     return true;
 }
 
@@ -219,7 +219,7 @@ void TransferSession::sendClosing(std::int64_t held)
 void TransferSession::refuse(const std::string& reason)
 {
     ResponseContainer response = responseFor({});
-    response.setResponse(kRefused);
+    response.response = kRefused;
     say("refused: {}", reason);
     if (link_->send(responseDocument(response)))
         awaitClose(services_.limits.goodbye);

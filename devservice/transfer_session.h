@@ -6,9 +6,9 @@
 #include "devservice/faults.h"
 #include "devservice/session_signal.h"
 #include "devservice/token_store.h"
-#include "devservice/udt_socket.h"
 #include "devservice/upload_store.h"
-#include "protocol/request_container.h"
+#include "protocol/documents.h"
+#include "protocol/udt_socket.h"
 
 #include <chrono>
 #include <memory>

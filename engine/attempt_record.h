@@ -1,25 +1,13 @@
 // Where the attempt under way stands, for whoever shows more of it than a row of the table can.
 #pragma once
 
+#include "engine/attempt_event.h"
+
 #include <atomic>
 #include <cstdint>
 #include <string_view>
 
 namespace quenmoor {
-
-// The steps of an attempt, in their order. After a failure, the step that failed.
-enum class AttemptStep : std::uint8_t {
-    Idle,
-    Announce,   // connect, send the request
-    Rendezvous, // meet the server
-    Response,   // wait for its answer
-    Refused,    // the answer was a refusal
-    Question,   // ask the user about the server's copy
-    Confirm,    // tell the server the decision
-    Send,       // stream the file
-    Drain,      // wait until the server has taken all of it
-    Finish,     // wait for the size that the server now holds
-};
 
 std::string_view stepName(AttemptStep step);
 

@@ -4,8 +4,8 @@ namespace quenmoor {
 
 Alert existingFileAlert(const ResponseContainer& response)
 {
-    const std::string sameness = response.equal() ? "the same" : "different";
-    const std::string completeness = response.complete() ? "complete" : "incomplete";
+    const std::string sameness = response.equal ? "the same" : "different";
+    const std::string completeness = response.complete ? "complete" : "incomplete";
 
     Alert alert;
     alert.messageText = "File Exists";
@@ -13,7 +13,7 @@ Alert existingFileAlert(const ResponseContainer& response)
                             "server.\nThe file appears to be " +
                             sameness + " and the upload was " + completeness + ".";
     alert.buttons = {"Cancel", "Overwrite"};
-    if (response.equal() && !response.complete())
+    if (response.equal && !response.complete)
         alert.buttons.emplace_back("Resume");
     return alert;
 }

@@ -3,8 +3,7 @@
 #pragma once
 
 #include "engine/upload_view.h"
-#include "protocol/confirm_container.h"
-#include "protocol/response_container.h"
+#include "protocol/documents.h"
 
 namespace quenmoor {
 

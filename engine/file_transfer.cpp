@@ -1,6 +1,6 @@
 #include "base/log.h"
 #include "engine/upload_engine.h"
-#include "protocol/finished_container.h"
+#include "protocol/documents.h"
 
 #include <array>
 
@@ -31,12 +31,12 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
     if (!head)
         return 0;
     // A file that cannot be opened reads as empty, and ends as a link that sends nothing.
-    std::ifstream file(head->file().path(), std::ios::in | std::ios::binary);
+    std::ifstream file(head->file.path(), std::ios::in | std::ios::binary);
     file.seekg(offset);
 
     attempt_.step = AttemptStep::Send;
     attempt_.bytesSent = offset;
-    ProgressMonitorState state{*this, clock_, head->size(), true, offset};
+    ProgressMonitorState state{*this, clock_, head->size, true, offset};
     std::thread monitor(progressMonitor, std::ref(state));
 
     std::int64_t sent = 0;
@@ -131,7 +131,7 @@ bool UploadEngine::receiveFinished(std::int64_t position)
     }
     logSystem("Received response object from server.");
     FinishedContainer finished;
-    return finished.parseXML(text).size() >= position;
+    return finished.parseXML(text).size >= position;
 }
 
 void UploadEngine::closeAfterSuccess(std::ifstream& file)

@@ -1,6 +1,6 @@
 #include "base/log.h"
 #include "engine/upload_engine.h"
-#include "protocol/build_xml.h"
+#include "protocol/documents.h"
 
 namespace quenmoor {
 namespace {
@@ -21,7 +21,7 @@ std::int64_t UploadEngine::handleFile(std::int32_t choice, const ResponseContain
 {
     logSystem("Entered file handling logic.");
     // A server without a copy expects no confirmation: the bytes come right after its response.
-    if (!response.exists())
+    if (!response.exists)
         return Upload(0);
 
     attempt_.step = AttemptStep::Confirm;
@@ -29,10 +29,10 @@ std::int64_t UploadEngine::handleFile(std::int32_t choice, const ResponseContain
     const ConfirmContainer confirmation = confirmationFor(choice);
     const bool confirmed = link_.sendString(
         rendezvousSocket_, buildXML(confirmation.XMLpayload(), "ConfirmContainer"));
-    if (!confirmation.resume())
+    if (!confirmation.resume)
         return kUploadCancelled; // whether or not the server heard of it
     // A copy of less than nothing leaves no place to go on from.
-    const std::int64_t offset = confirmation.overwrite() ? 0 : response.size();
+    const std::int64_t offset = confirmation.overwrite ? 0 : response.size;
     if (!confirmed || offset < 0)
         return 0;
     return Upload(offset);

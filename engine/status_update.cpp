@@ -18,7 +18,7 @@ void UploadEngine::statusBarUpdate(bool showFile, const std::string& rate)
     std::string name = "[none]";
     const auto row = queues_.tableList().objectAtIndex(progressRowIndex_);
     if (showFile && row != nullptr)
-        name = row->filename();
+        name = row->filename;
     view_.setStatusBar(name, rate);
 }
 

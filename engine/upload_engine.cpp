@@ -1,8 +1,7 @@
 #include "engine/upload_engine.h"
 
 #include "base/log.h"
-#include "protocol/build_xml.h"
-#include "protocol/request_container.h"
+#include "protocol/documents.h"
 
 #include <fmt/format.h>
 
@@ -111,7 +110,7 @@ bool UploadEngine::runAttempt()
 UploadEngine::Outcome UploadEngine::attemptUpload(const InfoContainer& head)
 {
     attempt_.bytesSent = 0;
-    attempt_.totalBytes = head.size();
+    attempt_.totalBytes = head.size;
     attempt_.samples = 0;
     attempt_.step = AttemptStep::Announce;
     statusUpdate("Connecting", 0);
@@ -124,7 +123,7 @@ UploadEngine::Outcome UploadEngine::attemptUpload(const InfoContainer& head)
     }
     logSystem("Received response object from server.");
     ResponseContainer response;
-    if (response.parseXML(text).response() == kRefusal) {
+    if (response.parseXML(text).response == kRefusal) {
         attempt_.step = AttemptStep::Refused;
         return Outcome::Failed;
     }
@@ -133,7 +132,7 @@ UploadEngine::Outcome UploadEngine::attemptUpload(const InfoContainer& head)
 
 std::string UploadEngine::announce(const InfoContainer& head)
 {
-    const RequestContainer request(head.file().filename(), head.token().value_or(""), head.size());
+    const RequestContainer request{head.file.filename(), head.token.value_or(""), head.size};
     const std::string document = buildXML(request.XMLpayload(), "RequestContainer");
     logSystem("Sending XML: {}", document);
     if (!link_.connectAndSendRequest(connectSocket_, document))
@@ -151,7 +150,7 @@ std::string UploadEngine::announce(const InfoContainer& head)
 
 UploadEngine::Outcome UploadEngine::settleAndSend(const ResponseContainer& response)
 {
-    if (response.exists() && choice_ == kUndecided && !InterrogateExists(response))
+    if (response.exists && choice_ == kUndecided && !InterrogateExists(response))
         return Outcome::Ended;
     logSystem("Alert selection value: {}", choice_);
     if (choice_ == kUndecided)

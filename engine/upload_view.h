@@ -1,6 +1,8 @@
 // All that the engine asks of whoever shows it: the window, the command line, a test.
 #pragma once
 
+#include "engine/attempt_event.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,6 +45,9 @@ public:
 
     // Asks the program to end. The engine does nothing more afterwards.
     virtual void terminate() = 0;
+
+    // Reports what happened to an upload, as values.
+    virtual void attemptChanged(const AttemptEvent& event) = 0;
 };
 
 } // namespace quenmoor

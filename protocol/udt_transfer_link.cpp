@@ -2,7 +2,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
-#include "protocol/paced_control.h"
+#include "protocol/udt_congestion.h"
 
 #include <netdb.h>
 #include <sys/socket.h>

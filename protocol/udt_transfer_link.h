@@ -2,10 +2,11 @@
 #pragma once
 
 #include "protocol/congestion.h"
-#include "protocol/send_gate.h"
 #include "protocol/transfer_link.h"
 
 #include <memory>
+
+#include "congestion/pacer.h"
 
 namespace quenmoor {
 
@@ -36,7 +37,7 @@ private:
     const Congestion congestion_;
 
     // What the rendezvous socket's blocks pass; nullptr with the library's own control.
-    std::shared_ptr<SendGate> gate_;
+    std::shared_ptr<Pacer> gate_;
     bool stalled_ = false; // the last block did not pass
 };
 

@@ -38,10 +38,10 @@ bool StatusTable::replace(std::size_t index, std::string_view status, std::int32
     if (index >= tableList_.size())
         return false;
     Row& place = tableList_[index];
-    if (place->percent() == percent && place->status() == status)
+    if (place->percent == percent && place->status == status)
         return false;
-    place = std::make_shared<const TableContainer>(place->filename(), std::string(status),
-                                                   percent >= 0 ? percent : place->percent());
+    place = std::make_shared<const TableContainer>(TableContainer{
+        place->filename, std::string(status), percent >= 0 ? percent : place->percent});
     return true;
 }
 
@@ -51,10 +51,10 @@ std::string StatusTable::cell(std::string_view column, std::size_t row) const
     if (object == nullptr)
         return {};
     if (column == "File")
-        return object->filename();
+        return object->filename;
     if (column == "Status")
-        return object->status();
-    const std::string percent = std::to_string(object->percent());
+        return object->status;
+    const std::string percent = std::to_string(object->percent);
     return column == "Percent" ? percent + "%" : percent;
 }
 

@@ -3,8 +3,7 @@
 // Rows are replaced, never changed: a row once fetched stays as it was. The table only grows.
 #pragma once
 
-#include "queue/table_container.h"
-
+#include <cstdint>
 #include <memory>
 #include <shared_mutex>
 #include <string>
@@ -12,6 +11,12 @@
 #include <vector>
 
 namespace quenmoor {
+
+struct TableContainer {
+    std::string filename; // for display: see toValidUtf8()
+    std::string status;
+    std::int32_t percent = 0; // 0 to 100
+};
 
 // Any thread. Readers do not hold each other up; no lock outlives a call.
 class StatusTable {

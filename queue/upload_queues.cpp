@@ -25,7 +25,7 @@ void UploadQueues::addFiles(std::span<const FileUrl> files)
 {
     for (const FileUrl& file : files) {
         if (const auto size = plainFileSize(file.path()))
-            fileQueue_.emplace_back(file, *size);
+            fileQueue_.push_back({file, *size});
     }
     logSystem("Number of files in file queue: {}", fileQueue_.size());
 }
@@ -36,8 +36,8 @@ bool UploadQueues::acceptToken(std::optional<std::string> token)
         return false;
     InfoContainer head = std::move(fileQueue_.front());
     fileQueue_.pop_front();
-    head.setToken(std::move(token));
-    TableContainer row(displayText(head.file().filename()), "Queued", 0);
+    head.token = std::move(token);
+    TableContainer row{toValidUtf8(head.file.filename()), "Queued", 0};
 
     const std::lock_guard lock(uploadMutex_);
     tableList_.addObject(std::move(row));

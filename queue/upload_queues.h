@@ -4,7 +4,7 @@
 // queue, so whoever sees a file there finds its row.
 #pragma once
 
-#include "queue/info_container.h"
+#include "queue/file_url.h"
 #include "queue/status_table.h"
 
 #include <deque>
@@ -14,6 +14,13 @@
 #include <string>
 
 namespace quenmoor {
+
+// One queued file. The token is unset until the service page issues one.
+struct InfoContainer {
+    FileUrl file;
+    std::int64_t size = 0; // bytes, at the time when the file was queued
+    std::optional<std::string> token = {};
+};
 
 class UploadQueues {
 public:

@@ -45,6 +45,7 @@ public:
     void setStatusBar(const std::string& filename, const std::string& rate) override;
     std::optional<std::int32_t> runModal(const Alert& alert) override;
     void terminate() override;
+    void attemptChanged(const AttemptEvent& event) override;
 
 Q_SIGNALS:
     void progressGridChanged(std::optional<std::int32_t> percent);
@@ -52,6 +53,7 @@ Q_SIGNALS:
     // One receiver shows the alert, returns at once and calls `answer` on the main thread later.
     void alertRaised(const quenmoor::Alert& alert, const quenmoor::QtUploadView::Answer& answer);
     void terminationRequested();
+    void attemptReported(const quenmoor::AttemptEvent& event);
 
 private:
     MainThreadBridge& bridge_;

@@ -6,7 +6,7 @@ namespace quenmoor {
 
 QString shownText(std::string_view bytes)
 {
-    return QString::fromStdString(displayLine(bytes));
+    return QString::fromStdString(printableLine(bytes));
 }
 
 } // namespace quenmoor

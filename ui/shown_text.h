@@ -6,7 +6,7 @@
 
 namespace quenmoor {
 
-// `bytes` as text on one line: see displayLine().
+// `bytes` as text on one line: see printableLine().
 QString shownText(std::string_view bytes);
 
 } // namespace quenmoor

@@ -65,7 +65,7 @@ QVariant StatusTableModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole: return shownText(table.cell(columnName(index.column()), row));
     case PercentRole: {
         const StatusTable::Row object = table.objectAtIndex(row);
-        return object != nullptr ? object->percent() : 0;
+        return object != nullptr ? object->percent : 0;
     }
     case Qt::ToolTipRole:
         if (index.column() == File)

@@ -6,7 +6,7 @@
 #include "ui/desktop.h"
 #include "ui/drag_view.h"
 #include "ui/elided_label.h"
-#include "ui/page_url.h"
+#include "ui/page/page_url.h"
 #include "ui/shown_text.h"
 #include "ui/steady_label.h"
 
@@ -61,7 +61,7 @@ void ViewController::connectParts()
             [this](const Alert& alert, const QtUploadView::Answer& answer) {
                 // The text does not name the file, and the table may be out of sight.
                 const auto head = with_.queues.uploadHead();
-                with_.desktop.openModal(&window_, shownText(head ? head->file().filename() : ""),
+                with_.desktop.openModal(&window_, shownText(head ? head->file.filename() : ""),
                                         alert, answer);
             });
 }
@@ -91,12 +91,12 @@ void ViewController::showHeadFile()
     window_.setPageShown(true);
     // While the page asks about a file, no other may come in by a drop.
     window_.mainView->unregisterDraggedTypes();
-    window_.filenameLabel->setElidedText(shownText(head.file().filename()),
-                                         shownText(head.file().path().native()));
+    window_.filenameLabel->setElidedText(shownText(head.file.filename()),
+                                         shownText(head.file.path().native()));
     window_.setAskingShown(true);
     window_.queueLabel->setText(QStringLiteral("(%1 more in Queue)").arg(fileQueue.size() - 1));
     window_.queueLabel->setVisible(fileQueue.size() > 1);
-    with_.page.load(pageUrl(client_.baseUrl, session_, head.file().filename(), head.size()));
+    with_.page.load(pageUrl(client_.baseUrl, session_, head.file.filename(), head.size));
 }
 
 void ViewController::showIdle()
@@ -152,7 +152,7 @@ void ViewController::tokenReceived(const PageSignal& signal)
         logSystem("The page gave a token, but no file waits for one.");
         return;
     }
-    const FileUrl file = with_.queues.fileQueue().front().file();
+    const FileUrl file = with_.queues.fileQueue().front().file;
     std::optional<std::string> token;
     if (signal.token)
         token = signal.token->toStdString();

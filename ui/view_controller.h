@@ -7,10 +7,10 @@
 #pragma once
 
 #include "ui/main_window.h"
+#include "ui/page/service_page.h"
+#include "ui/page/version_check.h"
 #include "ui/qt_upload_view.h"
-#include "ui/service_page.h"
 #include "ui/status_table_model.h"
-#include "ui/version_check.h"
 
 #include <deque>
 

@@ -17,7 +17,7 @@ TEST(Log, keepsTheTwoChannelsApartAndTheirBytesAsTheyAre)
 
 TEST(Log, showsNoControlByteThatCouldSteerATerminal)
 {
-    EXPECT_EQ(printable("\xE9\x1b[2J\tb\nc\r\x7f"), "\xE9\u241B[2J\tb\nc\u240D\u2421");
+    EXPECT_EQ(printableText("\xE9\x1b[2J\tb\nc\r\x7f"), "\xE9\u241B[2J\tb\nc\u240D\u2421");
 }
 
 TEST(Log, writesOutputLinesToStandardOutputFlushed)

@@ -88,19 +88,19 @@ TEST(Utf8, refusesWhatTheStandardRefuses)
 TEST(DisplayText, replacesEachIllFormedPartAndNothingElse)
 {
     const std::string mark = "\xEF\xBF\xBD";
-    EXPECT_EQ(displayText("na\xC3\xAFve\nclip.mov"), "na\xC3\xAFve\nclip.mov");
-    EXPECT_EQ(displayText("caf\xE9.mov"), "caf" + mark + ".mov");
+    EXPECT_EQ(toValidUtf8("na\xC3\xAFve\nclip.mov"), "na\xC3\xAFve\nclip.mov");
+    EXPECT_EQ(toValidUtf8("caf\xE9.mov"), "caf" + mark + ".mov");
     // the example of table 3-8 of the Unicode standard
-    EXPECT_EQ(displayText("\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64"),
+    EXPECT_EQ(toValidUtf8("\x61\xF1\x80\x80\xE1\x80\xC2\x62\x80\x63\x80\xBF\x64"),
               "a" + mark + mark + mark + "b" + mark + "c" + mark + mark + "d");
 }
 
 TEST(DisplayLine, showsEveryControlCharacter)
 {
-    EXPECT_EQ(displayLine("na\xC3\xAFve\u00A0\u2400.mov"), "na\xC3\xAFve\u00A0\u2400.mov");
-    EXPECT_EQ(displayLine(std::string("\0\t\n\r\x1b[2J\x1f \x7f", 11)),
+    EXPECT_EQ(printableLine("na\xC3\xAFve\u00A0\u2400.mov"), "na\xC3\xAFve\u00A0\u2400.mov");
+    EXPECT_EQ(printableLine(std::string("\0\t\n\r\x1b[2J\x1f \x7f", 11)),
               "\u2400\u2409\u240A\u240D\u241B[2J\u241F \u2421");
-    EXPECT_EQ(displayLine("\xC2\x80\xC2\x9B\xC2\x9F|\xC2|\x9B"),
+    EXPECT_EQ(printableLine("\xC2\x80\xC2\x9B\xC2\x9F|\xC2|\x9B"),
               "\uFFFD\uFFFD\uFFFD|\uFFFD|\uFFFD");
 }
 

@@ -1,5 +1,5 @@
 #include "devservice/request_reader.h"
-#include "protocol/build_xml.h"
+#include "protocol/documents.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@ namespace {
 
 std::string request(const std::string& name, const std::string& token, std::int64_t size)
 {
-    return buildXML(RequestContainer(name, token, size).XMLpayload(), "RequestContainer");
+    return buildXML(RequestContainer{name, token, size}.XMLpayload(), "RequestContainer");
 }
 
 } // namespace
@@ -20,9 +20,9 @@ TEST(RequestReader, anyNameComesOutAsItWentIn)
           "<size>1</size><token>other</token>", "</originFilename>\n</RequestContainer>", " "}) {
         const auto read = readRequest(request(name, "t&<o>k", 5'000'000'000));
         ASSERT_TRUE(read) << name;
-        EXPECT_EQ(read->originFilename(), name);
-        EXPECT_EQ(read->token(), "t&<o>k");
-        EXPECT_EQ(read->size(), 5'000'000'000);
+        EXPECT_EQ(read->originFilename, name);
+        EXPECT_EQ(read->token, "t&<o>k");
+        EXPECT_EQ(read->size, 5'000'000'000);
     }
 }
 
@@ -38,14 +38,14 @@ TEST(RequestReader, whatIsNotAWholeRequestIsNone)
 TEST(RequestReader, aConfirmationEndsWhereTheFileBeginsAndNeedsBothFlags)
 {
     const std::string document =
-        buildXML(ConfirmContainer(true, false).XMLpayload(), "ConfirmContainer");
+        buildXML(ConfirmContainer{true, false}.XMLpayload(), "ConfirmContainer");
     EXPECT_EQ(confirmationLength(document + "</ConfirmContainer>"), document.size());
     EXPECT_EQ(confirmationLength(document.substr(0, document.size() - 1)), std::nullopt);
 
     const auto confirmation = readConfirmation(document);
     ASSERT_TRUE(confirmation);
-    EXPECT_TRUE(confirmation->resume());
-    EXPECT_FALSE(confirmation->overwrite());
+    EXPECT_TRUE(confirmation->resume);
+    EXPECT_FALSE(confirmation->overwrite);
     EXPECT_FALSE(readConfirmation("<resume>true</resume>"));
     EXPECT_FALSE(readConfirmation("<resume>yes</resume><overwrite>false</overwrite>"));
 }

@@ -49,7 +49,7 @@ protected:
         server->setFaults({{FaultKind::DropAfter, held}}, 1);
         UploadClient cut = client();
         const auto response = cut.announce(name, std::ssize(content));
-        ASSERT_TRUE(response && !response->exists());
+        ASSERT_TRUE(response && !response->exists);
         (void)cut.send(content);
         awaitIdle();
     }
@@ -60,7 +60,7 @@ protected:
     {
         UploadClient whole = client();
         const auto response = whole.announce(name, std::ssize(content), token);
-        EXPECT_TRUE(response && !response->exists());
+        EXPECT_TRUE(response && !response->exists);
         EXPECT_TRUE(whole.send(content));
         const auto size = whole.finished();
         EXPECT_EQ(stored(name), content);
@@ -78,11 +78,11 @@ protected:
 void expectResponse(const std::optional<ResponseContainer>& response, HeldCopy expected)
 {
     ASSERT_TRUE(response);
-    EXPECT_EQ(response->exists(), expected.exists);
-    EXPECT_EQ(response->equal(), expected.equal);
-    EXPECT_EQ(response->complete(), expected.complete);
-    EXPECT_EQ(response->size(), expected.size);
-    EXPECT_EQ(response->response(), 0);
+    EXPECT_EQ(response->exists, expected.exists);
+    EXPECT_EQ(response->equal, expected.equal);
+    EXPECT_EQ(response->complete, expected.complete);
+    EXPECT_EQ(response->size, expected.size);
+    EXPECT_EQ(response->response, 0);
 }
 
 } // namespace

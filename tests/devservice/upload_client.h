@@ -1,11 +1,7 @@
 // One attempt of a client, step by step, over the real link.
 #pragma once
 
-#include "protocol/build_xml.h"
-#include "protocol/confirm_container.h"
-#include "protocol/finished_container.h"
-#include "protocol/request_container.h"
-#include "protocol/response_container.h"
+#include "protocol/documents.h"
 #include "protocol/udt_transfer_link.h"
 
 #include <optional>
@@ -23,7 +19,7 @@ public:
 
     bool request(const std::string& name, std::int64_t size, const std::string& token = "token")
     {
-        const RequestContainer record(name, token, size);
+        const RequestContainer record{name, token, size};
         return link_.connectAndSendRequest(connect_,
                                            buildXML(record.XMLpayload(), "RequestContainer"));
     }
@@ -44,12 +40,12 @@ public:
     bool refused(const std::string& name, std::int64_t size, const std::string& token = "token")
     {
         const auto response = announce(name, size, token);
-        return response && response->response() == 1 && !response->exists();
+        return response && response->response == 1 && !response->exists;
     }
 
     static std::string confirmation(bool resume, bool overwrite)
     {
-        return buildXML(ConfirmContainer(resume, overwrite).XMLpayload(), "ConfirmContainer");
+        return buildXML(ConfirmContainer{resume, overwrite}.XMLpayload(), "ConfirmContainer");
     }
 
     bool send(std::string_view bytes)
@@ -71,7 +67,7 @@ public:
         const std::string text = receive();
         if (text.find("</FinishedContainer>") == std::string::npos)
             return std::nullopt;
-        return FinishedContainer().parseXML(text).size();
+        return FinishedContainer().parseXML(text).size;
     }
 
     // True once the server has closed the link.

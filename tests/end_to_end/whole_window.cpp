@@ -1,10 +1,10 @@
 #include "tests/end_to_end/whole_window.h"
 
-#include "app/end_process.h"
 #include "base/text.h"
 #include "ui/drag_view.h"
 #include "ui/elided_label.h"
-#include "ui/page_url.h"
+#include "ui/end_process.h"
+#include "ui/page/page_url.h"
 #include "ui/shown_text.h"
 
 #include <QApplication>

@@ -2,7 +2,6 @@
 // on a free port of this machine. Only the user is missing; a test presses the buttons.
 #pragma once
 
-#include "app/window_start.h"
 #include "devservice/page_server.h"
 #include "devservice/session_store.h"
 #include "devservice/transfer_server.h"
@@ -13,9 +12,10 @@
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
 #include "ui/app_delegate.h"
+#include "ui/page/web_service_page.h"
 #include "ui/qt_desktop.h"
 #include "ui/view_controller.h"
-#include "ui/web_service_page.h"
+#include "ui/window_start.h"
 
 #include <memory>
 

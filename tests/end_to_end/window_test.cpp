@@ -1,6 +1,6 @@
 // What a user does with the window, from the drop to the stored bytes.
 #include "tests/end_to_end/whole_window.h"
-#include "tests/ui_web/scripted_service.h"
+#include "tests/ui/page/scripted_service.h"
 #include "ui/drop_panel.h"
 #include "ui/elided_label.h"
 

@@ -11,8 +11,8 @@ enum class Upload { Complete, Incomplete };
 Alert alertFor(Copy copy, Upload upload)
 {
     ResponseContainer response;
-    response.setEqual(copy == Copy::Same);
-    response.setComplete(upload == Upload::Complete);
+    response.equal = copy == Copy::Same;
+    response.complete = upload == Upload::Complete;
     return existingFileAlert(response);
 }
 
@@ -49,7 +49,7 @@ TEST(ExistingFile, confirmsAnOverwriteAsResumeToo)
 {
     const auto flags = [](std::int32_t choice) {
         const ConfirmContainer confirmation = confirmationFor(choice);
-        return std::pair(confirmation.resume(), confirmation.overwrite());
+        return std::pair(confirmation.resume, confirmation.overwrite);
     };
     EXPECT_EQ(flags(kResume), std::pair(true, false));
     EXPECT_EQ(flags(kNotAsked), std::pair(true, false));

@@ -73,7 +73,7 @@ TEST_F(Progress, reloadsTheTableEvenWhenTheRowStaysAsItIs)
     // the status bar's percentage moves only with a change that has one
     EXPECT_EQ(view.bar, (std::vector<std::optional<std::int32_t>>{0, std::nullopt, std::nullopt}));
     EXPECT_EQ(view.seen.size(), 2U);
-    EXPECT_EQ(row->status(), "Connecting");
+    EXPECT_EQ(row->status, "Connecting");
 }
 
 } // namespace

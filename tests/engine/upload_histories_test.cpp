@@ -95,7 +95,7 @@ private:
     void checkRows() const
     {
         for (std::size_t i = 0; i < queues_.tableList().count(); ++i) {
-            const std::int32_t percent = queues_.tableList().objectAtIndex(i)->percent();
+            const std::int32_t percent = queues_.tableList().objectAtIndex(i)->percent;
             EXPECT_GE(percent, 0);
             EXPECT_LE(percent, 100);
         }
@@ -125,7 +125,7 @@ private:
             if (std::count(chosen_.begin(), chosen_.end(), chosen_[row]) == 1) {
                 EXPECT_EQ(link_.copies[path.filename()].bytes, samples_.contents[chosen_[row]]);
             }
-            EXPECT_EQ(queues_.tableList().objectAtIndex(row)->percent(), 100);
+            EXPECT_EQ(queues_.tableList().objectAtIndex(row)->percent, 100);
         }
         return status == "Finished" || status == "Canceled";
     }

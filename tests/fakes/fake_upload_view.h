@@ -32,6 +32,7 @@ struct FakeUploadView : UploadView {
     std::vector<std::string> statusBar; // file name, ": ", rate
     std::vector<Alert> alerts;
     bool terminated = false;
+    std::vector<AttemptEvent> events;
 
     void reloadProgressGrid(std::optional<std::int32_t> percent) override
     {
@@ -62,6 +63,12 @@ struct FakeUploadView : UploadView {
 
     void terminate() override { terminated = true; }
 
+    void attemptChanged(const AttemptEvent& event) override
+    {
+        const std::lock_guard lock(mutex_);
+        events.push_back(event);
+    }
+
     std::size_t questions() const
     {
         std::size_t count = 0;
@@ -91,8 +98,8 @@ private:
             StatusTable::Row row = table->objectAtIndex(i);
             if (row == rows_[i])
                 continue;
-            if (rows_[i] != nullptr || row->status() != "Queued")
-                seen.push_back({i, row->status(), row->percent()});
+            if (rows_[i] != nullptr || row->status != "Queued")
+                seen.push_back({i, row->status, row->percent});
             rows_[i] = std::move(row);
         }
     }

@@ -1,8 +1,8 @@
 #include "tests/fakes/simulated_path.h"
 
-#include "protocol/packet_number.h"
-
 #include <cmath>
+
+#include "congestion/packet_number.h"
 
 namespace quenmoor {
 namespace {

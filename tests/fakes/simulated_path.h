@@ -2,8 +2,6 @@
 // the library would: window, losses first, pace, acknowledgements, reports sent once, timers.
 #pragma once
 
-#include "protocol/path_model.h"
-
 #include <algorithm>
 #include <deque>
 #include <functional>
@@ -11,6 +9,8 @@
 #include <queue>
 #include <random>
 #include <set>
+
+#include "congestion/path_model.h"
 
 namespace quenmoor {
 

@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         std::abort();
     if (quenmoor::percentDecode(quenmoor::percentEncodeQuery(text)) != text)
         std::abort();
-    if (!quenmoor::isUtf8(quenmoor::displayText(text)))
+    if (!quenmoor::isUtf8(quenmoor::toValidUtf8(text)))
         std::abort();
     return 0;
 }

@@ -1,5 +1,5 @@
 // Our congestion control inside the real library, over loopback.
-#include "protocol/paced_control.h"
+#include "protocol/udt_congestion.h"
 #include "tests/link/service_fixture.h"
 
 namespace quenmoor {

@@ -1,5 +1,5 @@
 // Whole uploads over a path that delays, loses and breaks. Real time.
-#include "tests/fakes/udp_relay.h"
+#include "bench/udp_relay.h"
 #include "tests/link/service_fixture.h"
 
 #include <algorithm>

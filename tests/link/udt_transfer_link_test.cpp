@@ -1,6 +1,5 @@
 // The link's own promises, over real UDT.
-#include "protocol/build_xml.h"
-#include "protocol/request_container.h"
+#include "protocol/documents.h"
 #include "tests/link/service_fixture.h"
 
 #include <arpa/inet.h>
@@ -16,7 +15,7 @@ using namespace std::chrono_literals;
 
 std::string request(const std::string& name, std::int64_t size, const std::string& token)
 {
-    return buildXML(RequestContainer(name, token, size).XMLpayload(), "RequestContainer");
+    return buildXML(RequestContainer{name, token, size}.XMLpayload(), "RequestContainer");
 }
 
 struct UdtLink : ServiceFixture {

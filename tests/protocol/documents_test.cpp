@@ -1,8 +1,4 @@
-#include "protocol/build_xml.h"
-#include "protocol/confirm_container.h"
-#include "protocol/finished_container.h"
-#include "protocol/request_container.h"
-#include "protocol/response_container.h"
+#include "protocol/documents.h"
 #include "tests/fakes/quiet_log.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +24,7 @@ struct Documents : testing::Test {
 
 TEST_F(Documents, announceAFileByteForByteWithNothingEscaped)
 {
-    const RequestContainer request("a&b<c>\xFF.mov", "abc", 1048576);
+    const RequestContainer request{"a&b<c>\xFF.mov", "abc", 1048576};
     EXPECT_EQ(buildXML(request.XMLpayload(), "RequestContainer"),
               "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
               "<RequestContainer" +
@@ -41,7 +37,7 @@ TEST_F(Documents, announceAFileByteForByteWithNothingEscaped)
 
 TEST_F(Documents, confirmInTwoLinesWithoutALineFeedAtTheEnd)
 {
-    EXPECT_EQ(buildXML(ConfirmContainer(false, true).XMLpayload(), "ConfirmContainer"),
+    EXPECT_EQ(buildXML(ConfirmContainer{false, true}.XMLpayload(), "ConfirmContainer"),
               "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
               "<ConfirmContainer" +
                   kAttributes +
@@ -53,34 +49,34 @@ TEST_F(Documents, readAWholeResponse)
     const auto whole = response("<exists>true</exists>\n<equal>false</equal>\n"
                                 "<complete>true</complete>\n<size>1234</size>\n"
                                 "<response>1</response>\n");
-    EXPECT_TRUE(whole.exists());
-    EXPECT_FALSE(whole.equal());
-    EXPECT_TRUE(whole.complete());
-    EXPECT_EQ(whole.size(), 1234);
-    EXPECT_EQ(whole.response(), 1);
+    EXPECT_TRUE(whole.exists);
+    EXPECT_FALSE(whole.equal);
+    EXPECT_TRUE(whole.complete);
+    EXPECT_EQ(whole.size, 1234);
+    EXPECT_EQ(whole.response, 1);
 }
 
 TEST_F(Documents, takeAMissingFlagAsTrueAndAMissingNumberAsZero)
 {
     const auto empty = response("");
-    EXPECT_TRUE(empty.exists());
-    EXPECT_TRUE(empty.equal());
-    EXPECT_TRUE(empty.complete());
-    EXPECT_EQ(empty.size(), 0);
-    EXPECT_EQ(empty.response(), 0);
+    EXPECT_TRUE(empty.exists);
+    EXPECT_TRUE(empty.equal);
+    EXPECT_TRUE(empty.complete);
+    EXPECT_EQ(empty.size, 0);
+    EXPECT_EQ(empty.response, 0);
 
     // an empty element is there: its entry is the line feed that follows it
-    EXPECT_FALSE(response("<equal></equal>\n").equal());
+    EXPECT_FALSE(response("<equal></equal>\n").equal);
 }
 
 TEST_F(Documents, searchFlagsForTheWordAndReadNumbersFromTheirStart)
 {
-    EXPECT_TRUE(response("<exists>untrue</exists>").exists());
-    EXPECT_FALSE(response("<exists>TRUE</exists>").exists());
-    EXPECT_EQ(response("<size>10</size>\n<size>20</size>\n").size(), 10);
-    EXPECT_EQ(response("<size>99999999999999999999</size>").size(),
+    EXPECT_TRUE(response("<exists>untrue</exists>").exists);
+    EXPECT_FALSE(response("<exists>TRUE</exists>").exists);
+    EXPECT_EQ(response("<size>10</size>\n<size>20</size>\n").size, 10);
+    EXPECT_EQ(response("<size>99999999999999999999</size>").size,
               std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(response("<response>4294967297</response>").response(),
+    EXPECT_EQ(response("<response>4294967297</response>").response,
               std::numeric_limits<std::int32_t>::max());
 }
 
@@ -88,23 +84,23 @@ TEST_F(Documents, fillWhatPrecedesTheBreakOfACutOffResponse)
 {
     ResponseContainer cut;
     cut.parseXML("<ResponseContainer>\n<exists>false</exists>\n<equal>false</equal>\n<comp");
-    EXPECT_FALSE(cut.exists());
-    EXPECT_FALSE(cut.equal());
-    EXPECT_TRUE(cut.complete());
-    EXPECT_EQ(cut.size(), 0);
+    EXPECT_FALSE(cut.exists);
+    EXPECT_FALSE(cut.equal);
+    EXPECT_TRUE(cut.complete);
+    EXPECT_EQ(cut.size, 0);
 }
 
 TEST_F(Documents, readTheFinishedSize)
 {
     FinishedContainer finished;
-    EXPECT_EQ(finished.size(), -1);
+    EXPECT_EQ(finished.size, -1);
     EXPECT_EQ(finished
                   .parseXML("<FinishedContainer>\n<size>5368709120</size>\n"
                             "</FinishedContainer>")
-                  .size(),
+                  .size,
               5368709120);
-    EXPECT_EQ(finished.parseXML("no document").size(), 0);
-    EXPECT_EQ(finished.parseXML("<F><size>-1</size></F>").size(), -1);
+    EXPECT_EQ(finished.parseXML("no document").size, 0);
+    EXPECT_EQ(finished.parseXML("<F><size>-1</size></F>").size, -1);
     EXPECT_EQ(log.system().back(), "Size value: 18446744073709551615");
 }
 

@@ -63,10 +63,10 @@ TEST_F(Queues, takePlainFilesOnlyAndTakeThemTwiceWhenTold)
          clip});
 
     ASSERT_EQ(queues.fileQueue().size(), 3U);
-    EXPECT_EQ(queues.fileQueue()[0].size(), 5);
-    EXPECT_FALSE(queues.fileQueue()[0].token());
-    EXPECT_EQ(queues.fileQueue()[1].size(), 0);
-    EXPECT_EQ(queues.fileQueue()[2].file(), queues.fileQueue()[0].file());
+    EXPECT_EQ(queues.fileQueue()[0].size, 5);
+    EXPECT_FALSE(queues.fileQueue()[0].token);
+    EXPECT_EQ(queues.fileQueue()[1].size, 0);
+    EXPECT_EQ(queues.fileQueue()[2].file, queues.fileQueue()[0].file);
     add({});
     EXPECT_EQ(log.system().back(), "Number of files in file queue: 3");
 }
@@ -89,9 +89,9 @@ TEST_F(Queues, giveEachTokenARowAndEachCancellationNone)
     EXPECT_EQ(queues.tableList().cell("File", 2), "");
 
     EXPECT_EQ(queues.uploadCount(), 2U);
-    EXPECT_EQ(queues.uploadHead()->token(), "t1");
+    EXPECT_EQ(queues.uploadHead()->token, "t1");
     queues.removeUploadHead();
-    EXPECT_EQ(queues.uploadHead()->file().filename(), "caf\xE9");
+    EXPECT_EQ(queues.uploadHead()->file.filename(), "caf\xE9");
     EXPECT_EQ(queues.tableList().count(), 2U);
 }
 
@@ -113,7 +113,7 @@ TEST_F(Queues, neverShowAFileWithoutItsRow)
     while (queues.acceptToken("t")) {
     }
     uploader.join();
-    EXPECT_EQ(queues.tableList().objectAtIndex(kFiles - 1)->percent(), 100);
+    EXPECT_EQ(queues.tableList().objectAtIndex(kFiles - 1)->percent, 100);
 }
 
 TEST(StatusTable, replacesRowsWholeAndKeepsThemWhenNothingDiffers)
@@ -131,7 +131,7 @@ TEST(StatusTable, replacesRowsWholeAndKeepsThemWhenNothingDiffers)
     // a negative percentage keeps the row's own
     EXPECT_TRUE(table.replace(0, "Waiting (Error)", -1));
     EXPECT_EQ(table.cell("Percent", 0), "7%");
-    EXPECT_EQ(before->status(), "Queued");
+    EXPECT_EQ(before->status, "Queued");
     EXPECT_FALSE(table.replace(3, "Connecting", 0));
 }
 

@@ -1,10 +1,10 @@
-#include "app/end_process.h"
 #include "engine/system_clock.h"
 #include "engine/upload_engine.h"
 #include "tests/fakes/fake_transfer_link.h"
 #include "tests/fakes/fake_upload_view.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
+#include "ui/end_process.h"
 #include "ui/main_thread_bridge.h"
 
 #include <gtest/gtest.h>

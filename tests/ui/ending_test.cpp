@@ -1,6 +1,6 @@
 // The program's end in each phase of an upload, with the real engine, bridge, window and alerts.
-#include "app/end_process.h"
 #include "tests/ui/window_fixture.h"
+#include "ui/end_process.h"
 #include "ui/qt_desktop.h"
 
 #include <QApplication>

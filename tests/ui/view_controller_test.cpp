@@ -113,7 +113,7 @@ private Q_SLOTS:
 
         QCOMPARE(with.waiting(), 0U);
         QCOMPARE(with.queues.uploadCount(), 2U);
-        QCOMPARE(with.queues.uploadHead()->token(), std::optional<std::string>("t1"));
+        QCOMPARE(with.queues.uploadHead()->token, std::optional<std::string>("t1"));
         QCOMPARE(with.window.progressGrid->model()->rowCount(), 2);
         QCOMPARE(with.queues.tableList().cell("File", 1), std::string("b"));
     }
@@ -127,7 +127,7 @@ private Q_SLOTS:
         with.page.say(u"session"_s);
         with.page.say(u"session"_s);
         QCOMPARE(with.waiting(), 2U);
-        QCOMPARE(with.queues.fileQueue().front().file().filename(), std::string("c"));
+        QCOMPARE(with.queues.fileQueue().front().file.filename(), std::string("c"));
     }
 
     void aBadPageLosesNothing()
@@ -145,7 +145,7 @@ private Q_SLOTS:
         // absent elements are absent values
         with.controller.addFiles({with.file("a"), with.file("b")});
         with.page.say(u"token"_s, {}, {});
-        QCOMPARE(with.queues.uploadHead()->token(), std::nullopt);
+        QCOMPARE(with.queues.uploadHead()->token, std::nullopt);
         QCOMPARE(with.page.loads.back(),
                  std::string("https://host/page?session=(null)&filename=b&size=10"));
         with.page.say(u"session"_s, {});

@@ -1,0 +1,182 @@
+// What the page's titles become, by the browser engine itself.
+#include "tests/fakes/quiet_log.h"
+#include "tests/ui/page/web_fixture.h"
+
+#include <QApplication>
+#include <QWebEngineScript>
+#include <QWebEngineScriptCollection>
+
+namespace quenmoor {
+
+using namespace Qt::StringLiterals;
+
+class TitleWatcherTest : public QObject {
+    Q_OBJECT
+
+public:
+    explicit TitleWatcherTest(const TrustingHome& home) : home_(home) {}
+
+private:
+    static void takeMutationEventsAway(QWebEngineScriptCollection& scripts)
+    {
+        const QList<QWebEngineScript> own = scripts.toList();
+        QWebEngineScript newer;
+        newer.setWorldId(own.first().worldId());
+        newer.setInjectionPoint(QWebEngineScript::DocumentCreation);
+        newer.setSourceCode(u"delete window.MutationEvent;"_s);
+        scripts.clear();
+        scripts.insert(newer);
+        scripts.insert(own);
+    }
+
+    const TrustingHome& home_;
+
+private Q_SLOTS:
+    // Without mutation events: an engine that no longer has them.
+    void titlesOfOneTaskKeepTheirOwnValues()
+    {
+        for (const bool withMutationEvents : {true, false}) {
+            WebFixture web(home_.certificate());
+            if (!withMutationEvents)
+                takeMutationEventsAway(web.view()->page()->scripts());
+            web.show(
+                "<title>start</title><input id=session value=s0><input id=token>"
+                "<script>onload = () => {"
+                "  const set = (id, v) => document.getElementById(id).setAttribute('value', v);"
+                "  set('token', 'a'); document.title = 'upload';"
+                "  set('token', 'b'); document.title = 'token'; set('session', 's1');"
+                "  set('token', 'c'); document.querySelector('title').firstChild.data = 'cancel';"
+                "  set('token', 'd'); document.querySelector('title').textContent = 'end';"
+                "  set('token', 'e');"
+                "};</script>");
+            QStringList all;
+            for (const PageSignal& signal : web.signals_)
+                all << signal.title + u' ' + *signal.session + u' ' + signal.token.value_or(u"-"_s);
+            QVERIFY2(all == QStringList({u"start s0 -"_s, u"upload s0 a"_s, u"token s0 b"_s,
+                                         u"cancel s1 c"_s, u"end s1 d"_s}),
+                     qPrintable(all.join(u'|')));
+        }
+    }
+
+    void anEmptiedTitleIsSaidAgain()
+    {
+        WebFixture web(home_.certificate());
+        web.show("<script>onload = () => {"
+                 "  document.title = 'token'; document.title = 'token';"
+                 "  document.title = ''; document.title = ' to\\nken ';"
+                 "  document.title = 'token'; document.title = ''; document.title = 'token';"
+                 "  document.title = 'end'; };</script>");
+        QCOMPARE(web.titles(), u"token|to ken|token|token|end"_s);
+    }
+
+    void theSameAddressLoadedTwiceSignalsTwice()
+    {
+        WebFixture web(home_.certificate());
+        web.show("<title>end</title><input id=token value=t>");
+        web.load(web.service.url(kIndex));
+        QCOMPARE(web.titles(), u"end|end"_s);
+        QCOMPARE(web.signals_[1].token, u"t"_s);
+    }
+
+    void aTitleBeforeItsElementsWaitsForThem()
+    {
+        WebFixture web(home_.certificate());
+        web.show("<head><title>index</title><script>document.title = 'session';</script></head>"
+                 "<input id=session value=s><span id=mac_major>3</span>"
+                 "<script>document.title = 'end'</script><input id=token value=late>");
+        QCOMPARE(web.titles(), u"index|session|end"_s);
+        for (const PageSignal& signal : web.signals_) {
+            QCOMPARE(signal.session, u"s"_s);
+            QCOMPARE(signal.macMajor, u"3"_s);
+            QCOMPARE(signal.token, u"late"_s);
+        }
+    }
+
+    void absentElementsAndTooLongValuesAreAbsentValues()
+    {
+        WebFixture web(home_.certificate());
+        web.show("<p>no title at all, so the browser shows the address</p>"
+                 "<script>setTimeout(() => document.title = 'end', 50)</script>"
+                 "<input id=session><input id=token value=''>");
+        QCOMPARE(web.titles(), u"end"_s);
+        const PageSignal signal = web.signals_[0];
+        QVERIFY(!signal.session && !signal.macMajor && !signal.macMinor && !signal.macBuild);
+        QVERIFY(!signal.updateUrl);
+        QCOMPARE(signal.token, u""_s);
+
+        const SilentLog log;
+        web.show("<input id=session value=s><input id=token><script>onload = () => {"
+                 "  document.getElementById('token').setAttribute('value', 'x'.repeat(5000000));"
+                 "  document.title = 'end'; };</script>");
+        QCOMPARE(web.signals_.back().session, u"s"_s);
+        QVERIFY(!web.signals_.back().token);
+    }
+
+    void innerTextAndAttributesAreReadAsThePageHoldsThem()
+    {
+        WebFixture web(home_.certificate());
+        web.show(
+            "<title>end</title><input id=token value=attribute><div id=session value=any></div>"
+            "<p id=mac_major> 1<b>2</b> </p><p id=mac_minor hidden>7</p>"
+            "<p id=mac_build><!-- 5 -->6</p><a id=update_url>https://x.example/?a&amp;b</a>"
+            "<script>document.getElementById('token').value = 'typed';</script>");
+        const PageSignal& signal = web.signals_[0];
+        QCOMPARE(signal.token, u"attribute"_s);
+        QCOMPARE(signal.session, u"any"_s);
+        QCOMPARE(signal.macMajor->trimmed(), u"12"_s);
+        QCOMPARE(signal.macMinor, u"7"_s);
+        QCOMPARE(signal.macBuild, u"6"_s);
+        QCOMPARE(signal.updateUrl, u"https://x.example/?a&b"_s);
+    }
+
+    void framesAndOtherOriginsSayNothing()
+    {
+        WebFixture web(home_.certificate());
+        web.service.setPage("/frame",
+                            "<title>token</title><script>document.title='cancel'</script>");
+        web.service.setPage("/other",
+                            "<title>token</title><script>"
+                            "onload = () => { document.title = 'cancel';"
+                            "  location = 'https://localhost:' + location.port + '/end'; };"
+                            "</script>");
+        web.service.setPage("/end", "<title>end</title>");
+        web.show("<iframe src=/frame></iframe><iframe srcdoc='<title>token</title>'></iframe>"
+                 "<script>onload = () => document.title = 'end'</script>");
+        web.load(web.service.url("/other", "127.0.0.1"));
+        QCOMPARE(web.titles(), u"end|end"_s);
+    }
+
+    void thePageCannotReachTheChannelOrHideItsElements()
+    {
+        WebFixture web(home_.certificate());
+        web.show("<form><input name=getElementById><input name=title></form>"
+                 "<form id=token value=real><input name=getAttribute></form>"
+                 "<img name=getElementById><img name=title>"
+                 "<script>"
+                 "Object.defineProperty(Document.prototype, 'title', { get: () => 'token' });"
+                 "Element.prototype.getAttribute = () => 'forged';"
+                 "JSON.stringify = () => 'forged'; Array.prototype.map = () => [];"
+                 "onload = () => {"
+                 "  const event = document.createEvent('MutationEvent');"
+                 "  event.initEvent('DOMSubtreeModified', true, false); dispatchEvent(event);"
+                 "  const reach = [typeof qt, typeof QWebChannel, typeof kInvokeMethod];"
+                 "  const title = document.createElement('title');"
+                 "  title.append(reach.join()); document.head.append(title);"
+                 "  title.firstChild.data = 'end'; };"
+                 "</script>");
+        QCOMPARE(web.titles(), u"undefined,undefined,undefined|end"_s);
+        QCOMPARE(web.signals_[1].token, u"real"_s);
+    }
+};
+
+} // namespace quenmoor
+
+int main(int argc, char** argv)
+{
+    const quenmoor::TrustingHome home;
+    const QApplication application(argc, argv);
+    quenmoor::TitleWatcherTest test(home);
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "title_watcher_test.moc"

@@ -1,0 +1,45 @@
+// quenmoor-upload: the window.
+#include "engine/system_clock.h"
+#include "engine/upload_engine.h"
+#include "protocol/udt_transfer_link.h"
+#include "ui/app_delegate.h"
+#include "ui/end_process.h"
+#include "ui/page/page_url.h"
+#include "ui/page/web_service_page.h"
+#include "ui/qt_desktop.h"
+#include "ui/view_controller.h"
+#include "ui/window_settings.h"
+#include "ui/window_start.h"
+
+#include <QApplication>
+
+using namespace quenmoor;
+
+int main(int argc, char** argv)
+{
+    const std::optional<ViewController::Client> client = thisClient();
+    if (!client)
+        return EXIT_FAILURE;
+    if (answerWithoutWindow(argc, argv))
+        return EXIT_SUCCESS;
+    QApplication application(argc, argv);
+    nameApplication();
+
+    UploadQueues queues;
+    QtMainThreadBridge bridge;
+    SystemClock clock;
+    UdtTransferLink link(kServiceHost, kTransferPort);
+    QtUploadView view(bridge);
+    UploadEngine engine(queues, link, view, clock);
+
+    AppDelegate delegate;
+    delegate.applicationOpenFiles(filesToOpen(argc, argv));
+    QtDesktop desktop;
+    WebServicePage page(client->baseUrl, [&desktop](const QUrl& url) { desktop.openUrl(url); });
+    ViewController controller({queues, engine, view, page, delegate, desktop}, *client);
+    const EndSignals endSignals;
+    connectEnd(controller, delegate, view, bridge, endSignals);
+    controller.viewDidLoad();
+    controller.window().show();
+    return endProcess(bridge, clock, engine, QApplication::exec());
+}
