@@ -59,6 +59,10 @@ public:
     // The library's words for the last failure on the calling thread.
     [[nodiscard]] virtual std::string lastErrorMessage() = 0;
 
+    // Why the last operation of this link failed, as a sentence for a person without its full stop:
+    // "media.example: Name or service not known". Empty before the first failure.
+    [[nodiscard]] virtual std::string failureReason() = 0;
+
     // Closes the rendezvous socket, then the connect socket. Waits up to 2 seconds for each, for
     // data that the peer has not taken yet.
     virtual void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) = 0;

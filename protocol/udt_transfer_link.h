@@ -28,6 +28,7 @@ public:
     std::optional<std::int32_t> unacknowledged(std::int32_t socket) override;
     std::optional<std::int32_t> socketState(std::int32_t socket) override;
     std::string lastErrorMessage() override;
+    std::string failureReason() override { return lastErrorMessage(); }
     void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) override;
 
 private:

@@ -131,6 +131,7 @@ public:
 
     std::optional<std::int32_t> socketState(std::int32_t /*socket*/) override { return state; }
     std::string lastErrorMessage() override { return "Connection was broken."; }
+    std::string failureReason() override { return "no answer"; }
 
     void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) override
     {
