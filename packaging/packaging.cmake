@@ -16,7 +16,7 @@ foreach(component IN LISTS components)
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endforeach()
 
-# The program looks for it here: see devservice/page.cmake.
+# The program looks for it here: see devservice/CMakeLists.txt.
 install(DIRECTORY ${page_folder} COMPONENT devservice
   DESTINATION ${CMAKE_INSTALL_DATADIR}/quenmoor-devservice)
 

@@ -1,7 +1,6 @@
 // The page server over its real https, with the certificate that it makes.
 #include "base/text.h"
-#include "devservice/page_server.h"
-#include "tests/fakes/temp_folder.h"
+#include "tests/fakes/local_service.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -13,17 +12,9 @@ namespace {
 using nlohmann::json;
 using namespace std::chrono_literals;
 
-class PageServerTest : public testing::Test {
+class PageServerTest : public testing::Test, protected LocalService {
 protected:
-    PageServerTest() { start({}); }
-
-    void start(PageSettings settings)
-    {
-        server.reset();
-        settings.port = 0;
-        server = std::make_unique<PageServer>(settings, certificate, sessions);
-        ASSERT_TRUE(server->start(error)) << error;
-    }
+    PageServerTest() { startPage(certificate); }
 
     httplib::Result get(const std::string& target)
     {
@@ -47,7 +38,7 @@ protected:
 
     std::unique_ptr<httplib::SSLClient> makeClient() const
     {
-        auto client = std::make_unique<httplib::SSLClient>("localhost", server->port());
+        auto client = std::make_unique<httplib::SSLClient>("localhost", pageServer->port());
         client->set_ca_cert_path(certificate.certificateFile.c_str());
         client->enable_server_certificate_verification(true);
         client->set_url_encode(false); // what is asked for goes out as it stands
@@ -57,9 +48,6 @@ protected:
     const TempFolder folder;
     std::string error;
     const Certificate certificate = *ensureCertificate(folder.path(), error);
-    TokenStore tokens{std::chrono::steady_clock::now};
-    SessionStore sessions{tokens, {}, std::chrono::steady_clock::now};
-    std::unique_ptr<PageServer> server;
 };
 
 TEST_F(PageServerTest, servesThePageToWhoeverTrustsItsCertificate)
@@ -98,7 +86,7 @@ TEST_F(PageServerTest, servesNothingOutsideItsFolder)
     folder.file("page/notes.txt", "secret");
     PageSettings settings;
     settings.pageFolder = folder.path() / "page";
-    start(settings);
+    startPage(certificate, settings);
 
     EXPECT_EQ(get("/files/upload/index.html")->body, "mine");
     for (const char* target :
@@ -153,7 +141,7 @@ TEST_F(PageServerTest, publishesTheNewestVersion)
     settings.newestVersion = *parseNewestVersion("12.0.99999999999");
     settings.updateUrl = "https://downloads.example/client";
     settings.automatic = true;
-    start(settings);
+    startPage(certificate, settings);
 
     const json service = ask("session", {{"session", nullptr}});
     EXPECT_EQ(service["newestVersion"], json({"12", "0", "99999999999"}));
@@ -171,8 +159,8 @@ TEST_F(PageServerTest, saysWhyItCannotStart)
         return why;
     };
     PageSettings settings;
-    settings.port = server->port();
-    EXPECT_NE(reason(settings, certificate).find(std::to_string(server->port())),
+    settings.port = pageServer->port();
+    EXPECT_NE(reason(settings, certificate).find(std::to_string(pageServer->port())),
               std::string::npos);
     EXPECT_NE(reason({}, {folder.path() / "none", folder.path() / "none"}).find("certificate"),
               std::string::npos);

@@ -1,7 +1,5 @@
-#include "devservice/transfer_server.h"
 #include "tests/devservice/upload_client.h"
-#include "tests/fakes/quiet_log.h"
-#include "tests/fakes/temp_folder.h"
+#include "tests/fakes/local_service.h"
 
 #include <gtest/gtest.h>
 
@@ -10,38 +8,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A server on a free port, over a folder that survives its restarts.
-class TransferServerTest : public ::testing::Test {
+class TransferServerTest : public ::testing::Test, protected LocalService {
 protected:
     TransferServerTest()
     {
-        for (const char* const token : {"token", "other", "t0", "t1", "t2", "t3"})
-            tokens.add(token);
-        settings.port = 0;
-        restart();
-    }
-
-    void restart()
-    {
-        server.reset();
-        store.reset();
-        std::string error;
-        store = UploadStore::open(folder.path(), error);
-        server = std::make_unique<TransferServer>(settings, *store, tokens);
-        ASSERT_TRUE(server->start(error)) << error;
+        for (const char* const other : {"other", "t0", "t1", "t2", "t3"})
+            tokens.add(other);
+        startServer();
     }
 
     UploadClient client() const { return UploadClient(server->port()); }
-
-    std::string stored(const std::string& name) const { return contentOf(folder.path() / name); }
-
-    // The server learns of a closed link a little later than who closed it.
-    void awaitIdle() const
-    {
-        for (int i = 0; i < 500 && server->openSessions() > 0; ++i)
-            std::this_thread::sleep_for(10ms);
-        EXPECT_EQ(server->openSessions(), 0);
-    }
 
     // Leaves a copy of the first `held` bytes.
     void leavePart(const std::string& name, const std::string& content, std::int64_t held)
@@ -51,7 +27,7 @@ protected:
         const auto response = cut.announce(name, std::ssize(content));
         ASSERT_TRUE(response && !response->exists);
         (void)cut.send(content);
-        awaitIdle();
+        ASSERT_TRUE(awaitIdle());
     }
 
     // A whole upload; the size in the closing document.
@@ -66,13 +42,6 @@ protected:
         EXPECT_EQ(stored(name), content);
         return size;
     }
-
-    SilentLog log;
-    TempFolder folder;
-    TokenStore tokens;
-    TransferServerSettings settings;
-    std::unique_ptr<UploadStore> store;
-    std::unique_ptr<TransferServer> server;
 };
 
 void expectResponse(const std::optional<ResponseContainer>& response, HeldCopy expected)
@@ -99,7 +68,7 @@ TEST_F(TransferServerTest, aCutUploadGoesOnWhereItStoodAlsoAfterARestart)
 {
     const std::string content = sampleContent(1'000'000);
     leavePart("clip.mov", content, 300'000);
-    restart();
+    startServer();
 
     UploadClient rest = client();
     expectResponse(rest.announce("clip.mov", 1'000'000), {true, true, false, 300'000});
@@ -117,7 +86,7 @@ TEST_F(TransferServerTest, aClientThatClosesInTheMiddleLosesNothing)
         ASSERT_TRUE(leaving.announce("clip.mov", 100'000));
         ASSERT_TRUE(leaving.send(content.substr(0, 60'000)));
     }
-    awaitIdle();
+    ASSERT_TRUE(awaitIdle());
     UploadClient again = client();
     expectResponse(again.announce("clip.mov", 100'000), {true, true, false, 60'000});
 }
@@ -150,14 +119,14 @@ TEST_F(TransferServerTest, aCopyStaysWhenItIsOfAnotherFileOrTheUploadIsCancelled
 
 TEST_F(TransferServerTest, aFileWithoutBytesGetsTwoSeparateDocuments)
 {
-    settings.limits.betweenDocuments = 400ms;
-    restart();
+    transferSettings.limits.betweenDocuments = 400ms;
+    startServer();
     UploadClient empty = client();
     expectResponse(empty.announce("empty.mov", 0), {});
     const auto between = std::chrono::steady_clock::now();
     EXPECT_EQ(empty.finished(), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - between, 200ms);
-    EXPECT_TRUE(std::filesystem::exists(folder.path() / "empty.mov"));
+    EXPECT_TRUE(std::filesystem::exists(root.path() / "empty.mov"));
 }
 
 TEST_F(TransferServerTest, unknownTokensAndNamesThatEscapeAreRefused)
@@ -167,7 +136,7 @@ TEST_F(TransferServerTest, unknownTokensAndNamesThatEscapeAreRefused)
     EXPECT_TRUE(client().refused("..", 1));
     EXPECT_TRUE(client().refused("", 1));
     EXPECT_TRUE(client().refused("clip.mov", -1));
-    EXPECT_FALSE(std::filesystem::exists(folder.path().parent_path() / "clip.mov"));
+    EXPECT_FALSE(std::filesystem::exists(root.path().parent_path() / "clip.mov"));
 }
 
 TEST_F(TransferServerTest, aNewerAttemptTakesThePlaceOfAnOlderOne)
@@ -176,7 +145,7 @@ TEST_F(TransferServerTest, aNewerAttemptTakesThePlaceOfAnOlderOne)
     UploadClient older = client();
     ASSERT_TRUE(older.announce("clip.mov", 50'000));
     ASSERT_TRUE(older.send(content.substr(0, 20'000)));
-    const auto part = folder.path() / ".quenmoor/parts/clip.mov";
+    const auto part = root.path() / ".quenmoor/parts/clip.mov";
     for (int i = 0; i < 500 && contentOf(part).size() < 20'000; ++i)
         std::this_thread::sleep_for(10ms);
 
@@ -207,28 +176,28 @@ TEST_F(TransferServerTest, manyClientsAreServedAtOnce)
 
 TEST_F(TransferServerTest, clientsThatFallSilentAreLetGo)
 {
-    settings.limits.rendezvous = 1500ms;
-    settings.limits.silence = 300ms;
-    restart();
+    transferSettings.limits.rendezvous = 1500ms;
+    transferSettings.limits.silence = 300ms;
+    startServer();
     UploadClient absent = client();
     ASSERT_TRUE(absent.request("absent.mov", 10));
     UploadClient silent = client();
     ASSERT_TRUE(silent.announce("silent.mov", 10, "other"));
     EXPECT_TRUE(silent.wasDropped());
-    awaitIdle();
+    ASSERT_TRUE(awaitIdle());
 }
 
 TEST_F(TransferServerTest, clientsBeyondTheLimitAreTurnedAway)
 {
-    settings.mostSessions = 1;
-    restart();
+    transferSettings.mostSessions = 1;
+    startServer();
     UploadClient first = client();
     ASSERT_TRUE(first.announce("first.mov", 10));
     UploadClient second = client();
     (void)second.request("second.mov", 10, "other");
     ASSERT_TRUE(first.send("ten bytes!"));
     EXPECT_EQ(first.finished(), 10);
-    EXPECT_FALSE(std::filesystem::exists(folder.path() / ".quenmoor/parts/second.mov"));
+    EXPECT_FALSE(std::filesystem::exists(root.path() / ".quenmoor/parts/second.mov"));
 }
 
 TEST_F(TransferServerTest, stoppingEndsClientsInEveryPhaseAndKeepsWhatCame)
@@ -253,7 +222,7 @@ TEST_F(TransferServerTest, aTakenAddressIsAnError)
 {
     std::string error;
     for (const std::string address : {"127.0.0.1", "localhost", ""}) {
-        TransferServerSettings same = settings;
+        TransferServerSettings same = transferSettings;
         same.port = server->port();
         same.bindAddress = address;
         TransferServer second(same, *store, tokens);
@@ -270,8 +239,8 @@ TEST_F(TransferServerTest, aSpoiltResponseStoresNothing)
         EXPECT_FALSE(confused.announce("clip.mov", 10));
         (void)confused.send(UploadClient::confirmation(true, false));
         confused.close();
-        awaitIdle();
-        EXPECT_FALSE(std::filesystem::exists(folder.path() / ".quenmoor/parts/clip.mov"));
+        ASSERT_TRUE(awaitIdle());
+        EXPECT_FALSE(std::filesystem::exists(root.path() / ".quenmoor/parts/clip.mov"));
     }
 }
 

@@ -1,15 +1,11 @@
-// The local service in this process, and the real engine and link against it. Real time.
+// The engine and the link against the local service, over real UDT and in real time.
 #pragma once
 
-#include "devservice/token_store.h"
-#include "devservice/transfer_server.h"
-#include "devservice/upload_store.h"
 #include "engine/system_clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
 #include "tests/fakes/fake_upload_view.h"
-#include "tests/fakes/quiet_log.h"
-#include "tests/fakes/temp_folder.h"
+#include "tests/fakes/local_service.h"
 
 #include <gtest/gtest.h>
 
@@ -18,33 +14,13 @@
 
 namespace quenmoor {
 
-struct ServiceFixture : testing::Test {
-    static constexpr const char* kToken = "good-token";
-
-    RecordingLog log;
+struct ServiceFixture : testing::Test, LocalService {
     const TempFolder folder; // the user's files
-    const TempFolder root;   // the server's
-    std::string error;
-    std::unique_ptr<UploadStore> store = UploadStore::open(root.path(), error);
-    TokenStore tokens;
-    std::unique_ptr<TransferServer> server;
 
-    ServiceFixture() { tokens.add(kToken); }
-
-    void SetUp() override { startServer(0); }
-
-    void startServer(std::uint16_t port)
-    {
-        TransferServerSettings settings;
-        settings.port = port;
-        server = std::make_unique<TransferServer>(settings, *store, tokens);
-        ASSERT_TRUE(server->start(error)) << error;
-    }
-
-    std::string stored(const std::string& name) const { return contentOf(root.path() / name); }
+    ServiceFixture() { startServer(); }
 };
 
-// One engine that has sent what it was given when send() returns.
+// An engine that uploads the queued files.
 struct SendingFixture : ServiceFixture {
     Congestion congestion = kBuiltInCongestion;
     UploadQueues queues;
@@ -62,7 +38,8 @@ struct SendingFixture : ServiceFixture {
         return content;
     }
 
-    // Until every file ended, or one was given up. To the server, or by way of `relay`.
+    // Returns once every file has ended or one was given up. Connects to the port `relay` instead
+    // of the server's when it is not 0.
     void send(std::uint16_t relay = 0)
     {
         UdtTransferLink link("127.0.0.1", relay != 0 ? relay : server->port(), congestion);

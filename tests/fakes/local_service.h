@@ -1,0 +1,101 @@
+// The local service inside the test's process: the transfer server over a temporary folder and, on
+// request, the https upload page, each on a free port of 127.0.0.1.
+//
+// Nothing runs before startServer() or startPage(). A part that cannot start aborts the process, so
+// that a test never continues without its service.
+#pragma once
+
+#include "devservice/page_server.h"
+#include "devservice/transfer_server.h"
+#include "tests/fakes/quiet_log.h"
+#include "tests/fakes/temp_folder.h"
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+namespace quenmoor {
+
+// Used by one thread, except for `tokens`, `sessions` and TransferServer::setFaults().
+class LocalService {
+public:
+    static constexpr const char* kToken = "token"; // accepted for every file
+
+    LocalService() { tokens.add(kToken); }
+
+    // Starts the transfer server with `transferSettings`. A running one is stopped first and loses
+    // what it had in memory, as after a kill. With a `port` other than 0 this waits up to 30
+    // seconds for the port, which the library releases some time after the listener was closed.
+    void startServer(std::uint16_t port = 0)
+    {
+        server.reset();
+        store.reset();
+        std::string error;
+        store = UploadStore::open(root.path(), error);
+        require(store != nullptr, error);
+        transferSettings.port = port;
+        const auto started = [&] {
+            server = std::make_unique<TransferServer>(transferSettings, *store, tokens);
+            return server->start(error);
+        };
+        require(waitUntil(started, port != 0), error);
+    }
+
+    // Starts the page on a free port, whatever the port in `page`; a running one is stopped first.
+    void startPage(const Certificate& certificate, PageSettings page = {})
+    {
+        page.port = 0;
+        pageServer.reset();
+        pageServer = std::make_unique<PageServer>(std::move(page), certificate, sessions);
+        std::string error;
+        require(pageServer->start(error), error);
+    }
+
+    // Waits until the server has ended every attempt; it notices a closed link later than the
+    // client that closed it. False after 30 seconds.
+    [[nodiscard]] bool awaitIdle() const
+    {
+        return waitUntil([this] { return server->openSessions() == 0; }, true);
+    }
+
+    std::string stored(const std::string& name) const { return contentOf(root.path() / name); }
+
+    // The path of the unfinished copy of `name`.
+    std::filesystem::path part(const std::string& name) const
+    {
+        return root.path() / ".quenmoor/parts" / name;
+    }
+
+    RecordingLog log;      // of the whole process
+    const TempFolder root; // the uploads
+    TransferServerSettings transferSettings;
+    TokenStore tokens;
+    SessionStore sessions{tokens, {}, std::chrono::steady_clock::now};
+    std::unique_ptr<UploadStore> store;
+    std::unique_ptr<TransferServer> server;
+    std::unique_ptr<PageServer> pageServer;
+
+private:
+    template <typename Condition>
+    static bool waitUntil(const Condition& condition, bool retry)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (!condition()) {
+            if (!retry || std::chrono::steady_clock::now() >= deadline)
+                return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return true;
+    }
+
+    static void require(bool good, const std::string& error)
+    {
+        if (good)
+            return;
+        std::fprintf(stderr, "LocalService: %s\n", error.c_str());
+        std::abort();
+    }
+};
+
+} // namespace quenmoor
