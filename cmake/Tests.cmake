@@ -1,21 +1,19 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
-# uploader_test(engine/retry_schedule_test.cpp engine): one program per source, its tests named
-# engine.<suite>.<test>. RESOURCE keeps tests that need the same thing from running side by side.
-function(uploader_test source)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT;RESOURCE" "")
-  get_filename_component(folder ${source} DIRECTORY)
-  get_filename_component(unit ${source} NAME_WE)
-  string(REPLACE "/" "." folder ${folder})
-  set(target ${folder}.${unit})
-  add_executable(${target} ${source})
-  target_link_libraries(${target} PRIVATE
-    project_options ${arg_UNPARSED_ARGUMENTS} GTest::gtest_main)
-  set(properties TIMEOUT 120)
-  if(arg_TIMEOUT)
-    set(properties TIMEOUT ${arg_TIMEOUT})
+# uploader_tests(engine SOURCES engine/progress_test.cpp ... LIBRARIES engine): one GoogleTest
+# program for a folder, engine_tests. CTest runs each case as a process of its own, named
+# engine.<suite>.<test>. PROGRAM gives the program another name. Tests with the same RESOURCE do
+# not run at the same time.
+function(uploader_tests folder)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "PROGRAM;RESOURCE" "SOURCES;LIBRARIES")
+  set(target ${folder}_tests)
+  if(arg_PROGRAM)
+    set(target ${arg_PROGRAM})
   endif()
+  add_executable(${target} ${arg_SOURCES})
+  target_link_libraries(${target} PRIVATE project_options ${arg_LIBRARIES} GTest::gtest_main)
+  set(properties TIMEOUT 120)
   if(arg_RESOURCE)
     list(APPEND properties RESOURCE_LOCK ${arg_RESOURCE})
   endif()

@@ -1,5 +1,5 @@
 // The shipped programs against each other, as processes: what a person would do at a terminal.
-#include "tests/end_to_end/process.h"
+#include "bench/process.h"
 #include "tests/fakes/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -105,7 +105,7 @@ TEST_F(EndToEnd, aQuestionIsAskedInWordsOnATerminal)
     std::ignore = files.file("clip.mov", content);
     std::ignore = root.file("clip.mov", "another file");
     startService();
-    Process client(put({"clip.mov"}), Process::Screen::Terminal);
+    Process client(put({"clip.mov"}), {.terminal = true});
     ASSERT_TRUE(client.waitFor("The file appears to be different and the upload was complete."));
     ASSERT_TRUE(client.waitFor("[1] Cancel   [2] Overwrite: "));
     client.type("3\n");
@@ -118,7 +118,7 @@ TEST_F(EndToEnd, theCountdownOfARetryIsSeenOnATerminal)
 {
     std::ignore = files.file("clip.mov", "x");
     port = "9"; // nobody is there
-    Process client(put({"clip.mov"}), Process::Screen::Terminal);
+    Process client(put({"clip.mov"}), {.terminal = true});
     for (const char* const left : {"5s", "4s", "3s", "2s"})
         EXPECT_TRUE(
             client.waitFor(std::string("\rclip.mov  Retrying in ") + left + " (attempt 2)"));
@@ -183,7 +183,7 @@ TEST_F(EndToEnd, anInterruptUnderAnOpenQuestionLeavesTheCopyAlone)
     std::ignore = files.file("clip.mov", "x");
     std::ignore = root.file("clip.mov", "another file");
     startService();
-    Process client(put({"clip.mov"}), Process::Screen::Terminal);
+    Process client(put({"clip.mov"}), {.terminal = true});
     ASSERT_TRUE(client.waitFor("[1] Cancel"));
     client.signal(SIGINT);
     EXPECT_EQ(client.exitStatus(2s), 130);

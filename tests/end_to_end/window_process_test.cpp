@@ -1,6 +1,6 @@
 // The shipped window as a process, ended in every phase: gone within two seconds, with the signal's
 // status. It speaks to the ports that are built in, so one test at a time.
-#include "tests/end_to_end/process.h"
+#include "bench/process.h"
 #include "tests/fakes/temp_folder.h"
 #include "tests/ui/page/scripted_service.h"
 
@@ -51,7 +51,7 @@ TEST_P(EndedWindow, isGoneWithinTwoSeconds)
     std::vector<std::string> arguments{QUENMOOR_UPLOAD};
     if (phase.withFile)
         arguments.push_back(file);
-    Process client(arguments, Process::Screen::Terminal);
+    Process client(arguments, {.terminal = true});
     ASSERT_TRUE(client.waitFor(phase.sign, 60s)) << client.output();
     std::this_thread::sleep_for(300ms); // well inside the phase
 
