@@ -1,106 +1,84 @@
-// quenmoor-bare-send PORT TOKEN COUNT SIZE: the transport library's own limit.
+// quenmoor-bare-send PORT TOKEN COUNT SIZE: measures the transport library's own limit.
 //
-// Sends COUNT files of SIZE bytes from memory to a service on this machine, through the same two
-// sockets as the client and in the same blocks, with nothing around them: no file, no queue, no
-// status, no second thread of ours.
+// Sends COUNT files of SIZE bytes from memory to a service on this machine, with the client's two
+// sockets and block size, and without everything else of the client: file, queue, status, second
+// thread.
+#include "base/text.h"
 #include "protocol/documents.h"
+#include "protocol/udt_transfer_link.h"
 
-#include <arpa/inet.h>
 #include <fmt/format.h>
-#include <udt.h>
 
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <stdexcept>
-#include <string_view>
 
 namespace quenmoor {
 namespace {
 
-constexpr int kBlock = 16384;
-constexpr int kUdpReceiveBuffer = 5590000; // the client's
-constexpr int kLingerSeconds = 2;
+constexpr std::size_t kBlock = 16384;
 
-void must(bool fine, const char* what)
+void require(bool succeeded, const char* operation)
 {
-    if (!fine)
-        throw std::runtime_error(
-            fmt::format("{}: {}", what, UDT::getlasterror().getErrorMessage()));
+    if (!succeeded)
+        throw std::runtime_error(fmt::format("{}: {}", operation, UdtSocket::lastErrorMessage()));
 }
 
-std::int64_t number(std::string_view text)
+std::int64_t number(const char* text)
 {
-    std::int64_t value = 0;
-    const char* const end = text.data() + text.size();
-    if (std::from_chars(text.data(), end, value) != std::from_chars_result{end, std::errc()})
-        throw std::runtime_error(fmt::format("\"{}\" is no number", text));
-    return value;
+    const auto value = wholeNumber(text);
+    if (!value)
+        throw std::runtime_error(fmt::format("\"{}\" is not a number", text));
+    return *value;
 }
 
-UDTSOCKET openSocket()
+struct Sockets {
+    UdtSocket connected;
+    UdtSocket rendezvous;
+};
+
+// Sends the request and establishes the rendezvous connection.
+Sockets announce(const UdtAddress& server, const std::string& request)
 {
-    const UDTSOCKET made = UDT::socket(AF_INET, SOCK_STREAM, 0);
-    const linger value{1, kLingerSeconds};
-    UDT::setsockopt(made, 0, UDT_LINGER, &value, sizeof value);
-    return made;
+    Sockets sockets;
+    sockets.connected = UdtSocket::open(kConnectSocketOptions);
+    require(sockets.connected.connect(server), "connect");
+    require(sockets.connected.send(request), "request");
+    const auto local = sockets.connected.localAddress();
+    require(local.has_value(), "address");
+    sockets.rendezvous = UdtSocket::open(kRendezvousSocketOptions);
+    require(sockets.rendezvous.bind(*local), "bind");
+    require(sockets.rendezvous.connect(server), "rendezvous");
+    return sockets;
 }
 
-// Announces a file and meets the server; the two sockets.
-std::array<UDTSOCKET, 2> meet(const sockaddr_in& server, const std::string& request)
+void receiveMessage(UdtSocket& socket)
 {
-    const auto* const address = reinterpret_cast<const sockaddr*>(&server);
-    const UDTSOCKET announcing = openSocket();
-    UDT::setsockopt(announcing, 0, UDP_RCVBUF, &kUdpReceiveBuffer, sizeof kUdpReceiveBuffer);
-    must(UDT::connect(announcing, address, sizeof server) != UDT::ERROR, "connect");
-    const int length = static_cast<int>(request.size());
-    must(UDT::send(announcing, request.data(), length, 0) == length, "request");
-
-    sockaddr_in local{};
-    int size = sizeof local;
-    must(UDT::getsockname(announcing, reinterpret_cast<sockaddr*>(&local), &size) != UDT::ERROR,
-         "address");
-    const UDTSOCKET carrying = openSocket();
-    const bool rendezvous = true;
-    UDT::setsockopt(carrying, 0, UDT_RENDEZVOUS, &rendezvous, sizeof rendezvous);
-    must(UDT::bind(carrying, reinterpret_cast<sockaddr*>(&local), size) != UDT::ERROR, "bind");
-    must(UDT::connect(carrying, address, sizeof server) != UDT::ERROR, "rendezvous");
-    return {announcing, carrying};
+    std::array<char, 65536> buffer{};
+    require(socket.receive(buffer).outcome == Received::Outcome::Bytes, "message");
 }
 
-void receiveMessage(UDTSOCKET socket)
-{
-    std::array<char, 65536> room{};
-    must(UDT::recv(socket, room.data(), room.size(), 0) > 0, "message");
-}
-
-void sendFile(const sockaddr_in& server, const std::string& request, std::int64_t size)
+void sendFile(const UdtAddress& server, const std::string& request, std::int64_t size)
 {
     static const std::array<char, kBlock> block{};
-    const auto sockets = meet(server, request);
-    receiveMessage(sockets[1]);
+    Sockets sockets = announce(server, request);
+    receiveMessage(sockets.rendezvous);
     for (std::int64_t left = size; left > 0;) {
-        const int offered = static_cast<int>(std::min<std::int64_t>(left, kBlock));
-        const int taken = UDT::send(sockets[1], block.data(), offered, 0);
-        must(taken != UDT::ERROR, "send");
-        left -= taken;
+        const auto offered = std::min(static_cast<std::size_t>(left), block.size());
+        const auto taken = sockets.rendezvous.sendSome({block.data(), offered});
+        require(taken.has_value(), "send");
+        left -= *taken;
     }
-    receiveMessage(sockets[1]);
-    UDT::close(sockets[1]);
-    UDT::close(sockets[0]);
+    receiveMessage(sockets.rendezvous);
 }
 
-int run(std::string_view port, std::string_view token, std::string_view count,
-        std::string_view size)
+int run(const char* port, const char* token, std::int64_t count, std::int64_t size)
 {
-    sockaddr_in server{};
-    server.sin_family = AF_INET;
-    server.sin_port = htons(static_cast<std::uint16_t>(number(port)));
-    server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    UDT::startup();
-    for (std::int64_t i = 0; i < number(count); ++i) {
-        const RequestContainer request{fmt::format("bare-{}", i), std::string(token), number(size)};
-        sendFile(server, buildXML(request.XMLpayload(), "RequestContainer"), number(size));
+    UdtSocket::startLibrary();
+    const auto server = UdtAddress::parse("127.0.0.1", static_cast<std::uint16_t>(number(port)));
+    for (std::int64_t i = 0; i < count; ++i) {
+        const RequestContainer request{fmt::format("bare-{}", i), token, size};
+        sendFile(server.value(), buildXML(request.XMLpayload(), "RequestContainer"), size);
     }
     return 0;
 }
@@ -115,7 +93,8 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        return quenmoor::run(argv[1], argv[2], argv[3], argv[4]);
+        return quenmoor::run(argv[1], argv[2], quenmoor::number(argv[3]),
+                             quenmoor::number(argv[4]));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "quenmoor-bare-send: %s\n", error.what());
         return 1;

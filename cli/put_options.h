@@ -1,7 +1,7 @@
 // What the user asked quenmoor-put for.
 #pragma once
 
-#include "protocol/congestion.h"
+#include "protocol/udt_transfer_link.h"
 
 #include <cstdint>
 #include <string>

@@ -26,7 +26,7 @@ bool TransferServer::start(std::string& error)
         UdtSocket::stopLibrary();
         return false;
     }
-    address_ = listener_->localAddress();
+    address_ = listener_->localAddress().value_or(*wanted);
     acceptThread_ = std::thread([this] { acceptClients(); });
     logSystem("Listening for uploads on {}", address_.text());
     return true;

@@ -274,7 +274,7 @@ bool TransferSession::stopEarly(std::int64_t received)
 bool TransferSession::awaitAcknowledgement()
 {
     const Time deadline = steady_clock::now() + services_.limits.goodbye;
-    while (!link_->acknowledged()) {
+    while (link_->unacknowledgedPackets() != 0) {
         if (!link_->connected() || steady_clock::now() >= deadline)
             return drop("the response did not arrive");
         if (!signal_->sleepFor(kShortPoll))

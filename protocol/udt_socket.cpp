@@ -11,10 +11,10 @@
 namespace quenmoor {
 namespace {
 
-constexpr int kNoSocket = -1;
+using std::chrono::milliseconds;
+
+constexpr std::int32_t kNoSocket = -1;
 constexpr int kBacklog = 64;
-constexpr int kSendTimeoutMs = 10000;
-// By default closing waits 180 seconds for a peer that lives and does not read.
 constexpr int kLingerSeconds = 2;
 
 sockaddr_in toSystem(const UdtAddress& address)
@@ -36,26 +36,36 @@ sockaddr* generic(sockaddr_in& address)
     return reinterpret_cast<sockaddr*>(&address);
 }
 
-void setOption(int socket, UDT::SOCKOPT option, int value)
+// The library reads as many bytes as the option's type has: one for a boolean. Results are not
+// checked: a value that the library refuses leaves its default.
+template <typename Value>
+void setOption(std::int32_t socket, UDT::SOCKOPT option, const Value& value)
 {
     UDT::setsockopt(socket, 0, option, &value, sizeof value);
 }
 
-// The library reads one byte.
-void setOption(int socket, UDT::SOCKOPT option, bool value)
+void setOption(std::int32_t socket, UDT::SOCKOPT option, milliseconds value)
 {
-    UDT::setsockopt(socket, 0, option, &value, sizeof value);
+    setOption(socket, option, static_cast<int>(value.count()));
 }
 
-std::string lastError()
+std::optional<std::int32_t> readOption(std::int32_t socket, UDT::SOCKOPT option)
 {
-    return UDT::getlasterror().getErrorMessage();
+    std::int32_t value = 0;
+    int length = sizeof value;
+    if (UDT::getsockopt(socket, 0, option, &value, &length) == UDT::ERROR)
+        return std::nullopt;
+    return value;
 }
 
-bool bindTo(int socket, const UdtAddress& address)
+// `getName` is UDT::getsockname or UDT::getpeername.
+std::optional<UdtAddress> readAddress(std::int32_t socket, int (*getName)(int, sockaddr*, int*))
 {
-    sockaddr_in system = toSystem(address);
-    return UDT::bind(socket, generic(system), sizeof system) != UDT::ERROR;
+    sockaddr_in system{};
+    int length = sizeof system;
+    if (getName(socket, generic(system), &length) == UDT::ERROR)
+        return std::nullopt;
+    return fromSystem(system);
 }
 
 } // namespace
@@ -86,13 +96,28 @@ void UdtSocket::stopLibrary()
     UDT::cleanup();
 }
 
+// The order in which the options are set is part of the link's contract.
+UdtSocket UdtSocket::open(const UdtOptions& options)
+{
+    UdtSocket socket(UDT::socket(AF_INET, SOCK_STREAM, 0));
+    if (options.udpReceiveBuffer)
+        setOption(socket.handle_, UDP_RCVBUF, *options.udpReceiveBuffer);
+    setOption(socket.handle_, UDT_SNDTIMEO, milliseconds(kSendTimeout));
+    if (options.receiveTimeout)
+        setOption(socket.handle_, UDT_RCVTIMEO, *options.receiveTimeout);
+    if (options.rendezvous)
+        setOption(socket.handle_, UDT_RENDEZVOUS, true);
+    setOption(socket.handle_, UDT_LINGER, linger{1, kLingerSeconds});
+    return socket;
+}
+
 std::optional<UdtSocket> UdtSocket::listen(const UdtAddress& address, std::string& error)
 {
-    UdtSocket socket = open();
-    if (!bindTo(socket.handle_, address) || UDT::listen(socket.handle_, kBacklog) == UDT::ERROR) {
-        // The library's own words stop at "unable to create/configure UDP socket".
+    UdtSocket socket = open({.receiveTimeout = kReceiveSlice});
+    if (!socket.bind(address) || UDT::listen(socket.handle_, kBacklog) == UDT::ERROR) {
+        // The library's message is only "unable to create/configure UDP socket".
         error = "cannot listen on " + address.text() +
-                ": the port is taken, or the address is not this machine's";
+                ": the port is in use, or the address is not an address of this machine";
         return std::nullopt;
     }
     return socket;
@@ -101,28 +126,15 @@ std::optional<UdtSocket> UdtSocket::listen(const UdtAddress& address, std::strin
 std::optional<UdtSocket> UdtSocket::rendezvous(const UdtAddress& local, const UdtAddress& peer,
                                                std::string& error)
 {
-    UdtSocket socket = open();
-    setOption(socket.handle_, UDT_RENDEZVOUS, true);
-    // The library connects in the background then. A blocking rendezvous lasts 30 seconds when
-    // the peer stays away, and nothing can end it.
+    UdtSocket socket = open({.receiveTimeout = kReceiveSlice, .rendezvous = true});
+    // Makes the library connect in the background. A blocking rendezvous takes 30 seconds when the
+    // peer does not answer, and nothing can interrupt it.
     setOption(socket.handle_, UDT_RCVSYN, false);
-    socket.waits_ = false;
-    sockaddr_in system = toSystem(peer);
-    if (!bindTo(socket.handle_, local) ||
-        UDT::connect(socket.handle_, generic(system), sizeof system) == UDT::ERROR) {
-        error = "cannot meet " + peer.text() + ": " + lastError();
+    socket.receiveBlocks_ = false;
+    if (!socket.bind(local) || !socket.connect(peer)) {
+        error = "cannot start a rendezvous with " + peer.text() + ": " + lastErrorMessage();
         return std::nullopt;
     }
-    return socket;
-}
-
-UdtSocket UdtSocket::open()
-{
-    UdtSocket socket(UDT::socket(AF_INET, SOCK_STREAM, 0));
-    const linger value{1, kLingerSeconds};
-    UDT::setsockopt(socket.handle_, 0, UDT_LINGER, &value, sizeof value);
-    setOption(socket.handle_, UDT_SNDTIMEO, kSendTimeoutMs);
-    setOption(socket.handle_, UDT_RCVTIMEO, static_cast<int>(kSlice.count()));
     return socket;
 }
 
@@ -132,7 +144,7 @@ UdtSocket::~UdtSocket()
 }
 
 UdtSocket::UdtSocket(UdtSocket&& other) noexcept
-    : handle_(std::exchange(other.handle_, kNoSocket)), waits_(other.waits_)
+    : handle_(std::exchange(other.handle_, kNoSocket)), receiveBlocks_(other.receiveBlocks_)
 {
 }
 
@@ -141,7 +153,7 @@ UdtSocket& UdtSocket::operator=(UdtSocket&& other) noexcept
     if (this != &other) {
         close();
         handle_ = std::exchange(other.handle_, kNoSocket);
-        waits_ = other.waits_;
+        receiveBlocks_ = other.receiveBlocks_;
     }
     return *this;
 }
@@ -153,12 +165,24 @@ void UdtSocket::close()
     handle_ = kNoSocket;
 }
 
-// The new socket has the listener's linger and time-outs.
-std::optional<UdtSocket> UdtSocket::accept(UdtAddress& peer)
+bool UdtSocket::bind(const UdtAddress& address) const
+{
+    sockaddr_in system = toSystem(address);
+    return UDT::bind(handle_, generic(system), sizeof system) != UDT::ERROR;
+}
+
+bool UdtSocket::connect(const UdtAddress& peer) const
+{
+    sockaddr_in system = toSystem(peer);
+    return UDT::connect(handle_, generic(system), sizeof system) != UDT::ERROR;
+}
+
+// The new socket inherits the listener's options.
+std::optional<UdtSocket> UdtSocket::accept(UdtAddress& peer) const
 {
     sockaddr_in system{};
     int length = sizeof system;
-    const int accepted = UDT::accept(handle_, generic(system), &length);
+    const std::int32_t accepted = UDT::accept(handle_, generic(system), &length);
     if (accepted == UDT::INVALID_SOCK)
         return std::nullopt;
     peer = fromSystem(system);
@@ -170,12 +194,14 @@ void UdtSocket::interrupt() const
     UDT::close(handle_);
 }
 
-UdtAddress UdtSocket::localAddress() const
+std::optional<UdtAddress> UdtSocket::localAddress() const
 {
-    sockaddr_in system{};
-    int length = sizeof system;
-    UDT::getsockname(handle_, generic(system), &length);
-    return fromSystem(system);
+    return readAddress(handle_, UDT::getsockname);
+}
+
+std::optional<UdtAddress> UdtSocket::peerAddress() const
+{
+    return readAddress(handle_, UDT::getpeername);
 }
 
 bool UdtSocket::connected() const
@@ -183,37 +209,56 @@ bool UdtSocket::connected() const
     return UDT::getsockstate(handle_) == CONNECTED;
 }
 
-Received UdtSocket::receive(std::span<char> room)
+std::optional<std::int32_t> UdtSocket::state() const
 {
-    if (!waits_) {
+    return readOption(handle_, UDT_STATE);
+}
+
+Received UdtSocket::receive(std::span<char> buffer)
+{
+    if (!receiveBlocks_) {
         setOption(handle_, UDT_RCVSYN, true);
-        waits_ = true;
+        receiveBlocks_ = true;
     }
-    const int count = UDT::recv(handle_, room.data(), static_cast<int>(room.size()), 0);
+    const int count = UDT::recv(handle_, buffer.data(), static_cast<int>(buffer.size()), 0);
     if (count > 0)
         return {Received::Outcome::Bytes, static_cast<std::size_t>(count)};
-    if (count == 0 || UDT::getlasterror().getErrorCode() == CUDTException::ETIMEOUT)
+    if (count == 0 || lastErrorIsTimeout())
         return {Received::Outcome::NothingYet};
     return {Received::Outcome::Gone};
 }
 
-bool UdtSocket::send(std::string_view bytes)
+std::optional<std::int32_t> UdtSocket::sendSome(std::string_view bytes) const
+{
+    const int taken = UDT::send(handle_, bytes.data(), static_cast<int>(bytes.size()), 0);
+    return taken != UDT::ERROR ? std::optional(taken) : std::nullopt;
+}
+
+bool UdtSocket::send(std::string_view bytes) const
 {
     while (!bytes.empty()) {
-        const int sent = UDT::send(handle_, bytes.data(), static_cast<int>(bytes.size()), 0);
-        if (sent == UDT::ERROR)
+        const auto taken = sendSome(bytes);
+        if (!taken)
             return false;
-        bytes.remove_prefix(static_cast<std::size_t>(sent));
+        bytes.remove_prefix(static_cast<std::size_t>(*taken));
     }
     return true;
 }
 
-bool UdtSocket::acknowledged() const
+std::optional<std::int32_t> UdtSocket::unacknowledgedPackets() const
 {
-    int packets = 0;
-    int length = sizeof packets;
-    return UDT::getsockopt(handle_, 0, UDT_SNDDATA, &packets, &length) != UDT::ERROR &&
-           packets == 0;
+    return readOption(handle_, UDT_SNDDATA);
+}
+
+std::string UdtSocket::lastErrorMessage()
+{
+    return UDT::getlasterror().getErrorMessage();
+}
+
+bool UdtSocket::lastErrorIsTimeout()
+{
+    const int code = UDT::getlasterror().getErrorCode();
+    return code == CUDTException::ETIMEOUT || code == CUDTException::ENOSERVER;
 }
 
 } // namespace quenmoor

@@ -1,8 +1,7 @@
-// A UDT stream socket that closes itself.
+// A UDT stream socket that closes itself: the only user of the transport library's socket calls.
 //
-// A socket is used by one thread, which also destroys it; interrupt() is for the others. Waits are
-// short on purpose: a caller who has to wait long asks again and looks in between whether it is
-// still wanted.
+// Closing waits up to two seconds for data that the peer has not acknowledged. With the library's
+// default it would wait 180 seconds for a peer that is alive and does not read.
 #pragma once
 
 #include <chrono>
@@ -14,76 +13,117 @@
 
 namespace quenmoor {
 
-// An IPv4 endpoint, in the byte order of this machine.
+// An IPv4 endpoint in host byte order.
 struct UdtAddress {
     std::uint32_t host = 0;
     std::uint16_t port = 0;
 
-    // `host` is four numbers with dots; nothing for anything else.
+    // Returns nothing unless `host` is an IPv4 address in dotted decimal form.
     [[nodiscard]] static std::optional<UdtAddress> parse(const std::string& host,
                                                          std::uint16_t port);
     std::string text() const; // "127.0.0.1:65000"
 };
 
+// Options that differ between sockets. All others have the library's defaults, except the linger.
+struct UdtOptions {
+    std::optional<int> udpReceiveBuffer = {}; // bytes
+    std::optional<std::chrono::milliseconds> receiveTimeout = {};
+    bool rendezvous = false;
+};
+
 struct Received {
-    enum class Outcome { Bytes, NothingYet, Gone };
+    enum class Outcome : std::uint8_t { Bytes, NothingYet, Gone };
 
     Outcome outcome{};
     std::size_t count = 0; // more than 0 with Bytes, otherwise 0
 };
 
+// Used by one thread at a time, except interrupt(). Sends wait up to ten seconds for space in the
+// send buffer. The operations of a default-constructed, moved-from or closed socket fail.
 class UdtSocket {
 public:
-    // How long receive() waits.
-    static constexpr std::chrono::milliseconds kSlice{200};
+    // The time limit of receive() for the sockets of listen() and rendezvous(). It is short so that
+    // their users can check for other events between two calls.
+    static constexpr std::chrono::milliseconds kReceiveSlice{200};
+    static constexpr std::chrono::seconds kSendTimeout{10};
 
-    // The library runs from the first start() to as many stop()s. Sockets live in between.
+    // The library runs while startLibrary() has been called more often than stopLibrary(). Every
+    // socket is opened and closed while it runs.
     static void startLibrary();
     static void stopLibrary();
 
-    // Listens on `address`; port 0 takes a free one. Nothing, with a sentence in `error`, when
-    // the address cannot be had.
+    // Opens a socket whose operations block. Check handle() before relying on it: it is negative
+    // when the library could not open a socket.
+    [[nodiscard]] static UdtSocket open(const UdtOptions& options);
+
+    // Opens a listener on `address`; port 0 takes a free one. On failure returns nothing and stores
+    // a sentence in `error`.
     [[nodiscard]] static std::optional<UdtSocket> listen(const UdtAddress& address,
                                                          std::string& error);
 
-    // Begins to meet `peer` from `local`, which may be the address of a listener, and returns at
-    // once; connected() tells when they have met. A peer that never comes is no error.
+    // Starts a rendezvous connection to `peer` from `local`, which may be the address of a
+    // listener, and returns at once; connected() reports when it is established. A peer that never
+    // answers is not an error. On failure returns nothing and stores a sentence in `error`.
     [[nodiscard]] static std::optional<UdtSocket>
     rendezvous(const UdtAddress& local, const UdtAddress& peer, std::string& error);
 
+    UdtSocket() = default;
     ~UdtSocket();
     UdtSocket(UdtSocket&& other) noexcept;
     UdtSocket& operator=(UdtSocket&& other) noexcept;
 
-    // Blocks until a client comes, whose address goes to `peer`, or until interrupt(); nothing
-    // then. Listeners only.
-    [[nodiscard]] std::optional<UdtSocket> accept(UdtAddress& peer);
+    // The library's handle; negative without a socket.
+    std::int32_t handle() const { return handle_; }
 
-    // Any thread, while the socket lives. Ends it: a blocked accept() returns at once.
+    [[nodiscard]] bool bind(const UdtAddress& address) const;
+
+    // Blocks for up to 3 seconds, with the rendezvous option for up to 30 seconds, while the peer
+    // does not answer. Nothing can interrupt it.
+    [[nodiscard]] bool connect(const UdtAddress& peer) const;
+
+    // Blocks until a client connects, whose address is stored in `peer`, or until interrupt();
+    // returns nothing then. Listeners only.
+    [[nodiscard]] std::optional<UdtSocket> accept(UdtAddress& peer) const;
+
+    // Any thread, while the socket exists. Ends the connection: a blocked accept() or receive()
+    // returns at once.
     void interrupt() const;
 
-    [[nodiscard]] UdtAddress localAddress() const;
+    std::optional<UdtAddress> localAddress() const;
+    std::optional<UdtAddress> peerAddress() const;
 
-    // False before both sides have met, and again once the peer has closed or is lost.
+    // False before the connection is established, and after the peer has closed it or is lost.
     [[nodiscard]] bool connected() const;
 
-    // Waits up to kSlice for bytes. What had come before the peer closed is delivered first.
-    [[nodiscard]] Received receive(std::span<char> room);
+    // The library's state of the socket; nothing once it is gone.
+    std::optional<std::int32_t> state() const;
 
-    // Waits up to ten seconds for room. False when not all of `bytes` could be handed over.
-    [[nodiscard]] bool send(std::string_view bytes);
+    // Blocks until there are bytes, the time limit or the end of the connection. Bytes that arrived
+    // before the peer closed are delivered first.
+    [[nodiscard]] Received receive(std::span<char> buffer);
 
-    // Whether the peer has all that was sent.
-    [[nodiscard]] bool acknowledged() const;
+    // Returns the number of bytes that the library took, or nothing on failure. A broken connection
+    // is a failure for an empty `bytes` too.
+    [[nodiscard]] std::optional<std::int32_t> sendSome(std::string_view bytes) const;
 
-private:
-    explicit UdtSocket(int handle) : handle_(handle) {}
+    // Returns true once the library has taken all of `bytes`.
+    [[nodiscard]] bool send(std::string_view bytes) const;
 
-    static UdtSocket open();
+    // The number of packets that the peer has not acknowledged; nothing once the socket is gone.
+    std::optional<std::int32_t> unacknowledgedPackets() const;
+
+    // Closing a closed socket has no effect.
     void close();
 
-    int handle_;
-    bool waits_ = true; // the library's receive does
+    // Describe the last failed call of any socket on the calling thread.
+    static std::string lastErrorMessage();
+    static bool lastErrorIsTimeout();
+
+private:
+    explicit UdtSocket(std::int32_t handle) : handle_(handle) {}
+
+    std::int32_t handle_ = -1;
+    bool receiveBlocks_ = true;
 };
 
 } // namespace quenmoor

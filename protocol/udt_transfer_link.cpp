@@ -5,79 +5,58 @@
 #include "protocol/udt_congestion.h"
 
 #include <netdb.h>
-#include <sys/socket.h>
-#include <udt.h>
+#include <netinet/in.h>
 
 #include <array>
 #include <cstring>
-#include <memory>
+
+#include "congestion/pacer.h"
 
 namespace quenmoor {
 namespace {
 
-constexpr int kTimeoutMs = 10000;
-constexpr int kUdpReceiveBuffer = 5590000;
-// By default closing waits 180 seconds for a peer that lives and does not read.
-constexpr int kLingerSeconds = 2;
 constexpr std::size_t kReceiveSize = 65536;
-constexpr std::size_t kAddressHeader = 2; // the address family, before port and address
+constexpr const char* kSendTimedOut = "the server accepted no data for 10 s";
 
-using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
-
-// The first IPv4 stream address of `host`, or of this machine with nullptr. May ask the network.
-AddressList lookUp(const char* host, const char* service)
+// Returns the first IPv4 address of `host`, or the wildcard address of this machine if `host` is
+// null. May ask the network. On failure stores the resolver's message in `error`.
+std::optional<UdtAddress> lookUp(const char* host, const char* service, std::string& error)
 {
     addrinfo hints{};
     hints.ai_flags = AI_PASSIVE;
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
-    if (getaddrinfo(host, service, &hints, &found) != 0)
-        found = nullptr;
-    return {found, &freeaddrinfo};
-}
-
-// An address as the library fills it in, with the length that it counts by.
-struct Endpoint {
-    sockaddr_storage address{};
-    int length = sizeof(sockaddr_storage);
-
-    sockaddr* get() { return reinterpret_cast<sockaddr*>(&address); }
-};
-
-// Port and address in network byte order. As many bytes as the whole address has, although the
-// first two are left out: the two past its end are zero, never what stands behind it in memory.
-std::string rawAddress(const void* address, std::size_t length)
-{
-    std::array<char, sizeof(sockaddr_storage) + kAddressHeader> padded{};
-    length = std::min(length, sizeof(sockaddr_storage));
-    std::memcpy(padded.data(), address, length);
-    return {padded.data() + kAddressHeader, length};
-}
-
-UDTSOCKET openSocket(const addrinfo& parameters)
-{
-    return UDT::socket(parameters.ai_family, parameters.ai_socktype, parameters.ai_protocol);
-}
-
-void setOption(UDTSOCKET socket, UDT::SOCKOPT option, int value)
-{
-    UDT::setsockopt(socket, 0, option, &value, sizeof value);
-}
-
-void setLinger(UDTSOCKET socket)
-{
-    const linger value{1, kLingerSeconds};
-    UDT::setsockopt(socket, 0, UDT_LINGER, &value, sizeof value);
-}
-
-std::optional<std::int32_t> readOption(std::int32_t socket, UDT::SOCKOPT option)
-{
-    std::int32_t value = 0;
-    int length = sizeof value;
-    if (UDT::getsockopt(socket, 0, option, &value, &length) == UDT::ERROR)
+    const int failure = getaddrinfo(host, service, &hints, &found);
+    if (failure != 0) {
+        error = gai_strerror(failure);
         return std::nullopt;
-    return value;
+    }
+    const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> list(found, &freeaddrinfo);
+    sockaddr_in address{};
+    std::memcpy(&address, list->ai_addr, sizeof address);
+    return UdtAddress{ntohl(address.sin_addr.s_addr), ntohs(address.sin_port)};
+}
+
+// The bytes of the system's address structure after the address family: port and host in network
+// byte order, then zeros. The length is that of the whole structure, two bytes more than it has.
+std::string rawAddress(const UdtAddress& address)
+{
+    std::string bytes(sizeof(sockaddr_in), '\0');
+    const std::uint16_t port = htons(address.port);
+    const std::uint32_t host = htonl(address.host);
+    std::memcpy(bytes.data(), &port, sizeof port);
+    std::memcpy(bytes.data() + sizeof port, &host, sizeof host);
+    return bytes;
+}
+
+// The library's message without its full stop.
+std::string libraryReason()
+{
+    std::string message = UdtSocket::lastErrorMessage();
+    if (message.ends_with('.'))
+        message.pop_back();
+    return message;
 }
 
 } // namespace
@@ -89,117 +68,150 @@ UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port, Congestio
 
 bool UdtTransferLink::connectAndSendRequest(std::int32_t& connectSocket, const std::string& text)
 {
-    UDT::startup();
-    stalled_ = false;
-    const AddressList local = lookUp(nullptr, "10000");
-    if (local == nullptr)
-        return false;
-    connectSocket = openSocket(*local);
-    setOption(connectSocket, UDP_RCVBUF, kUdpReceiveBuffer);
-    setOption(connectSocket, UDT_SNDTIMEO, kTimeoutMs);
-    setLinger(connectSocket);
-    logOutput("local address: " + rawAddress(local->ai_addr, local->ai_addrlen));
+    UdtSocket::startLibrary();
+    pacerTimedOut_ = false;
+    std::string error;
+    const auto local = lookUp(nullptr, "10000", error);
+    if (!local)
+        return failWith(error);
+    connectSocket_ = UdtSocket::open(kConnectSocketOptions);
+    connectSocket = connectSocket_.handle();
+    logOutput("local address: " + rawAddress(*local));
 
-    const AddressList server = lookUp(host_.c_str(), port_.c_str());
-    if (server == nullptr)
-        return false;
+    const auto server = lookUp(host_.c_str(), port_.c_str(), error);
+    if (!server)
+        return failWith(host_ + ": " + error);
     logSystem("Connecting to the production address.");
-    if (UDT::connect(connectSocket, server->ai_addr, static_cast<int>(server->ai_addrlen)) ==
-        UDT::ERROR)
-        return false;
+    if (!connectSocket_.connect(*server))
+        return failWith(UdtSocket::lastErrorIsTimeout()
+                            ? "no answer from " + host_ + ":" + port_ +
+                                  " within 3 s; a firewall may block UDP"
+                            : libraryReason());
     return sendString(connectSocket, text);
 }
 
 bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
                                            std::int32_t& rendezvousSocket)
 {
-    Endpoint local;
-    if (UDT::getsockname(connectSocket, local.get(), &local.length) == UDT::ERROR) {
-        logOutput("local endpoint: " + lastErrorMessage());
-        return false;
-    }
-    Endpoint remote;
-    if (UDT::getpeername(connectSocket, remote.get(), &remote.length) == UDT::ERROR) {
-        logOutput("remote endpoint: " + lastErrorMessage());
-        return false;
-    }
-    const AddressList parameters = lookUp(nullptr, port_.c_str());
-    if (parameters == nullptr) {
+    const auto local = socketOf(connectSocket).localAddress();
+    if (!local)
+        return failWithOutput("local endpoint: ");
+    const auto remote = socketOf(connectSocket).peerAddress();
+    if (!remote)
+        return failWithOutput("remote endpoint: ");
+    std::string error;
+    if (!lookUp(nullptr, port_.c_str(), error)) {
         logOutput("incorrect network address.\n");
-        return false;
+        return failWith(error);
     }
-    rendezvousSocket = openSocket(*parameters);
-    setOption(rendezvousSocket, UDT_SNDTIMEO, kTimeoutMs);
-    setOption(rendezvousSocket, UDT_RCVTIMEO, kTimeoutMs);
-    const bool rendezvous = true;
-    UDT::setsockopt(rendezvousSocket, 0, UDT_RENDEZVOUS, &rendezvous, sizeof rendezvous);
-    setLinger(rendezvousSocket);
-    gate_ = nullptr;
+    rendezvousSocket_ = UdtSocket::open(kRendezvousSocketOptions);
+    rendezvousSocket = rendezvousSocket_.handle();
+    pacer_ = nullptr;
     if (congestion_ == Congestion::Paced) {
-        gate_ = usePacedControl(rendezvousSocket);
-        if (gate_ == nullptr)
+        pacer_ = usePacedControl(rendezvousSocket);
+        if (pacer_ == nullptr)
             logOutput("congestion control: " + lastErrorMessage());
     }
 
-    if (UDT::bind(rendezvousSocket, local.get(), local.length) == UDT::ERROR) {
-        logOutput("bind: " + lastErrorMessage());
-        logOutput(rawAddress(&local.address, static_cast<std::size_t>(local.length)));
+    if (!rendezvousSocket_.bind(*local)) {
+        (void)failWithOutput("bind: ");
+        logOutput(rawAddress(*local));
         return false;
     }
-    if (UDT::connect(rendezvousSocket, remote.get(), remote.length) == UDT::ERROR) {
-        logOutput("connect: " + lastErrorMessage());
-        return false;
+    if (!rendezvousSocket_.connect(*remote)) {
+        const bool timedOut = UdtSocket::lastErrorIsTimeout();
+        (void)failWithOutput("connect: ");
+        return timedOut ? failWith("no answer to the rendezvous within 30 s") : false;
     }
     return true;
 }
 
 bool UdtTransferLink::sendString(std::int32_t socket, const std::string& text)
 {
-    const auto length = static_cast<int>(std::strlen(text.c_str()));
-    return UDT::send(socket, text.data(), length, 0) != UDT::ERROR;
+    // A part that the library did not take is not sent again: the documents are far smaller than
+    // its buffer.
+    return sendOrExplain(socket, text.c_str()).has_value();
 }
 
 std::string UdtTransferLink::receiveString(std::int32_t socket)
 {
     std::array<char, kReceiveSize + 1> buffer{}; // one more for the NUL that ends the text
-    const int received = UDT::recv(socket, buffer.data(), kReceiveSize, 0);
-    buffer[received == UDT::ERROR ? 0 : static_cast<std::size_t>(received)] = '\0';
+    const Received received = socketOf(socket).receive(std::span(buffer).first<kReceiveSize>());
+    buffer[received.count] = '\0';
     std::string text(buffer.data());
     logOutput("received: " + text);
-    return isUtf8(text) ? text : std::string();
+    if (received.outcome == Received::Outcome::Gone)
+        failureReason_ = libraryReason();
+    else if (received.outcome == Received::Outcome::NothingYet)
+        failureReason_ = "no message from the server within 10 s";
+    else if (text.empty())
+        failureReason_ = "the server sent an empty message";
+    if (isUtf8(text))
+        return text;
+    failureReason_ = "the server sent a message that is not valid UTF-8";
+    return {};
 }
 
 std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> block)
 {
-    stalled_ = gate_ != nullptr && !block.empty() && !gate_->pass(block.size());
-    if (stalled_)
+    pacerTimedOut_ = pacer_ != nullptr && !block.empty() && !pacer_->pass(block.size());
+    if (pacerTimedOut_) {
+        failureReason_ = kSendTimedOut;
         return kLinkError;
-    return UDT::send(socket, block.data(), static_cast<int>(block.size()), 0);
+    }
+    return sendOrExplain(socket, {block.data(), block.size()}).value_or(kLinkError);
+}
+
+std::optional<std::int32_t> UdtTransferLink::sendOrExplain(std::int32_t socket,
+                                                           std::string_view bytes)
+{
+    const auto taken = socketOf(socket).sendSome(bytes);
+    if (!taken)
+        failureReason_ = UdtSocket::lastErrorIsTimeout() ? kSendTimedOut : libraryReason();
+    return taken;
 }
 
 std::optional<std::int32_t> UdtTransferLink::unacknowledged(std::int32_t socket)
 {
-    return readOption(socket, UDT_SNDDATA);
+    return socketOf(socket).unacknowledgedPackets();
 }
 
 std::optional<std::int32_t> UdtTransferLink::socketState(std::int32_t socket)
 {
-    return readOption(socket, UDT_STATE);
+    return socketOf(socket).state();
 }
 
 std::string UdtTransferLink::lastErrorMessage()
 {
-    if (stalled_)
-        return CUDTException(6, 3).getErrorMessage(); // "transmission timed out"
-    return UDT::getlasterror().getErrorMessage();
+    return pacerTimedOut_ ? failureReason_ : UdtSocket::lastErrorMessage();
 }
 
 void UdtTransferLink::closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket)
 {
     logSystem("Close sockets called.");
-    UDT::close(rendezvousSocket);
-    UDT::close(connectSocket);
+    socketOf(rendezvousSocket).close();
+    socketOf(connectSocket).close();
     logSystem("Sockets closed.");
+}
+
+UdtSocket& UdtTransferLink::socketOf(std::int32_t handle)
+{
+    if (handle == rendezvousSocket_.handle())
+        return rendezvousSocket_;
+    return handle == connectSocket_.handle() ? connectSocket_ : noSocket_;
+}
+
+// Both return false, the result of the operation that failed.
+bool UdtTransferLink::failWith(std::string reason)
+{
+    failureReason_ = std::move(reason);
+    return false;
+}
+
+bool UdtTransferLink::failWithOutput(const char* call)
+{
+    logOutput(call + UdtSocket::lastErrorMessage());
+    return failWith(libraryReason());
 }
 
 } // namespace quenmoor

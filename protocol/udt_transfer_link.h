@@ -1,22 +1,38 @@
 // The transfer link over real UDT.
 #pragma once
 
-#include "protocol/congestion.h"
 #include "protocol/transfer_link.h"
+#include "protocol/udt_socket.h"
 
 #include <memory>
 
-#include "congestion/pacer.h"
-
 namespace quenmoor {
 
-// The transfer server listens here unless a link is told otherwise.
+class Pacer;
+
+// The congestion control of a sender. The packet format does not depend on it.
+enum class Congestion : std::uint8_t {
+    Library, // the transport library's own
+    Paced,   // PathModel, see docs/congestion.md
+};
+
+// Chosen when the program is built.
+inline constexpr Congestion kBuiltInCongestion = Congestion::QUENMOOR_CONGESTION;
+
+// The default port of the transfer server.
 inline constexpr std::uint16_t kTransferPort = 65000;
 
-// Used by one thread at a time. The library is started by the first attempt and stays started.
+// The options of the client's two sockets.
+inline constexpr UdtOptions kConnectSocketOptions{.udpReceiveBuffer = 5590000};
+inline constexpr UdtOptions kRendezvousSocketOptions{.receiveTimeout = std::chrono::seconds(10),
+                                                     .rendezvous = true};
+
+// Keeps the sockets that it opened and gives out their handles; an operation on any other handle
+// fails. Opening a socket closes the one of the attempt before. The first attempt starts the
+// library, which then runs until the program ends.
 class UdtTransferLink : public TransferLink {
 public:
-    // `host` is a name or an IPv4 address; it is looked up anew in every attempt.
+    // `host` is a name or an IPv4 address. Every attempt looks it up again.
     UdtTransferLink(std::string host, std::uint16_t port,
                     Congestion congestion = kBuiltInCongestion);
 
@@ -28,18 +44,26 @@ public:
     std::optional<std::int32_t> unacknowledged(std::int32_t socket) override;
     std::optional<std::int32_t> socketState(std::int32_t socket) override;
     std::string lastErrorMessage() override;
-    std::string failureReason() override { return lastErrorMessage(); }
+    std::string failureReason() override { return failureReason_; }
     void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) override;
 
 private:
+    UdtSocket& socketOf(std::int32_t handle);
+    std::optional<std::int32_t> sendOrExplain(std::int32_t socket, std::string_view bytes);
+    bool failWith(std::string reason);
+    bool failWithOutput(const char* call);
+
     // Set once at construction.
     const std::string host_;
     const std::string port_;
     const Congestion congestion_;
 
-    // What the rendezvous socket's blocks pass; nullptr with the library's own control.
-    std::shared_ptr<Pacer> gate_;
-    bool stalled_ = false; // the last block did not pass
+    UdtSocket connectSocket_;
+    UdtSocket rendezvousSocket_;
+    UdtSocket noSocket_;           // of every other handle
+    std::shared_ptr<Pacer> pacer_; // of the rendezvous socket; null with Congestion::Library
+    bool pacerTimedOut_ = false;   // in the last send()
+    std::string failureReason_;
 };
 
 } // namespace quenmoor

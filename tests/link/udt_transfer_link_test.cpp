@@ -2,9 +2,7 @@
 #include "protocol/documents.h"
 #include "tests/link/service_fixture.h"
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <netdb.h>
 
 #include <chrono>
 
@@ -75,8 +73,12 @@ TEST_F(UdtLink, writesTheLocalAddressAsItsBytesAndNothingBeyond)
 TEST_F(UdtLink, saysNothingMoreWhenTheHostIsUnknown)
 {
     UdtTransferLink link("no-such-host.invalid", 65000);
+    addrinfo* unused = nullptr;
+    const std::string nameError =
+        gai_strerror(getaddrinfo("no-such-host.invalid", "1", nullptr, &unused));
     EXPECT_FALSE(link.connectAndSendRequest(connectSocket, "text"));
     EXPECT_EQ(log.output().size(), 1U);
+    EXPECT_EQ(link.failureReason(), "no-such-host.invalid: " + nameError);
     link.closeSockets(rendezvousSocket, connectSocket);
 }
 
@@ -87,6 +89,8 @@ TEST_F(UdtLink, givesUpADeadPortInSeconds)
     const auto time = timed([&] { connected = link.connectAndSendRequest(connectSocket, "text"); });
     EXPECT_FALSE(connected);
     EXPECT_LT(time, 10s);
+    EXPECT_EQ(link.failureReason(),
+              "no answer from 127.0.0.1:9 within 3 s; a firewall may block UDP");
     EXPECT_FALSE(link.rendezvousWithServer(connectSocket, rendezvousSocket));
     EXPECT_EQ(
         outputStarting("local endpoint: ").size() + outputStarting("remote endpoint: ").size(), 1U);
@@ -118,6 +122,7 @@ TEST_F(UdtLink, waitsTenSecondsForAMessageThatDoesNotCome)
     EXPECT_EQ(text, "");
     EXPECT_GE(time, 9s);
     EXPECT_LT(time, 20s);
+    EXPECT_EQ(link.failureReason(), "no message from the server within 10 s");
     link.closeSockets(rendezvousSocket, connectSocket);
 }
 
@@ -131,6 +136,7 @@ TEST_F(UdtLink, closesWithinItsLingerWhenNobodyReads)
     std::int64_t taken = 0;
     for (std::int32_t sent = 0; sent != kLinkError; taken += sent)
         sent = link.send(rendezvousSocket, block);
+    EXPECT_EQ(link.failureReason(), "the server accepted no data for 10 s");
     EXPECT_GT(taken, 1000000);
     EXPECT_GT(link.unacknowledged(rendezvousSocket).value_or(0), 0);
     EXPECT_LT(timed([&] { link.closeSockets(rendezvousSocket, connectSocket); }), 8s);
