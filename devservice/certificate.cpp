@@ -19,7 +19,7 @@ namespace {
 
 constexpr long kDay = 24L * 60 * 60;
 constexpr long kValidity = 365 * kDay;
-constexpr long kSpare = 7 * kDay; // a certificate this close to its end is replaced
+constexpr long kMinRemaining = 7 * kDay; // before a certificate is replaced
 constexpr int kSerialBits = 127;
 constexpr const char* kNames = "DNS:localhost,IP:127.0.0.1,IP:0:0:0:0:0:0:0:1";
 
@@ -47,7 +47,7 @@ bool isUsable(const Certificate& files)
     const Key key(PEM_read_bio_PrivateKey(keyBio.get(), nullptr, nullptr, nullptr));
     if (!certificate || !key || X509_check_private_key(certificate.get(), key.get()) != 1)
         return false;
-    time_t needed = std::time(nullptr) + kSpare;
+    time_t needed = std::time(nullptr) + kMinRemaining;
     return X509_cmp_time(X509_get0_notAfter(certificate.get()), &needed) > 0 &&
            X509_cmp_current_time(X509_get0_notBefore(certificate.get())) < 0 &&
            X509_check_host(certificate.get(), "localhost", 0, 0, nullptr) == 1;
@@ -62,7 +62,7 @@ bool addExtension(X509* certificate, int nid, const char* value)
     return extension && X509_add_ext(certificate, extension.get(), -1) == 1;
 }
 
-bool nameCertificate(X509* certificate)
+bool setNames(X509* certificate)
 {
     const Number serial(BN_new());
     X509_NAME* const name = X509_get_subject_name(certificate);
@@ -81,9 +81,9 @@ X509Ptr makeCertificate(EVP_PKEY* key)
 {
     X509Ptr certificate(X509_new());
     X509* const x509 = certificate.get();
-    const bool made =
-        x509 != nullptr && X509_set_version(x509, X509_VERSION_3) == 1 && nameCertificate(x509) &&
-        // an hour early, for a clock that is set back a little
+    const bool complete =
+        x509 != nullptr && X509_set_version(x509, X509_VERSION_3) == 1 && setNames(x509) &&
+        // valid since an hour ago, for clients whose clock is slow
         X509_gmtime_adj(X509_getm_notBefore(x509), -3600) != nullptr &&
         X509_gmtime_adj(X509_getm_notAfter(x509), kValidity) != nullptr &&
         X509_set_pubkey(x509, key) == 1 && addExtension(x509, NID_subject_alt_name, kNames) &&
@@ -91,10 +91,10 @@ X509Ptr makeCertificate(EVP_PKEY* key)
         addExtension(x509, NID_key_usage, "critical,digitalSignature") &&
         addExtension(x509, NID_ext_key_usage, "serverAuth") &&
         X509_sign(x509, key, EVP_sha256()) > 0;
-    return made ? std::move(certificate) : nullptr;
+    return complete ? std::move(certificate) : nullptr;
 }
 
-// The PEM text that `write` puts into a memory BIO. Empty when it could not.
+// Returns the PEM text that `write` writes into a memory BIO, or an empty text on failure.
 template <typename Write>
 std::string pemText(Write write)
 {
@@ -106,19 +106,19 @@ std::string pemText(Write write)
     return size > 0 ? std::string(data, static_cast<std::size_t>(size)) : std::string();
 }
 
-// Puts `text` in the place of `path` in one step.
+// Replaces the content of `path` atomically.
 bool replaceFile(const std::filesystem::path& path, const std::string& text, mode_t mode)
 {
-    std::filesystem::path fresh = path;
-    fresh += ".new";
-    ::unlink(fresh.c_str());
-    const int file = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    std::filesystem::path draft = path;
+    draft += ".new";
+    ::unlink(draft.c_str());
+    const int file = ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     if (file < 0)
         return false;
     const ssize_t written = ::write(file, text.data(), text.size());
     const bool closed = ::close(file) == 0;
     return closed && written == static_cast<ssize_t>(text.size()) &&
-           ::rename(fresh.c_str(), path.c_str()) == 0;
+           ::rename(draft.c_str(), path.c_str()) == 0;
 }
 
 } // namespace
@@ -140,7 +140,7 @@ std::optional<Certificate> ensureCertificate(const std::filesystem::path& folder
     const Key key(EVP_EC_gen("P-256"));
     const X509Ptr certificate = key ? makeCertificate(key.get()) : nullptr;
     if (!certificate) {
-        error = "The certificate could not be made.";
+        error = "the certificate could not be generated";
         return std::nullopt;
     }
     const std::string keyText = pemText([&key](BIO* bio) {

@@ -1,6 +1,7 @@
-// The service's own certificate: self-signed, for this machine only.
+// The service's certificate: self-signed, for this machine only.
 //
-// Nobody trusts it until its file is given to a trust store, as "certutil -A -t CP,," does.
+// A client accepts it only after the file was added to its trust store, for example with
+// "certutil -A -t CP,,".
 #pragma once
 
 #include <filesystem>
@@ -14,10 +15,10 @@ struct Certificate {
     std::filesystem::path keyFile;         // PEM, readable by its owner only
 };
 
-// The certificate in `folder` for "localhost", 127.0.0.1 and ::1: the one that lies there while it
-// is whole and good for another week, else a new one, good for a year. Makes the folder when it is
-// missing. Nothing, and the reason in `error`, when the files cannot be written. Two programs may
-// not do this in one folder at the same time.
+// Returns the certificate in `folder` for "localhost", 127.0.0.1 and ::1. Creates one that is valid
+// for a year, and the folder, unless a matching pair of files exists that is valid for another
+// week. Returns nothing, with the reason in `error`, if the files cannot be written. Two processes
+// must not call this for one folder at the same time.
 [[nodiscard]] std::optional<Certificate> ensureCertificate(const std::filesystem::path& folder,
                                                            std::string& error);
 

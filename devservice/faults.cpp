@@ -11,8 +11,8 @@ namespace {
 struct FaultName {
     std::string_view name;
     FaultKind kind;
-    std::string_view unit; // empty: takes no value
-    std::int64_t smallest = 0;
+    std::string_view unit; // empty: has no value
+    std::int64_t minimum = 0;
 };
 
 constexpr std::array kNames{
@@ -38,13 +38,13 @@ std::optional<Fault> parseFault(std::string_view text)
     const auto* const known =
         std::find_if(kNames.begin(), kNames.end(),
                      [name = text.substr(0, equals)](const auto& k) { return k.name == name; });
-    const bool valued = equals != std::string_view::npos;
-    if (known == kNames.end() || valued == known->unit.empty())
+    const bool hasValue = equals != std::string_view::npos;
+    if (known == kNames.end() || hasValue == known->unit.empty())
         return std::nullopt;
-    if (!valued)
+    if (!hasValue)
         return Fault{known->kind};
     const auto value = wholeNumber(text.substr(equals + 1));
-    if (!value || *value < known->smallest)
+    if (!value || *value < known->minimum)
         return std::nullopt;
     return Fault{known->kind, *value};
 }

@@ -1,6 +1,6 @@
-// What the service does wrong on command, so that a client can be tried against it.
+// Faults that the service injects into an attempt, so that a client can be tested against them.
 //
-// A fault changes what one attempt of a client meets. What is stored stays right under every fault.
+// No fault corrupts what is stored.
 #pragma once
 
 #include <cstdint>
@@ -12,37 +12,37 @@
 namespace quenmoor {
 
 enum class FaultKind {
-    RefuseRendezvous,  // takes the request and never meets the client
-    NeverAnswer,       // meets the client and says nothing
+    RefuseRendezvous,  // accepts the request and does not connect to the rendezvous
+    NeverAnswer,       // connects to the rendezvous and sends nothing
     AnswerLate,        // value: milliseconds before the response
-    GarbageResponse,   // words that are no document; nothing of the client is stored afterwards
-    CutOffResponse,    // the first half of the response; nothing is stored afterwards
-    DropAfter,         // value: bytes of this attempt before the link is closed
-    StopReading,       // value: bytes of this attempt before the link is left open and unread
-    SlowReading,       // value: bytes a second, at least 1
-    GarbageClosing,    // words that are no document, in place of the closing one
-    NoClosingDocument, // stores the file and says nothing
-    SmallerFinalSize,  // one byte less than is held
-    LargerFinalSize,   // one byte more than is held
+    GarbageResponse,   // sends text that is not a document; nothing of the attempt is stored
+    CutOffResponse,    // sends the first half of the response; nothing of the attempt is stored
+    DropAfter,         // value: bytes of this attempt after which the link is closed
+    StopReading,       // value: bytes of this attempt after which the link is no longer read
+    SlowReading,       // value: bytes per second, at least 1
+    GarbageClosing,    // sends text that is not a document in place of the closing document
+    NoClosingDocument, // stores the file and sends no closing document
+    SmallerFinalSize,  // confirms one byte less than is held
+    LargerFinalSize,   // confirms one byte more than is held
 };
 
 struct Fault {
     FaultKind kind{};
-    std::int64_t value = 0; // 0 for kinds that take none
+    std::int64_t value = 0; // 0 for kinds without a value
 
     bool operator==(const Fault&) const = default;
 };
 
 using Faults = std::vector<Fault>;
 
-// Reads "drop-after=1000000" or "never-answer". Nothing for an unknown name, for a value that is
-// missing, superfluous, negative or no number, and for a rate of 0.
+// Parses "drop-after=1000000" or "never-answer". Returns nothing for an unknown name, for a value
+// that is missing, superfluous, negative or not a number, and for a rate of 0.
 [[nodiscard]] std::optional<Fault> parseFault(std::string_view text);
 
-// The names that parseFault() knows, each with what its value counts, for a usage message.
+// Returns the names that parseFault() accepts, each with the unit of its value, for a help text.
 std::string faultNames();
 
-// The fault of that kind, or nullptr.
+// Returns the fault of that kind, or nullptr.
 const Fault* findFault(const Faults& faults, FaultKind kind);
 
 } // namespace quenmoor

@@ -1,9 +1,8 @@
-// quenmoor-devservice: a transfer service on one machine, to try clients on.
+// quenmoor-devservice: a transfer service on one machine, for testing clients.
 #include "base/log.h"
 #include "devservice/page_server.h"
 #include "devservice/service_options.h"
-#include "devservice/session_store.h"
-#include "devservice/token_store.h"
+#include "devservice/tokens.h"
 #include "devservice/transfer_server.h"
 #include "devservice/upload_store.h"
 
@@ -13,9 +12,9 @@
 namespace quenmoor {
 namespace {
 
-// To be called before there is a second thread: the threads that come later keep the signals
-// blocked, so that waitForEnd() gets them.
-sigset_t blockEndingSignals()
+// Must be called before a second thread starts: threads inherit the blocked signals, so that only
+// waitForSignal() receives them.
+sigset_t blockTerminationSignals()
 {
     sigset_t signals;
     sigemptyset(&signals);
@@ -25,20 +24,20 @@ sigset_t blockEndingSignals()
     return signals;
 }
 
-void waitForEnd(const sigset_t& signals)
+void waitForSignal(const sigset_t& signals)
 {
     int number = 0;
     while (sigwait(&signals, &number) != 0) {
     }
 }
 
-int failed(const std::string& reason)
+int reportFailure(const std::string& reason)
 {
     std::fprintf(stderr, "quenmoor-devservice: %s\n", reason.c_str());
     return kServiceFailed;
 }
 
-// The page with what it stands on.
+// The page server and the sessions that it uses.
 class Page {
 public:
     Page(const PageOptions& options, const Certificate& certificate, TokenStore& tokens)
@@ -65,7 +64,7 @@ private:
     PageServer server_;
 };
 
-// Nothing, and the reason in `error`, when the page cannot be served.
+// Returns nullptr, with the reason in `error`, if the page cannot be served.
 std::unique_ptr<Page> startPage(const PageOptions& options, TokenStore& tokens, std::string& error)
 {
     const auto certificate = ensureCertificate(options.stateFolder, error);
@@ -81,11 +80,11 @@ std::unique_ptr<Page> startPage(const PageOptions& options, TokenStore& tokens, 
 
 int runService(const ServiceOptions& options)
 {
-    const sigset_t signals = blockEndingSignals();
+    const sigset_t signals = blockTerminationSignals();
     std::string error;
     const auto store = UploadStore::open(options.root, error);
     if (store == nullptr)
-        return failed(error);
+        return reportFailure(error);
     TokenStore tokens;
     for (const std::string& token : options.tokens)
         tokens.add(token);
@@ -96,15 +95,15 @@ int runService(const ServiceOptions& options)
     TransferServer server(settings, *store, tokens);
     server.setFaults(options.faults, options.faultCount);
     if (!server.start(error))
-        return failed(error);
+        return reportFailure(error);
     logOutput("Listening on " + server.address().text() + ", storing under " + options.root);
     std::unique_ptr<Page> page;
     if (options.page) {
         page = startPage(*options.page, tokens, error);
         if (page == nullptr)
-            return failed(error);
+            return reportFailure(error);
     }
-    waitForEnd(signals);
+    waitForSignal(signals);
     page.reset();
     server.stop();
     return 0;

@@ -17,18 +17,18 @@ using nlohmann::json;
 
 constexpr const char* kPageFile = R"(/files/upload/([A-Za-z0-9_-][A-Za-z0-9._-]*))";
 constexpr const char* kIndexPath = "/files/upload/index.html";
-constexpr std::size_t kLongestBody = 16'384;
-constexpr std::uintmax_t kLongestFile = 4'194'304;
+constexpr std::size_t kMaxBodyBytes = 16'384;
+constexpr std::uintmax_t kMaxFileBytes = 4'194'304;
 constexpr std::size_t kThreads = 16; // a browser holds up to six connections open
-constexpr time_t kIdleSeconds = 1;
+constexpr time_t kKeepAliveSeconds = 1;
 constexpr time_t kTimeoutSeconds = 5;
 
-// Nothing from elsewhere, nothing inline, no frame around the page.
+// Only resources of this origin, no inline code, and the page must not be framed.
 constexpr const char* kContentPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
     "connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 
-// nullptr for a kind of file that is no part of a page.
+// Returns nullptr for file types that a page does not use.
 const char* contentType(const std::filesystem::path& file)
 {
     static const std::map<std::string, const char*, std::less<>> kTypes{
@@ -47,15 +47,15 @@ std::optional<std::string> readFile(const std::filesystem::path& path)
 {
     std::error_code error;
     const bool isFile = std::filesystem::is_regular_file(path, error);
-    if (!isFile || std::filesystem::file_size(path, error) > kLongestFile || error)
+    if (!isFile || std::filesystem::file_size(path, error) > kMaxFileBytes || error)
         return std::nullopt;
     std::ifstream file(path, std::ios::binary);
     std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     return file.bad() ? std::nullopt : std::optional(std::move(content));
 }
 
-// The page that was installed with the program, or that of the sources for one in its build tree.
-std::filesystem::path usualPageFolder()
+// Returns the installed page, or the one in the sources if the program runs from its build tree.
+std::filesystem::path defaultPageFolder()
 {
     std::error_code error;
     const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -65,25 +65,25 @@ std::filesystem::path usualPageFolder()
     return QUENMOOR_SOURCE_PAGE;
 }
 
-// Nothing unless `question` is an object that holds a text under `key`.
-std::optional<std::string> textOf(const json& question, const char* key)
+// Returns the text under `key`, or nothing if `object` is not a JSON object with such a text.
+std::optional<std::string> textAt(const json& object, const char* key)
 {
-    if (!question.is_object())
+    if (!object.is_object())
         return std::nullopt;
-    const auto value = question.find(key);
-    return value != question.end() && value->is_string() ? std::optional(value->get<std::string>())
-                                                         : std::nullopt;
+    const auto value = object.find(key);
+    return value != object.end() && value->is_string() ? std::optional(value->get<std::string>())
+                                                       : std::nullopt;
 }
 
-void answer(httplib::Response& response, int status, const json& body)
+void sendJson(httplib::Response& response, int status, const json& body)
 {
     response.status = status;
     response.set_content(body.dump(), "application/json");
 }
 
-void refuse(httplib::Response& response, int status, const char* reason)
+void sendError(httplib::Response& response, int status, const char* reason)
 {
-    answer(response, status, {{"error", reason}});
+    sendJson(response, status, {{"error", reason}});
 }
 
 bool prepareTls(SSL_CTX& context, const Certificate& certificate)
@@ -118,15 +118,15 @@ struct PageServer::Impl {
           server([&certificate](SSL_CTX& context) { return prepareTls(context, certificate); })
     {
         if (settings.pageFolder.empty())
-            settings.pageFolder = usualPageFolder();
+            settings.pageFolder = defaultPageFolder();
     }
 
-    void limit();
-    void route();
+    void configure();
+    void addRoutes();
     bool listen(std::string& error);
     void serveFile(const std::string& name, httplib::Response& response) const;
-    void openSession(const json& question, httplib::Response& response) const;
-    void issueToken(const json& question, httplib::Response& response) const;
+    void openSession(const json& request, httplib::Response& response) const;
+    void issueToken(const json& request, httplib::Response& response) const;
 
     PageSettings settings;
     SessionStore& sessions;
@@ -135,17 +135,18 @@ struct PageServer::Impl {
     std::atomic<bool> ended = false;
 };
 
-void PageServer::Impl::limit()
+void PageServer::Impl::configure()
 {
     server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
-    server.set_payload_max_length(kLongestBody);
-    // One request for each connection: an idle one would hold up stop(), and one whose request
-    // line the library refused would be read on from its headers.
+    server.set_payload_max_length(kMaxBodyBytes);
+    // One request per connection: an idle connection would delay stop(), and after a request line
+    // that the library rejects, it would parse the headers as the next request.
     server.set_keep_alive_max_count(1);
-    server.set_keep_alive_timeout(kIdleSeconds); // browsers connect before they have a request
+    server.set_keep_alive_timeout(kKeepAliveSeconds); // browsers open connections in advance
     server.set_read_timeout(kTimeoutSeconds);
     server.set_write_timeout(kTimeoutSeconds);
-    // The library's own choice lets two services share a port, each with half of the clients.
+    // The library sets SO_REUSEPORT by default, with which two services could share a port and
+    // each would get some of the clients.
     server.set_socket_options([](socket_t socket) {
         const int yes = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -157,7 +158,7 @@ void PageServer::Impl::limit()
                                 {"Cache-Control", "no-store"}});
 }
 
-void PageServer::Impl::route()
+void PageServer::Impl::addRoutes()
 {
     server.Get("/", [](const httplib::Request& /*request*/, httplib::Response& response) {
         response.set_redirect(kIndexPath);
@@ -165,7 +166,7 @@ void PageServer::Impl::route()
     server.Get(kPageFile, [this](const httplib::Request& request, httplib::Response& response) {
         serveFile(request.matches[1].str(), response);
     });
-    // The library answers 400 to a second "?" in a target; a file's name in the query may hold one.
+    // The library rejects a target with a second "?", which a file name in the query may contain.
     server.set_error_handler([this](const httplib::Request& request, httplib::Response& response) {
         const auto marks = std::count(request.target.begin(), request.target.end(), '?');
         if (response.status == 400 && request.method == "GET" && request.path == kIndexPath &&
@@ -174,27 +175,29 @@ void PageServer::Impl::route()
             serveFile("index.html", response);
         }
     });
-    // Only a page of this origin can send JSON; another site's form cannot.
-    const auto question = [this](void (Impl::*handle)(const json&, httplib::Response&) const) {
+    // A form of another site cannot send this content type, so only a page of this origin can.
+    const auto handler = [this](void (Impl::*handle)(const json&, httplib::Response&) const) {
         return [this, handle](const httplib::Request& request, httplib::Response& response) {
             if (request.get_header_value("Content-Type") != "application/json")
-                return refuse(response, 415, "The question is not JSON.");
+                return sendError(response, 415, "The request is not JSON.");
             (this->*handle)(json::parse(request.body, nullptr, false), response);
         };
     };
-    server.Post("/files/upload/session", question(&Impl::openSession));
-    server.Post("/files/upload/token", question(&Impl::issueToken));
+    server.Post("/files/upload/session", handler(&Impl::openSession));
+    server.Post("/files/upload/token", handler(&Impl::issueToken));
 }
 
 bool PageServer::Impl::listen(std::string& error)
 {
-    if (settings.port == 0) {
-        const int port = server.bind_to_any_port(settings.address);
-        settings.port = static_cast<std::uint16_t>(std::max(port, 0));
-    } else if (!server.bind_to_port(settings.address, settings.port)) {
-        error = "Port " + std::to_string(settings.port) + " cannot be listened on.";
+    const int port = settings.port == 0 ? server.bind_to_any_port(settings.address)
+                     : server.bind_to_port(settings.address, settings.port) ? settings.port
+                                                                            : -1;
+    if (port <= 0) {
+        error = "cannot listen on port " + std::to_string(settings.port) +
+                ": it is in use or not permitted";
         return false;
     }
+    settings.port = static_cast<std::uint16_t>(port);
     if (settings.updateUrl.empty())
         settings.updateUrl =
             "https://localhost:" + std::to_string(settings.port) + "/files/upload/download.html";
@@ -217,37 +220,37 @@ void PageServer::Impl::serveFile(const std::string& name, httplib::Response& res
     response.set_content(*content, type);
 }
 
-void PageServer::Impl::openSession(const json& question, httplib::Response& response) const
+void PageServer::Impl::openSession(const json& request, httplib::Response& response) const
 {
-    if (!question.is_object())
-        return refuse(response, 400, "The question cannot be read.");
-    const auto session = sessions.open(textOf(question, "session").value_or(std::string()));
+    if (!request.is_object())
+        return sendError(response, 400, "The request is not valid.");
+    const auto session = sessions.open(textAt(request, "session").value_or(std::string()));
     if (!session)
-        return refuse(response, 503, "The service has no room for another session.");
-    answer(response, 200,
-           {{"session", *session},
-            {"newestVersion", settings.newestVersion},
-            {"updateUrl", settings.updateUrl},
-            {"automatic", settings.automatic}});
+        return sendError(response, 503, "The service has too many sessions.");
+    sendJson(response, 200,
+             {{"session", *session},
+              {"newestVersion", settings.newestVersion},
+              {"updateUrl", settings.updateUrl},
+              {"automatic", settings.automatic}});
 }
 
-void PageServer::Impl::issueToken(const json& question, httplib::Response& response) const
+void PageServer::Impl::issueToken(const json& request, httplib::Response& response) const
 {
-    const auto session = textOf(question, "session");
-    const auto filename = textOf(question, "filename");
-    const auto size = wholeNumber(textOf(question, "size").value_or(std::string()));
+    const auto session = textAt(request, "session");
+    const auto filename = textAt(request, "filename");
+    const auto size = wholeNumber(textAt(request, "size").value_or(std::string()));
     if (!session || !filename || !size || *size < 0)
-        return refuse(response, 400, "The question cannot be read.");
+        return sendError(response, 400, "The request is not valid.");
     const auto [token, refusal] = sessions.issueToken(*session, percentDecode(*filename), *size);
     if (!token.empty())
-        return answer(response, 200, {{"token", token}});
+        return sendJson(response, 200, {{"token", token}});
     switch (refusal) {
     case SessionStore::Refusal::UnknownSession:
-        return refuse(response, 403, "The session has ended.");
+        return sendError(response, 403, "The session has ended.");
     case SessionStore::Refusal::BadFile:
-        return refuse(response, 400, "A file of this name cannot be stored.");
-    case SessionStore::Refusal::NoRoom:
-        return refuse(response, 503, "The service has no room for another token.");
+        return sendError(response, 400, "The file name is not valid.");
+    case SessionStore::Refusal::TooManyTokens:
+        return sendError(response, 503, "The service has issued too many tokens.");
     }
 }
 
@@ -265,15 +268,15 @@ PageServer::~PageServer()
 bool PageServer::start(std::string& error)
 {
     if (!impl_->server.is_valid()) {
-        error = "The certificate or its key cannot be read.";
+        error = "the certificate or its key cannot be read";
         return false;
     }
     if (!readFile(impl_->settings.pageFolder / "index.html")) {
-        error = impl_->settings.pageFolder.string() + " holds no index.html.";
+        error = impl_->settings.pageFolder.string() + " contains no index.html";
         return false;
     }
-    impl_->limit();
-    impl_->route();
+    impl_->configure();
+    impl_->addRoutes();
     return impl_->listen(error);
 }
 
@@ -281,7 +284,7 @@ void PageServer::stop()
 {
     if (!impl_->thread.joinable())
         return;
-    // A server that has not begun to run does not hear that it should stop.
+    // The library ignores stop() until the server runs.
     while (!impl_->server.is_running() && !impl_->ended)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     impl_->server.stop();

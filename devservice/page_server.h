@@ -1,7 +1,8 @@
-// Serves the upload page over https, and gives its scripts their sessions and tokens.
+// Serves the upload page over https and issues sessions and tokens to its script.
 //
-// The page is plain files of one folder, read anew for every request, so that a page can be written
-// against the running service. Beside them there are two questions, both POST with a JSON body:
+// The page consists of the files of one folder. They are read for every request, so that a page can
+// be edited while the service runs. The script sends two kinds of request, both POST with a JSON
+// body:
 //
 //   /files/upload/session   {"session": text or null}
 //                           -> {"session", "newestVersion": [3 texts], "updateUrl", "automatic"}
@@ -10,7 +11,7 @@
 #pragma once
 
 #include "devservice/certificate.h"
-#include "devservice/session_store.h"
+#include "devservice/tokens.h"
 
 #include <array>
 #include <cstdint>
@@ -23,34 +24,34 @@
 namespace quenmoor {
 
 struct PageSettings {
-    std::filesystem::path pageFolder;                        // empty: the one of the service
+    std::filesystem::path pageFolder;                        // empty: the page of the service
     std::string address = "127.0.0.1";                       // to listen on
-    std::uint16_t port = 8443;                               // 0 takes a free one
-    std::array<std::string, 3> newestVersion{"0", "0", "0"}; // as the page publishes it
+    std::uint16_t port = 8443;                               // 0 selects a free one
+    std::array<std::string, 3> newestVersion{"0", "0", "0"}; // of the client, published by the page
     std::string updateUrl;                                   // empty: a page of this service
-    bool automatic = false;                                  // tokens without a click
+    bool automatic = false; // the page requests tokens without a click
 };
 
-// The three numbers of a text such as "1.4.2". Nothing for any other form.
+// Returns the three numbers of a text such as "1.4.2", or nothing for any other form.
 [[nodiscard]] std::optional<std::array<std::string, 3>> parseNewestVersion(std::string_view text);
 
-// One thread starts and stops it; pages are served on threads of its own.
+// Used by one thread; requests are served on threads of its own.
 class PageServer {
 public:
-    // `sessions` outlives the server.
+    // `sessions` must outlive the server.
     PageServer(PageSettings settings, const Certificate& certificate, SessionStore& sessions);
 
-    // Stops it.
+    // Calls stop().
     ~PageServer();
 
-    // Listens from its return on. False, and the reason in `error`, when the page's folder has no
-    // index.html, the certificate cannot be read, or the port is taken.
+    // Serves requests once it has returned. Returns false, with the reason in `error`, if the
+    // page's folder has no index.html, the certificate cannot be read or the port is in use.
     [[nodiscard]] bool start(std::string& error);
 
-    // Waits up to a few seconds for requests that are being answered.
+    // Waits up to five seconds for requests that are being served.
     void stop();
 
-    // After start(): "https://localhost:8443/files/upload/index.html".
+    // "https://localhost:8443/files/upload/index.html". Requires start().
     std::string pageUrl() const;
     std::uint16_t port() const;
 

@@ -11,7 +11,7 @@
 namespace quenmoor {
 namespace {
 
-constexpr std::int64_t kLongestTokenSeconds = 10LL * 365 * 24 * 60 * 60;
+constexpr std::int64_t kMaxTokenSeconds = 10LL * 365 * 24 * 60 * 60;
 
 ServiceExit usageError(const std::string& text)
 {
@@ -21,24 +21,24 @@ ServiceExit usageError(const std::string& text)
 void describe(CLI::App& app, ServiceOptions& options, std::vector<std::string>& faults)
 {
     app.footer("Faults: " + faultNames());
-    app.add_option("--root", options.root, "Folder for the uploads; made when it is missing")
+    app.add_option("--root", options.root, "Folder that uploads are stored in; created if missing")
         ->type_name("DIR")
         ->required();
-    app.add_option("--port", options.port, "UDP port of the transfer server; 0 takes a free one")
+    app.add_option("--port", options.port, "UDP port of the transfer server; 0 selects a free one")
         ->type_name("PORT")
         ->capture_default_str();
     app.add_option("--bind", options.bindAddress, "IPv4 address to listen on")
         ->type_name("ADDRESS")
         ->capture_default_str();
     app.add_option("--token", options.tokens,
-                   "Upload tokens to accept; may come again. There is then no page, unless "
-                   "--page-port asks for it")
+                   "Accept these upload tokens for every file; repeatable. Serves no page unless "
+                   "--page-port is given")
         ->type_name("TOKEN");
-    app.add_option("--fault", faults, "What to do wrong on purpose; may come again")
+    app.add_option("--fault", faults, "Inject this fault; repeatable")
         ->type_name("NAME[=VALUE]")
         ->allow_extra_args(false);
     app.add_option("--fault-count", options.faultCount,
-                   "Only so many attempts meet the faults, from the first on")
+                   "Inject the faults into the first N attempts only")
         ->type_name("N")
         ->check(CLI::NonNegativeNumber.description(""));
 }
@@ -47,31 +47,36 @@ void describePage(CLI::App& app, PageOptions& page, std::string& newestVersion,
                   std::int64_t& tokenSeconds)
 {
     CLI::Option_group& group = *app.add_option_group("The upload page");
-    group.add_option("--page-port", page.port, "TCP port of the page; 0 takes a free one")
+    group.add_option("--page-port", page.port, "TCP port of the page; 0 selects a free one")
         ->type_name("PORT")
         ->capture_default_str();
-    group.add_option("--page", page.folder, "Folder of another page to serve")->type_name("DIR");
     group
-        .add_option("--state", page.stateFolder,
-                    "Folder for the certificate; made when it is missing")
+        .add_option("--page", page.folder,
+                    "Serve the page in this folder instead of the built-in one")
+        ->type_name("DIR");
+    group.add_option("--state", page.stateFolder, "Folder of the certificate; created if missing")
         ->type_name("DIR")
         ->capture_default_str();
     group
         .add_option("--newest-version", newestVersion,
-                    "Client version to publish; older clients are told to update")
+                    "Client version that the page publishes; older clients ask for an update")
         ->type_name("N.N.N")
         ->capture_default_str();
-    group.add_option("--update-url", page.updateUrl, "Where the newest client is found")
+    group
+        .add_option("--update-url", page.updateUrl,
+                    "URL from which the newest client can be downloaded")
         ->type_name("URL");
-    group.add_option("--token-lifetime", tokenSeconds, "How long the page's tokens are good for")
+    group
+        .add_option("--token-lifetime", tokenSeconds, "Time for which a token of the page is valid")
         ->type_name("SECONDS")
-        ->check(CLI::Range(std::int64_t{1}, kLongestTokenSeconds).description(""))
+        ->check(CLI::Range(std::int64_t{1}, kMaxTokenSeconds).description(""))
         ->capture_default_str();
-    group.add_flag("--auto", page.automatic, "Give the token for every file without a click");
+    group.add_flag("--auto", page.automatic, "Upload every file without a click on the page");
 }
 
-// Where a user's programs keep what should outlive them.
-std::string usualStateFolder()
+// Returns the folder for this program's persistent state, after the XDG base directory
+// specification.
+std::string defaultStateFolder()
 {
     const char* const state = std::getenv("XDG_STATE_HOME");
     if (state != nullptr && state[0] == '/')
@@ -80,14 +85,14 @@ std::string usualStateFolder()
     return std::string(home != nullptr ? home : ".") + "/.local/state/quenmoor-devservice";
 }
 
-// Empty when `page` is fit to be served, else what is wrong.
-std::string judgePage(PageOptions& page, const std::string& newestVersion)
+// Completes `page`. Returns an empty text, or a message if a value is not valid.
+std::string completePage(PageOptions& page, const std::string& newestVersion)
 {
     const auto numbers = parseNewestVersion(newestVersion);
     if (!numbers)
-        return "--newest-version: \"" + printableLine(newestVersion) + "\" has not three numbers";
+        return "--newest-version: \"" + printableLine(newestVersion) + "\" must look like 1.2.3";
     page.newestVersion = *numbers;
-    return isUtf8(page.updateUrl) ? "" : "--update-url: is not UTF-8";
+    return isUtf8(page.updateUrl) ? "" : "--update-url: must be UTF-8";
 }
 
 } // namespace
@@ -98,10 +103,10 @@ std::variant<ServiceOptions, ServiceExit> parseServiceOptions(int argc, const ch
     options.port = kTransferPort;
     std::vector<std::string> faults;
     PageOptions page;
-    page.stateFolder = usualStateFolder();
+    page.stateFolder = defaultStateFolder();
     std::string newestVersion = SERVICE_VERSION;
     std::int64_t tokenSeconds = page.tokenLifetime.count();
-    CLI::App app("Takes uploads of Quenmoor clients on this machine, to try them out.",
+    CLI::App app("Receives uploads of Quenmoor clients on one machine, for testing.",
                  "quenmoor-devservice");
     describe(app, options, faults);
     describePage(app, page, newestVersion, tokenSeconds);
@@ -115,17 +120,17 @@ std::variant<ServiceOptions, ServiceExit> parseServiceOptions(int argc, const ch
     for (const std::string& text : faults) {
         const std::optional<Fault> fault = parseFault(text);
         if (!fault)
-            return usageError("--fault: \"" + printableLine(text) +
-                              "\" is none; there are: " + faultNames());
+            return usageError("--fault: unknown fault \"" + printableLine(text) +
+                              "\"; known faults: " + faultNames());
         options.faults.push_back(*fault);
     }
     for (const std::string& token : options.tokens) {
         if (token.empty())
-            return usageError("--token: a token is empty");
+            return usageError("--token: must not be empty");
     }
     if (options.tokens.empty() || app.count("--page-port") > 0) {
-        if (const std::string wrong = judgePage(page, newestVersion); !wrong.empty())
-            return usageError(wrong);
+        if (const std::string problem = completePage(page, newestVersion); !problem.empty())
+            return usageError(problem);
         page.tokenLifetime = std::chrono::seconds(tokenSeconds);
         options.page = page;
     }

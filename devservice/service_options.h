@@ -1,4 +1,4 @@
-// What quenmoor-devservice is told on its command line.
+// The command line of quenmoor-devservice.
 #pragma once
 
 #include "devservice/faults.h"
@@ -13,10 +13,10 @@
 
 namespace quenmoor {
 
-// The upload page. Without it the service takes uploads with fixed tokens only.
+// The upload page.
 struct PageOptions {
     std::uint16_t port = 8443;
-    std::string folder;      // empty: the page that comes with the service
+    std::string folder;      // empty: the page of the service
     std::string stateFolder; // for the certificate
     std::array<std::string, 3> newestVersion;
     std::string updateUrl; // empty: a page of the service
@@ -28,21 +28,24 @@ struct ServiceOptions {
     std::string root;
     std::string bindAddress = "127.0.0.1";
     std::uint16_t port = 0;
-    std::vector<std::string> tokens;
+    std::vector<std::string> tokens; // accepted for every file
     Faults faults;
-    std::optional<int> faultCount; // without: every attempt
-    std::optional<PageOptions> page;
+    std::optional<int> faultCount;   // nothing: every attempt
+    std::optional<PageOptions> page; // nothing: only uploads with a fixed token
 };
 
-// The program ends with `text` said: 0 for what was asked for, 2 for a wrong command line.
+// The program prints `text` and exits: with status 0 after --help, with kServiceUsage after an
+// error.
 struct ServiceExit {
     int status;
     std::string text;
 };
 
-inline constexpr int kServiceFailed = 1;
-inline constexpr int kServiceUsage = 2;
+// Exit statuses besides 0.
+inline constexpr int kServiceFailed = 1; // the service cannot start
+inline constexpr int kServiceUsage = 2;  // the command line is not valid
 
+// Depends on the environment: XDG_STATE_HOME and HOME determine the default of --state.
 [[nodiscard]] std::variant<ServiceOptions, ServiceExit>
 parseServiceOptions(int argc, const char* const* argv);
 

@@ -4,7 +4,7 @@ namespace quenmoor {
 
 TransferServer::TransferServer(TransferServerSettings settings, UploadStore& store,
                                const TokenStore& tokens)
-    : settings_(std::move(settings)), services_{store, tokens, settings_.limits, {}}
+    : settings_(std::move(settings)), services_{store, tokens, settings_.timeouts, {}}
 {
 }
 
@@ -17,7 +17,7 @@ bool TransferServer::start(std::string& error)
 {
     const auto wanted = UdtAddress::parse(settings_.bindAddress, settings_.port);
     if (!wanted) {
-        error = "\"" + settings_.bindAddress + "\" is no IPv4 address";
+        error = "\"" + settings_.bindAddress + "\" is not an IPv4 address";
         return false;
     }
     UdtSocket::startLibrary();
@@ -46,7 +46,7 @@ void TransferServer::stop()
     listener_->interrupt();
     acceptThread_.join();
     for (Session& session : sessions_)
-        session.signal->end("the service ends");
+        session.stop->request("the service is stopping");
     for (Session& session : sessions_)
         session.thread.join();
     sessions_.clear();
@@ -59,28 +59,28 @@ void TransferServer::acceptClients()
 {
     UdtAddress peer;
     while (auto socket = listener_->accept(peer))
-        admit(std::move(*socket), peer);
+        startSession(std::move(*socket), peer);
 }
 
-void TransferServer::admit(UdtSocket socket, const UdtAddress& peer)
+void TransferServer::startSession(UdtSocket socket, const UdtAddress& peer)
 {
-    joinFinished();
+    joinEndedSessions();
     const int attempt = ++attempts_;
-    if (sessions_.size() >= settings_.mostSessions) {
-        logSystem("Attempt {}: turned away, {} others go on", attempt, sessions_.size());
+    if (sessions_.size() >= settings_.maxSessions) {
+        logSystem("Attempt {}: rejected, {} others are active", attempt, sessions_.size());
         return;
     }
     ++openSessions_;
     Session& session = sessions_.emplace_back();
-    AcceptedClient client{std::move(socket), address_, peer, attempt, nextFaults()};
+    AcceptedClient client{std::move(socket), address_, peer, attempt, takeFaults()};
     session.thread = std::thread([this, &session, client = std::move(client)]() mutable {
-        TransferSession(services_, std::move(client), session.signal).run();
+        TransferSession(services_, std::move(client), session.stop).run();
         --openSessions_;
         session.done = true;
     });
 }
 
-void TransferServer::joinFinished()
+void TransferServer::joinEndedSessions()
 {
     for (auto session = sessions_.begin(); session != sessions_.end();) {
         if (!session->done) {
@@ -92,7 +92,7 @@ void TransferServer::joinFinished()
     }
 }
 
-Faults TransferServer::nextFaults()
+Faults TransferServer::takeFaults()
 {
     const std::lock_guard lock(faultsMutex_);
     if (!faultAttempts_)

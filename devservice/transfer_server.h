@@ -1,6 +1,7 @@
-// Takes uploads over UDT: a listener, and a session on a thread of its own for every client.
+// Receives uploads over UDT: a listener, and one session with its own thread for each client.
 //
-// Listener and rendezvous sockets share one local port; the library tells them apart.
+// Listener and rendezvous sockets share one local port; the library distinguishes them by the
+// socket id in each packet.
 #pragma once
 
 #include "devservice/transfer_session.h"
@@ -18,54 +19,54 @@ namespace quenmoor {
 
 struct TransferServerSettings {
     std::string bindAddress = "127.0.0.1"; // IPv4; 0.0.0.0 for every address of the machine
-    std::uint16_t port = kTransferPort;    // 0 takes a free one
-    std::size_t mostSessions = 64;         // further clients are turned away
-    TransferLimits limits;
+    std::uint16_t port = kTransferPort;    // 0 selects a free one
+    std::size_t maxSessions = 64;          // further clients are rejected
+    TransferTimeouts timeouts;
 };
 
-// start() and stop() belong to the thread that made the server; the rest is for any thread.
+// start(), stop() and the destructor: one thread. Everything else: any thread.
 class TransferServer {
 public:
     // Store and tokens must outlive the server.
     TransferServer(TransferServerSettings settings, UploadStore& store, const TokenStore& tokens);
 
-    // Stops.
+    // Calls stop().
     ~TransferServer();
 
     TransferServer(const TransferServer&) = delete;
     TransferServer& operator=(const TransferServer&) = delete;
 
-    // Listens from its return on. False, with a sentence in `error`, when the address is none or
-    // cannot be had. Once only.
+    // Accepts clients once it has returned. Returns false, with a sentence in `error`, if the
+    // address is not valid or not available. May be called once.
     [[nodiscard]] bool start(std::string& error);
 
-    // Where it listens; after start().
+    // The address that it listens on. Requires start().
     const UdtAddress& address() const { return address_; }
     std::uint16_t port() const { return address_.port; }
 
-    // The next `attempts` clients meet these faults, all of them without a number. Sessions that
-    // have begun go on as they are.
+    // Applies `faults` to the next `attempts` clients, or to all if there is no number. Sessions
+    // that have started keep the faults that they have.
     void setFaults(Faults faults, std::optional<int> attempts = std::nullopt);
 
-    // Clients that came, and those that are being served.
+    // The clients that connected so far, and those whose session has not ended.
     int attempts() const { return attempts_; }
     int openSessions() const { return openSessions_; }
 
-    // Ends every session and waits for it: about two seconds at most, unless the disk takes
-    // longer. What came in stays resumable. Harmless when repeated.
+    // Ends every session and waits for it: at most about two seconds, unless the disk takes
+    // longer. The received bytes can be resumed. A second call has no effect.
     void stop();
 
 private:
     struct Session {
-        std::shared_ptr<SessionSignal> signal = std::make_shared<SessionSignal>();
+        std::shared_ptr<StopSignal> stop = std::make_shared<StopSignal>();
         std::atomic<bool> done{false};
         std::thread thread;
     };
 
     void acceptClients();
-    void admit(UdtSocket socket, const UdtAddress& peer);
-    void joinFinished();
-    Faults nextFaults();
+    void startSession(UdtSocket socket, const UdtAddress& peer);
+    void joinEndedSessions();
+    Faults takeFaults();
 
     // Set once at construction.
     const TransferServerSettings settings_;
@@ -76,7 +77,7 @@ private:
     UdtAddress address_;
     std::thread acceptThread_;
 
-    // The accepting thread; stop() once that has ended.
+    // The accepting thread; stop() after that has ended.
     std::list<Session> sessions_;
 
     std::atomic<int> attempts_{0};

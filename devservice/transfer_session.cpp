@@ -1,8 +1,7 @@
 #include "devservice/transfer_session.h"
 
 #include "base/text.h"
-#include "devservice/request_reader.h"
-#include "devservice/response_documents.h"
+#include "devservice/service_documents.h"
 
 #include <algorithm>
 #include <array>
@@ -16,13 +15,13 @@ using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
 constexpr std::int32_t kRefused = 1;
-constexpr std::int64_t kRoom = 1 << 20;
-constexpr std::size_t kDocumentRoom = 4096;
+constexpr std::int64_t kMaxBlock = 1 << 20; // bytes read at once
+constexpr std::size_t kDocumentBuffer = 4096;
 constexpr auto kShortPoll = 2ms;
 constexpr auto kLongPoll = 20ms;
-constexpr std::int64_t kPaceSteps = 10; // a second
+constexpr std::int64_t kRateSteps = 10; // reads per second of a rate-limited session
 
-constexpr std::string_view kGarbage = "These words are no document. <<<";
+constexpr std::string_view kGarbage = "This is not a document. <<<";
 
 ResponseContainer responseFor(const HeldCopy& held)
 {
@@ -38,73 +37,74 @@ ResponseContainer responseFor(const HeldCopy& held)
 } // namespace
 
 TransferSession::TransferSession(TransferServices& services, AcceptedClient client,
-                                 std::shared_ptr<SessionSignal> signal)
-    : services_(services), client_(std::move(client)), signal_(std::move(signal))
+                                 std::shared_ptr<StopSignal> stop)
+    : services_(services), client_(std::move(client)), stop_(std::move(stop))
 {
 }
 
 void TransferSession::run()
 {
-    say("a client at {}", client_.peer.text());
+    logAttempt("client {} connected", client_.peer.text());
     const std::optional<RequestContainer> request = receiveRequest();
     if (!request)
         return;
-    say("announces {} bytes for \"{}\"", request->size, printableLine(request->originFilename));
-    if (has(FaultKind::RefuseRendezvous)) {
-        drop("told to refuse the rendezvous");
+    logAttempt("announces {} bytes for \"{}\"", request->size,
+               printableLine(request->originFilename));
+    if (hasFault(FaultKind::RefuseRendezvous)) {
+        logEnd("fault refuse-rendezvous");
         return;
     }
-    if (!meetClient())
+    if (!connectRendezvous())
         return;
-    if (has(FaultKind::NeverAnswer)) {
-        awaitClose(services_.limits.confirmation);
-        drop("told never to answer");
+    if (hasFault(FaultKind::NeverAnswer)) {
+        awaitClose(services_.timeouts.confirmation);
+        logEnd("fault never-answer");
         return;
     }
-    serve(*request);
+    serveRequest(*request);
 }
 
 std::optional<RequestContainer> TransferSession::receiveRequest()
 {
-    const Time deadline = steady_clock::now() + services_.limits.request;
+    const Time deadline = steady_clock::now() + services_.timeouts.request;
     std::string text;
     while (!endsRequest(text)) {
-        if (!gather(client_.socket, text, kLongestRequest, deadline))
+        if (!receiveMore(client_.socket, text, kMaxRequestBytes, deadline))
             return std::nullopt;
     }
     std::optional<RequestContainer> request = readRequest(text);
     if (!request)
-        drop("its request cannot be read");
+        logEnd("the request is not valid");
     return request;
 }
 
-bool TransferSession::meetClient()
+bool TransferSession::connectRendezvous()
 {
     std::string error;
     link_ = UdtSocket::rendezvous(client_.local, client_.peer, error);
     if (!link_)
-        return drop(error);
-    const Time deadline = steady_clock::now() + services_.limits.rendezvous;
+        return logEnd(error);
+    const Time deadline = steady_clock::now() + services_.timeouts.rendezvous;
     while (!link_->connected()) {
-        if (!signal_->sleepFor(kShortPoll))
-            return drop(signal_->reason());
+        if (!stop_->sleepFor(kShortPoll))
+            return logEnd(stop_->reason());
         if (steady_clock::now() >= deadline)
-            return drop("it did not come to the rendezvous");
+            return logEnd("the client did not connect to the rendezvous");
     }
-    return signal_->sleepFor(services_.limits.settling) || drop(signal_->reason());
+    return stop_->sleepFor(services_.timeouts.responsePause) || logEnd(stop_->reason());
 }
 
-void TransferSession::serve(const RequestContainer& request)
+void TransferSession::serveRequest(const RequestContainer& request)
 {
     const std::string& name = request.originFilename;
     if (!services_.tokens.accepts(request.token, name, request.size)) {
-        refuse("its token is not known");
+        refuse("the token is unknown or not valid for this file");
         return;
     }
-    const auto turn = services_.turns.take(request.token, client_.attempt, signal_,
-                                           services_.limits.displacement);
-    if (!turn) {
-        refuse("another attempt with its token goes on");
+    const auto claim = services_.attempts.claim(request.token, client_.attempt, stop_,
+                                                services_.timeouts.takeover);
+    if (!claim) {
+        refuse("another attempt with this token is active");
         return;
     }
     std::string error;
@@ -113,196 +113,205 @@ void TransferSession::serve(const RequestContainer& request)
         refuse(error);
         return;
     }
-    if (!respond(*upload) || !settle(*upload) || !receiveFile(*upload))
+    if (!sendResponse(*upload) || !prepareCopy(*upload) || !receiveFile(*upload))
         return;
     const std::int64_t held = upload->position();
     if (!upload->complete()) {
-        drop(upload->error());
+        logEnd(upload->error());
         return;
     }
-    upload.reset(); // others may have the name from here on
-    say("finished, {} bytes held", held);
-    sendClosing(held);
+    upload.reset(); // releases the name
+    logAttempt("finished, {} bytes held", held);
+    sendClosingDocument(held);
 }
 
-bool TransferSession::respond(const StoredUpload& upload)
+bool TransferSession::sendResponse(const StoredUpload& upload)
 {
-    if (has(FaultKind::AnswerLate))
-        awaitClose(std::min(std::chrono::milliseconds(valueOf(FaultKind::AnswerLate, 0)),
-                            services_.limits.confirmation));
+    if (hasFault(FaultKind::AnswerLate))
+        awaitClose(std::min(std::chrono::milliseconds(faultValue(FaultKind::AnswerLate, 0)),
+                            services_.timeouts.confirmation));
     const HeldCopy& held = upload.held();
     const std::string document = responseDocument(responseFor(held));
-    // After such words nobody knows what the client sends, so nothing of it is taken.
-    if (has(FaultKind::GarbageResponse) || has(FaultKind::CutOffResponse)) {
+    // What the client sends after an invalid response is undefined, so nothing of it is stored.
+    if (hasFault(FaultKind::GarbageResponse) || hasFault(FaultKind::CutOffResponse)) {
         const std::string_view half = std::string_view(document).substr(0, document.size() / 2);
-        if (link_->send(has(FaultKind::GarbageResponse) ? kGarbage : half))
-            awaitClose(services_.limits.silence);
-        return drop("told to spoil the response");
+        if (link_->send(hasFault(FaultKind::GarbageResponse) ? kGarbage : half))
+            awaitClose(services_.timeouts.idle);
+        return logEnd("fault in the response");
     }
     if (!link_->send(document))
-        return drop("the response could not be sent");
+        return logEnd("the response could not be sent");
     if (held.exists)
-        say("holds {} bytes ({}, {})", held.size, held.equal ? "the same file" : "another file",
-            held.complete ? "complete" : "incomplete");
+        logAttempt("holds {} bytes ({}, {})", held.size,
+                   held.equal ? "the same file" : "another file",
+                   held.complete ? "complete" : "incomplete");
     return true;
 }
 
-// Without a copy the file follows the response; with one, the client first says what to do.
-bool TransferSession::settle(StoredUpload& upload)
+// Without a held copy, the file follows the response. With one, the client first confirms whether
+// to resume it, to overwrite it or to cancel.
+bool TransferSession::prepareCopy(StoredUpload& upload)
 {
     if (!upload.held().exists)
-        return upload.startOver() || drop(upload.error());
+        return upload.startOver() || logEnd(upload.error());
 
-    const Time deadline = steady_clock::now() + services_.limits.confirmation;
+    const Time deadline = steady_clock::now() + services_.timeouts.confirmation;
     std::optional<std::size_t> length;
-    while (!(length = confirmationLength(early_))) {
-        if (!gather(*link_, early_, kLongestConfirmation, deadline))
+    while (!(length = confirmationLength(pending_))) {
+        if (!receiveMore(*link_, pending_, kMaxConfirmationBytes, deadline))
             return false;
     }
-    const auto confirmation = readConfirmation(std::string_view(early_).substr(0, *length));
-    early_.erase(0, *length);
+    const auto confirmation = readConfirmation(std::string_view(pending_).substr(0, *length));
+    pending_.erase(0, *length);
     if (!confirmation)
-        return drop("its confirmation cannot be read");
+        return logEnd("the confirmation is not valid");
     if (!confirmation->resume)
-        return drop("cancelled by the client");
+        return logEnd("cancelled by the client");
     const bool ready = confirmation->overwrite ? upload.startOver() : upload.resume();
     if (!ready)
-        return drop(upload.error());
-    say("{} at {} bytes", confirmation->overwrite ? "starts over" : "resumes", upload.position());
+        return logEnd(upload.error());
+    logAttempt("{} at {} bytes", confirmation->overwrite ? "starts over" : "resumes",
+               upload.position());
     return true;
 }
 
 bool TransferSession::receiveFile(StoredUpload& upload)
 {
-    const std::int64_t end = std::min(valueOf(FaultKind::DropAfter, upload.due()),
-                                      valueOf(FaultKind::StopReading, upload.due()));
+    const std::int64_t end = std::min(faultValue(FaultKind::DropAfter, upload.missing()),
+                                      faultValue(FaultKind::StopReading, upload.missing()));
     const std::int64_t step = std::clamp<std::int64_t>(
-        valueOf(FaultKind::SlowReading, kRoom * kPaceSteps) / kPaceSteps, 1, kRoom);
-    std::vector<char> room(static_cast<std::size_t>(step));
+        faultValue(FaultKind::SlowReading, kMaxBlock * kRateSteps) / kRateSteps, 1, kMaxBlock);
+    std::vector<char> buffer(static_cast<std::size_t>(step));
     const Time start = steady_clock::now();
     Time lastByte = start;
     std::int64_t received = 0;
-    while (upload.due() > 0) {
-        const std::int64_t wanted = std::min({step, upload.due(), end - received});
+    while (upload.missing() > 0) {
+        const std::int64_t wanted = std::min({step, upload.missing(), end - received});
         if (wanted == 0)
-            return stopEarly(received);
-        const Received got = receiveBytes(std::span(room).first(static_cast<std::size_t>(wanted)));
+            return endOnFault(received);
+        const Received got =
+            receiveFileBytes(std::span(buffer).first(static_cast<std::size_t>(wanted)));
         if (got.outcome == Received::Outcome::Gone)
-            return drop(fmt::format("the client has gone, {} bytes held", upload.position()));
-        if (!upload.append(std::span(room).first(got.count)))
-            return drop(upload.error());
+            return logEnd(
+                fmt::format("the link was closed or lost, {} bytes held", upload.position()));
+        if (!upload.append(std::span(buffer).first(got.count)))
+            return logEnd(upload.error());
         if (got.count > 0)
             lastByte = steady_clock::now();
-        else if (steady_clock::now() - lastByte >= services_.limits.silence)
-            return drop(fmt::format("the client fell silent, {} bytes held", upload.position()));
+        else if (steady_clock::now() - lastByte >= services_.timeouts.idle)
+            return logEnd(fmt::format("nothing received before the idle time-out, {} bytes held",
+                                      upload.position()));
         received += static_cast<std::int64_t>(got.count);
-        if (!keepPace(start, received))
-            return drop(signal_->reason());
+        if (!limitRate(start, received))
+            return logEnd(stop_->reason());
     }
     return true;
 }
 
-void TransferSession::sendClosing(std::int64_t held)
+void TransferSession::sendClosingDocument(std::int64_t held)
 {
-    // A client that sent nothing since the response may not have read that yet.
+    // A client that sent nothing since the response may not have read it yet.
     if (held == 0 && !awaitAcknowledgement())
         return;
-    held += has(FaultKind::LargerFinalSize) ? 1 : 0;
-    held -= has(FaultKind::SmallerFinalSize) ? 1 : 0;
-    if (has(FaultKind::GarbageClosing))
+    held += hasFault(FaultKind::LargerFinalSize) ? 1 : 0;
+    held -= hasFault(FaultKind::SmallerFinalSize) ? 1 : 0;
+    if (hasFault(FaultKind::GarbageClosing))
         (void)link_->send(kGarbage);
-    else if (!has(FaultKind::NoClosingDocument) && !link_->send(finishedDocument(held)))
-        drop("the closing document could not be sent");
-    awaitClose(services_.limits.goodbye);
+    else if (!hasFault(FaultKind::NoClosingDocument) && !link_->send(finishedDocument(held)))
+        logEnd("the closing document could not be sent");
+    awaitClose(services_.timeouts.close);
 }
 
 void TransferSession::refuse(const std::string& reason)
 {
     ResponseContainer response = responseFor({});
     response.response = kRefused;
-    say("refused: {}", reason);
+    logAttempt("refused: {}", reason);
     if (link_->send(responseDocument(response)))
-        awaitClose(services_.limits.goodbye);
+        awaitClose(services_.timeouts.close);
 }
 
-// Appends what comes next to `text`; false, logged, when there is nothing to wait for any more.
-bool TransferSession::gather(UdtSocket& socket, std::string& text, std::size_t longest,
-                             Time deadline)
+// Appends the next received bytes to `text`. Returns false, and logs the reason, if the document is
+// too long or late, the link was closed or the session is requested to end.
+bool TransferSession::receiveMore(UdtSocket& socket, std::string& text, std::size_t maxBytes,
+                                  Time deadline)
 {
-    if (text.size() >= longest)
-        return drop("its document does not end");
+    if (text.size() >= maxBytes)
+        return logEnd("a document is too long");
     if (steady_clock::now() >= deadline)
-        return drop("its document did not come in time");
-    std::array<char, kDocumentRoom> room{};
-    const Received got = socket.receive(room);
+        return logEnd("a document did not arrive in time");
+    std::array<char, kDocumentBuffer> buffer{};
+    const Received got = socket.receive(buffer);
     if (got.outcome == Received::Outcome::Gone)
-        return drop("the client has gone");
-    text.append(room.data(), got.count);
-    const std::string reason = signal_->reason();
-    return reason.empty() || drop(reason);
+        return logEnd("the link was closed or lost");
+    text.append(buffer.data(), got.count);
+    const std::string reason = stop_->reason();
+    return reason.empty() || logEnd(reason);
 }
 
-Received TransferSession::receiveBytes(std::span<char> room)
+Received TransferSession::receiveFileBytes(std::span<char> buffer)
 {
-    if (early_.empty())
-        return link_->receive(room);
-    const std::size_t count = early_.copy(room.data(), room.size());
-    early_.erase(0, count);
+    if (pending_.empty())
+        return link_->receive(buffer);
+    const std::size_t count = pending_.copy(buffer.data(), buffer.size());
+    pending_.erase(0, count);
     return {Received::Outcome::Bytes, count};
 }
 
-// Rests as long as a slow reader would. False when the session is to end.
-bool TransferSession::keepPace(Time start, std::int64_t received)
+// Blocks as long as the rate limit requires. Returns false if the session is requested to end.
+bool TransferSession::limitRate(Time start, std::int64_t received)
 {
-    const std::int64_t rate = valueOf(FaultKind::SlowReading, 0);
+    const std::int64_t rate = faultValue(FaultKind::SlowReading, 0);
     if (rate == 0)
-        return signal_->reason().empty();
+        return stop_->reason().empty();
     const auto due = start + std::chrono::milliseconds(received * 1000 / rate);
-    return signal_->sleepFor(std::max(
+    return stop_->sleepFor(std::max(
         0ms, std::chrono::duration_cast<std::chrono::milliseconds>(due - steady_clock::now())));
 }
 
-bool TransferSession::stopEarly(std::int64_t received)
+bool TransferSession::endOnFault(std::int64_t received)
 {
-    if (has(FaultKind::StopReading)) {
-        say("told to stop reading after {} bytes", received);
-        awaitClose(services_.limits.confirmation);
+    if (hasFault(FaultKind::StopReading)) {
+        logAttempt("fault stop-reading after {} bytes", received);
+        awaitClose(services_.timeouts.confirmation);
     }
-    return drop(fmt::format("told to end after {} bytes", received));
+    return logEnd(fmt::format("fault after {} bytes", received));
 }
 
 bool TransferSession::awaitAcknowledgement()
 {
-    const Time deadline = steady_clock::now() + services_.limits.goodbye;
+    const Time deadline = steady_clock::now() + services_.timeouts.close;
     while (link_->unacknowledgedPackets() != 0) {
         if (!link_->connected() || steady_clock::now() >= deadline)
-            return drop("the response did not arrive");
-        if (!signal_->sleepFor(kShortPoll))
-            return drop(signal_->reason());
+            return logEnd("the response was not acknowledged");
+        if (!stop_->sleepFor(kShortPoll))
+            return logEnd(stop_->reason());
     }
-    return signal_->sleepFor(services_.limits.betweenDocuments) || drop(signal_->reason());
+    return stop_->sleepFor(services_.timeouts.closingPause) || logEnd(stop_->reason());
 }
 
-// Reads nothing. Returns when the client has closed the link or lost it.
-void TransferSession::awaitClose(std::chrono::milliseconds longest)
+// Reads nothing. Returns once the link is closed or broken, after `timeout`, or if the session is
+// requested to end.
+void TransferSession::awaitClose(std::chrono::milliseconds timeout)
 {
-    const Time deadline = steady_clock::now() + longest;
+    const Time deadline = steady_clock::now() + timeout;
     while (link_->connected() && steady_clock::now() < deadline) {
-        if (!signal_->sleepFor(kLongPoll))
+        if (!stop_->sleepFor(kLongPoll))
             return;
     }
 }
 
-bool TransferSession::drop(const std::string& reason)
+// Logs why the attempt ended. Returns false, for the caller to return.
+bool TransferSession::logEnd(const std::string& reason) const
 {
-    say("dropped: {}", reason);
+    logAttempt("ended: {}", reason);
     return false;
 }
 
-std::int64_t TransferSession::valueOf(FaultKind kind, std::int64_t without) const
+std::int64_t TransferSession::faultValue(FaultKind kind, std::int64_t otherwise) const
 {
     const Fault* const fault = findFault(client_.faults, kind);
-    return fault != nullptr ? fault->value : without;
+    return fault != nullptr ? fault->value : otherwise;
 }
 
 } // namespace quenmoor

@@ -2,10 +2,9 @@
 #pragma once
 
 #include "base/log.h"
-#include "devservice/attempt_turns.h"
+#include "devservice/active_attempts.h"
 #include "devservice/faults.h"
-#include "devservice/session_signal.h"
-#include "devservice/token_store.h"
+#include "devservice/tokens.h"
 #include "devservice/upload_store.h"
 #include "protocol/documents.h"
 #include "protocol/udt_socket.h"
@@ -18,74 +17,74 @@
 
 namespace quenmoor {
 
-// How long a session waits for what.
-struct TransferLimits {
-    std::chrono::milliseconds request{10'000};
-    std::chrono::milliseconds rendezvous{30'000};      // as long as a client tries
-    std::chrono::milliseconds confirmation{3'600'000}; // somebody is being asked
-    std::chrono::milliseconds silence{30'000};         // without a byte while bytes are due
-    std::chrono::milliseconds displacement{5'000};     // for an older attempt to let go
-    std::chrono::milliseconds goodbye{10'000};         // for the client to close
-    // Between having met and the response. The peer's library drops a packet that comes while it
-    // takes the new link up, and repeating one takes it 0.4 seconds.
-    std::chrono::milliseconds settling{20};
-    // Between the response and the closing document of a file without bytes. A client that reads
-    // them in one piece takes the second for a part of the first, and waits for it in vain.
-    std::chrono::milliseconds betweenDocuments{250};
+struct TransferTimeouts {
+    std::chrono::milliseconds request{10'000};         // for the whole request to arrive
+    std::chrono::milliseconds rendezvous{30'000};      // a client gives up after as long
+    std::chrono::milliseconds confirmation{3'600'000}; // the user is asked meanwhile
+    std::chrono::milliseconds idle{30'000};            // without a byte of an incomplete file
+    std::chrono::milliseconds takeover{5'000};         // for an older attempt to end
+    std::chrono::milliseconds close{10'000};           // for the client to close the link
+
+    // Pause between the rendezvous and the response. The library drops a packet that arrives
+    // while the client still accepts the rendezvous, and retransmits it after 0.4 seconds.
+    std::chrono::milliseconds responsePause{20};
+    // Pause between the response and the closing document of an empty file. A client that receives
+    // both at once takes the second for a part of the first and waits for it until its time-out.
+    std::chrono::milliseconds closingPause{250};
 };
 
-// What all sessions share. Outlives them.
+// Shared by all sessions, which it must outlive.
 struct TransferServices {
     UploadStore& store;
     const TokenStore& tokens;
-    const TransferLimits limits;
-    AttemptTurns turns;
+    const TransferTimeouts timeouts;
+    ActiveAttempts attempts;
 };
 
 struct AcceptedClient {
-    UdtSocket socket; // brings the request and nothing else
+    UdtSocket socket; // carries only the request
     UdtAddress local; // of the listener
     UdtAddress peer;
     int attempt;
     Faults faults;
 };
 
-// Used by one thread. Everything that came in is on disk when run() returns, whatever ended it.
+// Used by one thread. The bytes that were received are on disk when run() returns.
 class TransferSession {
 public:
     TransferSession(TransferServices& services, AcceptedClient client,
-                    std::shared_ptr<SessionSignal> signal);
+                    std::shared_ptr<StopSignal> stop);
 
-    // Blocks for the whole attempt. After the signal it returns within the time that closing
-    // and the disk take.
+    // Blocks for the whole attempt. Once `stop` is requested, it returns after the time that the
+    // link takes to close and the disk to write.
     void run();
 
 private:
     using Time = std::chrono::steady_clock::time_point;
 
-    // In this order. After false, which has been logged, the attempt is over.
+    // The steps of an attempt, in their order. Each logs a failure; after false the attempt ends.
     std::optional<RequestContainer> receiveRequest();
-    bool meetClient();
-    void serve(const RequestContainer& request);
-    bool respond(const StoredUpload& upload);
-    bool settle(StoredUpload& upload);
+    bool connectRendezvous();
+    void serveRequest(const RequestContainer& request);
+    bool sendResponse(const StoredUpload& upload);
+    bool prepareCopy(StoredUpload& upload);
     bool receiveFile(StoredUpload& upload);
-    void sendClosing(std::int64_t held);
+    void sendClosingDocument(std::int64_t held);
 
     void refuse(const std::string& reason);
-    bool gather(UdtSocket& socket, std::string& text, std::size_t longest, Time deadline);
-    Received receiveBytes(std::span<char> room);
-    bool keepPace(Time start, std::int64_t received);
-    bool stopEarly(std::int64_t received);
+    bool receiveMore(UdtSocket& socket, std::string& text, std::size_t maxBytes, Time deadline);
+    Received receiveFileBytes(std::span<char> buffer);
+    bool limitRate(Time start, std::int64_t received);
+    bool endOnFault(std::int64_t received);
     bool awaitAcknowledgement();
-    void awaitClose(std::chrono::milliseconds longest);
-    bool drop(const std::string& reason);
+    void awaitClose(std::chrono::milliseconds timeout);
+    bool logEnd(const std::string& reason) const;
 
-    bool has(FaultKind kind) const { return findFault(client_.faults, kind) != nullptr; }
-    std::int64_t valueOf(FaultKind kind, std::int64_t without) const;
+    bool hasFault(FaultKind kind) const { return findFault(client_.faults, kind) != nullptr; }
+    std::int64_t faultValue(FaultKind kind, std::int64_t otherwise) const;
 
     template <typename... Args>
-    void say(fmt::format_string<Args...> format, Args&&... args) const
+    void logAttempt(fmt::format_string<Args...> format, Args&&... args) const
     {
         logSystem("Attempt {}: {}", client_.attempt,
                   fmt::format(format, std::forward<Args>(args)...));
@@ -93,9 +92,9 @@ private:
 
     TransferServices& services_;
     AcceptedClient client_;
-    const std::shared_ptr<SessionSignal> signal_;
+    const std::shared_ptr<StopSignal> stop_;
     std::optional<UdtSocket> link_; // carries everything after the request
-    std::string early_;             // file bytes that came along with the confirmation
+    std::string pending_;           // received after the confirmation; the first bytes of the file
 };
 
 } // namespace quenmoor

@@ -5,14 +5,20 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <optional>
 #include <string_view>
+#include <system_error>
 
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kLongestName = 255;
+constexpr std::size_t kMaxNameBytes = 255;
 constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kFileMode = 0644;
+
+// Bytes between two flushes. The client waits ten seconds for the closing document, so most bytes
+// must be on disk when the last one arrives.
+constexpr std::int64_t kFlushInterval = 32 << 20;
 
 std::string systemMessage()
 {
@@ -21,17 +27,29 @@ std::string systemMessage()
 
 bool isStorable(std::string_view name)
 {
-    return !name.empty() && name.size() <= kLongestName && name != "." && name != ".." &&
+    return !name.empty() && name.size() <= kMaxNameBytes && name != "." && name != ".." &&
            name != kReservedFolder && name.find('/') == std::string_view::npos &&
            name.find('\0') == std::string_view::npos;
 }
 
-// The folder `name` inside of `parent`, made when it is missing. Follows no link.
-FileHandle ownFolder(const FileHandle& parent, const char* name)
+// Opens the folder `name` in `parent`, which is created if it is missing. Follows no link.
+FileHandle openFolder(const FileHandle& parent, const char* name)
 {
     if (mkdirat(parent.get(), name, kFolderMode) != 0 && errno != EEXIST)
         return {};
     return FileHandle(openat(parent.get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+enum class Entry { None, File, Other, Unreadable };
+
+// Returns the kind of `name` in `folder` without following a link, and its `size`.
+Entry entryOf(const FileHandle& folder, const std::string& name, std::int64_t& size)
+{
+    struct stat status {};
+    if (fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno == ENOENT ? Entry::None : Entry::Unreadable;
+    size = status.st_size;
+    return S_ISREG(status.st_mode) ? Entry::File : Entry::Other;
 }
 
 } // namespace
@@ -43,11 +61,11 @@ std::unique_ptr<UploadStore> UploadStore::open(const std::filesystem::path& root
     std::filesystem::create_directories(root, failed);
     StoreFolders folders;
     folders.root = FileHandle(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const FileHandle own = folders.root ? ownFolder(folders.root, kReservedFolder) : FileHandle();
+    const FileHandle own = folders.root ? openFolder(folders.root, kReservedFolder) : FileHandle();
     if (own) {
-        folders.parts = ownFolder(own, "parts");
-        folders.records = ownFolder(own, "records");
-        folders.drafts = ownFolder(own, "drafts");
+        folders.parts = openFolder(own, "parts");
+        folders.records = openFolder(own, "records");
+        folders.drafts = openFolder(own, "drafts");
     }
     FileHandle lock(
         own ? openat(own.get(), "lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode) : -1);
@@ -56,7 +74,7 @@ std::unique_ptr<UploadStore> UploadStore::open(const std::filesystem::path& root
         return nullptr;
     }
     if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        error = "another service stores under " + root.string();
+        error = "another service uses the folder " + root.string();
         return nullptr;
     }
     return std::unique_ptr<UploadStore>(new UploadStore(std::move(folders), std::move(lock)));
@@ -66,31 +84,138 @@ std::unique_ptr<StoredUpload> UploadStore::upload(const std::string& name, std::
                                                   std::string& error)
 {
     if (!isStorable(name) || size < 0) {
-        error = size < 0 ? "the size is negative" : "the name cannot be stored";
+        error = size < 0 ? "the size is negative" : "the name is not a valid file name";
         return nullptr;
     }
-    if (!take(name)) {
+    if (!reserve(name)) {
         error = "the name is in use by another upload";
         return nullptr;
     }
     std::unique_ptr<StoredUpload> upload(new StoredUpload(*this, name, size));
-    if (!upload->look()) {
+    if (!upload->inspect()) {
         error = upload->error();
         return nullptr;
     }
     return upload;
 }
 
-bool UploadStore::take(const std::string& name)
+bool UploadStore::reserve(const std::string& name)
 {
     const std::lock_guard lock(mutex_);
-    return taken_.insert(name).second;
+    return reserved_.insert(name).second;
 }
 
 void UploadStore::release(const std::string& name)
 {
     const std::lock_guard lock(mutex_);
-    taken_.erase(name);
+    reserved_.erase(name);
+}
+
+StoredUpload::StoredUpload(UploadStore& store, std::string name, std::int64_t size)
+    : store_(store), folders_(store.folders_), name_(std::move(name)), size_(size)
+{
+}
+
+StoredUpload::~StoredUpload()
+{
+    part_.reset(); // before another writer may open it
+    store_.release(name_);
+}
+
+bool StoredUpload::inspect()
+{
+    std::int64_t fileSize = 0;
+    std::int64_t partSize = 0;
+    const Entry file = entryOf(folders_.root, name_, fileSize);
+    const Entry part = entryOf(folders_.parts, name_, partSize);
+    if (file == Entry::Unreadable || part == Entry::Unreadable)
+        return fail("looking for a copy");
+    if (file == Entry::Other || part == Entry::Other) {
+        error_ = "something other than a file has this name";
+        return false;
+    }
+    if (part == Entry::File && partSize > 0) {
+        const std::optional<std::int64_t> whole = readRecord(folders_, name_);
+        held_ = {true, whole == size_ && partSize <= size_, false, partSize};
+    } else if (file == Entry::File) {
+        held_ = {true, fileSize == size_, true, fileSize};
+    }
+    return true;
+}
+
+bool StoredUpload::resume()
+{
+    if (!held_.equal) {
+        error_ = "the copy is of another file and cannot be resumed";
+        return false;
+    }
+    position_ = held_.size;
+    flushedUpTo_ = position_;
+    if (held_.complete)
+        return true;
+    return openPart(0) && (lseek(part_.get(), position_, SEEK_SET) == position_ || fail("seeking"));
+}
+
+// The part is emptied on disk before its record changes. Otherwise a kill in between would leave
+// the old bytes with the new size.
+bool StoredUpload::startOver()
+{
+    if (!openPart(O_CREAT | O_TRUNC))
+        return false;
+    if (fsync(part_.get()) != 0)
+        return fail("emptying the copy");
+    return writeRecord(folders_, name_, size_) || fail("writing the record");
+}
+
+bool StoredUpload::openPart(int flags)
+{
+    part_ = FileHandle(openat(folders_.parts.get(), name_.c_str(),
+                              O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, kFileMode));
+    return static_cast<bool>(part_) || fail("opening the copy");
+}
+
+bool StoredUpload::append(std::span<const char> bytes)
+{
+    if (!writeAll(part_.get(), bytes.data(), bytes.size()))
+        return fail("writing the copy");
+    position_ += static_cast<std::int64_t>(bytes.size());
+    if (position_ - flushedUpTo_ >= kFlushInterval)
+        flushInBackground();
+    return true;
+}
+
+// Waits for the writes that the last call started and starts writing the bytes since then. A
+// failure is reported by the fsync() in complete().
+void StoredUpload::flushInBackground()
+{
+#ifdef SYNC_FILE_RANGE_WRITE
+    sync_file_range(part_.get(), 0, flushedUpTo_, SYNC_FILE_RANGE_WAIT_BEFORE);
+    sync_file_range(part_.get(), flushedUpTo_, position_ - flushedUpTo_, SYNC_FILE_RANGE_WRITE);
+#else
+    fsync(part_.get());
+#endif
+    flushedUpTo_ = position_;
+}
+
+// The record is removed last: without it, a part that was not renamed yet could not be resumed.
+bool StoredUpload::complete()
+{
+    if (!part_)
+        return true;
+    if (fsync(part_.get()) != 0)
+        return fail("flushing the file");
+    part_.reset();
+    if (renameat(folders_.parts.get(), name_.c_str(), folders_.root.get(), name_.c_str()) != 0)
+        return fail("renaming the file");
+    fsync(folders_.root.get());
+    removeRecord(folders_, name_);
+    return true;
+}
+
+bool StoredUpload::fail(const char* what)
+{
+    error_ = std::string(what) + ": " + systemMessage();
+    return false;
 }
 
 } // namespace quenmoor

@@ -1,39 +1,108 @@
 // Resumable storage for uploads under one folder.
 //
-// Finished files lie in the folder under their own names. An unfinished one lies in
-// .quenmoor/parts, with a record of its whole size in .quenmoor/records, and takes its name only
-// when it is whole. A process killed at any moment leaves a copy that can be continued, and never
-// one made of two uploads.
+// A finished file has its own name in the folder. An unfinished one is in .quenmoor/parts, with a
+// record of the size of the whole file in .quenmoor/records, and is renamed once it is complete. A
+// process that is killed at any moment leaves a copy that can be resumed, and never one with bytes
+// of two uploads.
 #pragma once
 
-#include "devservice/stored_upload.h"
-#include "devservice/upload_record.h"
+#include "devservice/store_folders.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <mutex>
 #include <set>
+#include <span>
 #include <string>
 
 namespace quenmoor {
 
+class UploadStore;
+
 // The store's own folder under the root. No upload may have this name.
 inline constexpr const char* kReservedFolder = ".quenmoor";
 
-// Any thread. Outlives the uploads that it opened.
+// The copy that exists under an announced name. An unfinished copy hides a finished one until it
+// replaces it or is emptied; an unfinished copy without bytes does not count.
+struct HeldCopy {
+    bool exists = false;
+    bool equal = false;    // the announced size is the size of the whole file
+    bool complete = false; // finished, under its own name
+    std::int64_t size = 0; // bytes on disk
+};
+
+// One upload into the store. Has exclusive use of its name from UploadStore::upload() until it is
+// destroyed; the bytes appended until then stay on disk. Used by one thread. After a function
+// returned false, error() has the reason and no other function may be called.
+class StoredUpload {
+public:
+    ~StoredUpload();
+    StoredUpload(const StoredUpload&) = delete;
+    StoredUpload& operator=(const StoredUpload&) = delete;
+
+    // The copy as it was when the upload was opened.
+    const HeldCopy& held() const { return held_; }
+
+    // Continues the held copy. Returns false if the copy is not equal, because its bytes belong to
+    // another file. A complete copy has no missing bytes.
+    [[nodiscard]] bool resume();
+
+    // Starts an empty copy. A finished file remains until complete() replaces it.
+    [[nodiscard]] bool startOver();
+
+    // The bytes that are still missing. Requires resume() or startOver().
+    std::int64_t missing() const { return size_ - position_; }
+
+    // The bytes that are held.
+    std::int64_t position() const { return position_; }
+
+    // Requires at most missing() bytes. May wait for the disk.
+    [[nodiscard]] bool append(std::span<const char> bytes);
+
+    // Waits until all bytes are on disk, then renames the copy to the file's own name. Requires
+    // missing() to be 0.
+    [[nodiscard]] bool complete();
+
+    const std::string& error() const { return error_; }
+
+private:
+    friend class UploadStore;
+
+    StoredUpload(UploadStore& store, std::string name, std::int64_t size);
+
+    [[nodiscard]] bool inspect();
+    [[nodiscard]] bool openPart(int flags);
+    void flushInBackground();
+    bool fail(const char* what);
+
+    // Set once at construction.
+    UploadStore& store_;
+    const StoreFolders& folders_;
+    const std::string name_;
+    const std::int64_t size_;
+
+    HeldCopy held_;
+    FileHandle part_; // none while nothing is written
+    std::int64_t position_ = 0;
+    std::int64_t flushedUpTo_ = 0; // the disk was asked to write the bytes before this offset
+    std::string error_;
+};
+
+// Any thread. Must outlive the uploads that it opened.
 class UploadStore {
 public:
-    // Makes the folder and what belongs into it where they are missing, and takes the folder for
-    // this process. Nullptr, with a sentence in `error`, when that cannot be done or another
-    // process holds it.
+    // Creates the folder and its subfolders if they are missing and locks the folder for this
+    // process. Returns nullptr, with a sentence in `error`, if that fails or another process has
+    // the lock.
     [[nodiscard]] static std::unique_ptr<UploadStore> open(const std::filesystem::path& root,
                                                            std::string& error);
 
-    // Takes the name for one writer and looks at what lies there. Changes nothing on disk.
+    // Reserves `name` for one writer and inspects the copy that exists. Changes nothing on disk.
     //
-    // `name` is any file name of 1 to 255 bytes. Nullptr, with the reason in `error`, for a name
-    // that would leave the folder or is the store's own, for a negative size, while another
-    // writer has the name, and when something else than a plain file lies there.
+    // `name` is any file name of 1 to 255 bytes. Returns nullptr, with the reason in `error`, if
+    // the name would leave the folder, is the store's own or is in use by another writer, if the
+    // size is negative, or if something other than a regular file has the name.
     [[nodiscard]] std::unique_ptr<StoredUpload> upload(const std::string& name, std::int64_t size,
                                                        std::string& error);
 
@@ -45,15 +114,15 @@ private:
     {
     }
 
-    [[nodiscard]] bool take(const std::string& name);
+    [[nodiscard]] bool reserve(const std::string& name);
     void release(const std::string& name);
 
     // Set once at construction.
     const StoreFolders folders_;
-    const FileHandle lock_; // as long as it is open, no other process writes here
+    const FileHandle lock_; // while it is open, no other process uses the folder
 
     std::mutex mutex_;
-    std::set<std::string> taken_; // guarded by mutex_
+    std::set<std::string> reserved_; // guarded by mutex_
 };
 
 } // namespace quenmoor

@@ -119,7 +119,7 @@ TEST_F(TransferServerTest, aCopyStaysWhenItIsOfAnotherFileOrTheUploadIsCancelled
 
 TEST_F(TransferServerTest, aFileWithoutBytesGetsTwoSeparateDocuments)
 {
-    transferSettings.limits.betweenDocuments = 400ms;
+    transferSettings.timeouts.closingPause = 400ms;
     startServer();
     UploadClient empty = client();
     expectResponse(empty.announce("empty.mov", 0), {});
@@ -176,8 +176,8 @@ TEST_F(TransferServerTest, manyClientsAreServedAtOnce)
 
 TEST_F(TransferServerTest, clientsThatFallSilentAreLetGo)
 {
-    transferSettings.limits.rendezvous = 1500ms;
-    transferSettings.limits.silence = 300ms;
+    transferSettings.timeouts.rendezvous = 1500ms;
+    transferSettings.timeouts.idle = 300ms;
     startServer();
     UploadClient absent = client();
     ASSERT_TRUE(absent.request("absent.mov", 10));
@@ -189,7 +189,7 @@ TEST_F(TransferServerTest, clientsThatFallSilentAreLetGo)
 
 TEST_F(TransferServerTest, clientsBeyondTheLimitAreTurnedAway)
 {
-    transferSettings.mostSessions = 1;
+    transferSettings.maxSessions = 1;
     startServer();
     UploadClient first = client();
     ASSERT_TRUE(first.announce("first.mov", 10));

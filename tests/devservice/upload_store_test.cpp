@@ -69,7 +69,7 @@ TEST_F(UploadStoreTest, aFileTakesItsNameOnlyWhenItIsWhole)
     auto rest = upload(1000);
     expectHeld(rest, {true, true, false, 400});
     ASSERT_TRUE(rest->resume());
-    EXPECT_EQ(rest->due(), 600);
+    EXPECT_EQ(rest->missing(), 600);
     ASSERT_TRUE(rest->append(std::string_view(content).substr(400)) && rest->complete());
 
     EXPECT_EQ(contentOf(file()), content);
@@ -86,7 +86,7 @@ TEST_F(UploadStoreTest, aCompleteCopyIsEqualWhenItsSizeIs)
     // a client that missed the closing document resumes at the end
     const auto again = upload(12);
     ASSERT_TRUE(again->resume());
-    EXPECT_EQ(again->due(), 0);
+    EXPECT_EQ(again->missing(), 0);
     EXPECT_TRUE(again->complete());
     EXPECT_EQ(contentOf(file()), "twelve bytes");
 }
@@ -147,7 +147,7 @@ TEST_F(UploadStoreTest, aKillBetweenTheTwoStepsLeavesAResumableCopy)
     {
         const auto rest = upload(5);
         ASSERT_TRUE(rest->resume());
-        EXPECT_EQ(rest->due(), 0);
+        EXPECT_EQ(rest->missing(), 0);
         ASSERT_TRUE(rest->complete());
     }
     // renamed, and the record not yet gone
@@ -182,7 +182,7 @@ TEST_F(UploadStoreTest, aKillAtAnyMomentNeverMixesTwoUploads)
                 const std::string block(5'000, turn == 0 ? 'a' : 'b');
                 const auto begun = own->upload("clip.mov", kSizes[turn], error);
                 bool good = begun->startOver();
-                while (good && begun->due() > 0)
+                while (good && begun->missing() > 0)
                     good = begun->append(block);
                 if (!good || !begun->complete())
                     _exit(1);
@@ -256,7 +256,7 @@ TEST_F(UploadStoreTest, sizesBeyondFourGigabytesAreCountedRight)
     const auto rest = upload(kSize);
     expectHeld(rest, {true, true, false, kSize - 1});
     ASSERT_TRUE(rest->resume());
-    EXPECT_EQ(rest->due(), 1);
+    EXPECT_EQ(rest->missing(), 1);
     EXPECT_TRUE(rest->append(std::string_view("y")));
     EXPECT_EQ(std::filesystem::file_size(part()), static_cast<std::uintmax_t>(kSize));
 }

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "devservice/page_server.h"
-#include "devservice/session_store.h"
+#include "devservice/tokens.h"
 #include "devservice/transfer_server.h"
 #include "devservice/upload_store.h"
 #include "engine/system_clock.h"

@@ -1,4 +1,4 @@
-#include "devservice/session_store.h"
+#include "devservice/tokens.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ protected:
     }
     Refusal refusal(std::string_view session, std::string_view name, std::int64_t size)
     {
-        const SessionStore::Answer answer = sessions.issueToken(session, name, size);
+        const SessionStore::IssuedToken answer = sessions.issueToken(session, name, size);
         EXPECT_EQ(answer.token, "");
         return answer.refusal;
     }
@@ -104,7 +104,7 @@ TEST_F(SessionStoreTest, fullStoresRefuseUntilSomethingEnds)
 
     while (!issue(session, "a", 1).empty()) {
     }
-    EXPECT_EQ(refusal(session, "a", 1), Refusal::NoRoom);
+    EXPECT_EQ(refusal(session, "a", 1), Refusal::TooManyTokens);
     now += 600s;
     EXPECT_NE(issue(*sessions.open(""), "a", 1), "");
 }

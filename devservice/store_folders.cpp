@@ -1,4 +1,4 @@
-#include "devservice/upload_record.h"
+#include "devservice/store_folders.h"
 
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
@@ -11,19 +11,19 @@
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kLongestRecord = 4096;
+constexpr std::size_t kMaxRecordBytes = 4096;
 constexpr mode_t kFileMode = 0644;
 
 } // namespace
 
 std::optional<std::int64_t> readRecord(const StoreFolders& folders, const std::string& name)
 {
-    // Not blocking, so that something planted in its place cannot hold the caller.
+    // O_NONBLOCK: opening a FIFO of this name would block otherwise.
     const FileHandle file(openat(folders.records.get(), name.c_str(),
                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file)
         return std::nullopt;
-    std::array<char, kLongestRecord> text{};
+    std::array<char, kMaxRecordBytes> text{};
     const ssize_t length = read(file.get(), text.data(), text.size());
     if (length <= 0)
         return std::nullopt;

@@ -1,4 +1,4 @@
-#include "devservice/request_reader.h"
+#include "devservice/service_documents.h"
 #include "protocol/documents.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
-#include "devservice/request_reader.h"
+#include "devservice/service_documents.h"
 
 #include "base/text.h"
 
-#include <string>
+#include <fmt/format.h>
 
 namespace quenmoor {
 namespace {
@@ -10,7 +10,7 @@ namespace {
 constexpr std::string_view kRequestEnd = "</RequestContainer>";
 constexpr std::string_view kConfirmationEnd = "</ConfirmContainer>";
 
-// Takes the value of the next `element` off the front of `text`, with everything before it.
+// Returns the value of the first `element` in `text` and removes everything up to its end tag.
 std::optional<std::string_view> takeValue(std::string_view& text, const std::string& element)
 {
     const std::string startTag = "<" + element + ">";
@@ -27,7 +27,7 @@ std::optional<std::string_view> takeValue(std::string_view& text, const std::str
     return value;
 }
 
-// The value of `element` from its first start tag to its last end tag.
+// Returns the value of `element` from its first start tag to its last end tag.
 std::optional<std::string_view> widestValue(std::string_view text, const std::string& element)
 {
     const std::string startTag = "<" + element + ">";
@@ -40,7 +40,7 @@ std::optional<std::string_view> widestValue(std::string_view text, const std::st
     return text.substr(from, to - from);
 }
 
-std::optional<bool> flag(const std::optional<std::string_view>& text)
+std::optional<bool> parseFlag(const std::optional<std::string_view>& text)
 {
     if (text == "true")
         return true;
@@ -79,11 +79,28 @@ std::optional<std::size_t> confirmationLength(std::string_view text)
 
 std::optional<ConfirmContainer> readConfirmation(std::string_view text)
 {
-    const auto resume = flag(takeValue(text, "resume"));
-    const auto overwrite = flag(takeValue(text, "overwrite"));
+    const auto resume = parseFlag(takeValue(text, "resume"));
+    const auto overwrite = parseFlag(takeValue(text, "overwrite"));
     if (!resume || !overwrite)
         return std::nullopt;
     return ConfirmContainer{*resume, *overwrite};
+}
+
+std::string responseDocument(const ResponseContainer& response)
+{
+    return buildXML(fmt::format("<exists>{}</exists>\n"
+                                "<equal>{}</equal>\n"
+                                "<complete>{}</complete>\n"
+                                "<size>{}</size>\n"
+                                "<response>{}</response>\n",
+                                response.exists, response.equal, response.complete, response.size,
+                                response.response),
+                    "ResponseContainer");
+}
+
+std::string finishedDocument(std::int64_t size)
+{
+    return buildXML(fmt::format("<size>{}</size>\n", size), "FinishedContainer");
 }
 
 } // namespace quenmoor

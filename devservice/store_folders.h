@@ -1,0 +1,69 @@
+// The open folders of one upload store, and the records in them.
+//
+// Every file of the store is reached relative to one of these descriptors, so that no name and no
+// symbolic link leads out of the store.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace quenmoor {
+
+// Owns one file descriptor; a negative one counts as none.
+class FileHandle {
+public:
+    FileHandle() = default;
+    explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
+    ~FileHandle() { reset(); }
+    FileHandle(FileHandle&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileHandle& operator=(FileHandle&& other) noexcept
+    {
+        if (this != &other) {
+            reset();
+            descriptor_ = std::exchange(other.descriptor_, -1);
+        }
+        return *this;
+    }
+
+    explicit operator bool() const { return descriptor_ >= 0; }
+    int get() const { return descriptor_; }
+
+    void reset()
+    {
+        if (descriptor_ >= 0)
+            ::close(descriptor_);
+        descriptor_ = -1;
+    }
+
+private:
+    int descriptor_ = -1;
+};
+
+struct StoreFolders {
+    FileHandle root;    // finished files, under their own names
+    FileHandle parts;   // unfinished files
+    FileHandle records; // for each unfinished file, the size of the whole
+    FileHandle drafts;  // records that are being written
+};
+
+// Returns the recorded size of the whole file `name`, or nothing if there is no valid record. An
+// unfinished file without a record, or a record without one, identifies no upload.
+[[nodiscard]] std::optional<std::int64_t> readRecord(const StoreFolders& folders,
+                                                     const std::string& name);
+
+// Replaces the record of `name` atomically: after a crash either the old one or the new one
+// exists. Waits for the disk. Returns false, with errno set, if writing failed.
+[[nodiscard]] bool writeRecord(const StoreFolders& folders, const std::string& name,
+                               std::int64_t size);
+
+void removeRecord(const StoreFolders& folders, const std::string& name);
+
+// Writes `count` bytes at the descriptor's position. Returns false, with errno set, if writing
+// failed; some of the bytes may have been written then.
+[[nodiscard]] bool writeAll(int descriptor, const char* bytes, std::size_t count);
+
+} // namespace quenmoor
