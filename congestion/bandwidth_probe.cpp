@@ -5,38 +5,39 @@
 
 namespace quenmoor {
 
-void BandwidthProbe::begin(const SentPackets& flight, double rate, bool queue)
+void BandwidthProbe::begin(const SentPackets& packets, double rate, bool standingQueue)
 {
     rateBefore_ = rate;
-    queueBefore_ = queue;
-    begin_ = flight.next();
+    queueBefore_ = standingQueue;
+    begin_ = packets.next();
     end_ = 0;
-    first_ = last_ = flight.lastArrival();
-    lossesBefore_ = flight.countedLosses();
+    first_ = last_ = packets.lastArrival();
+    lossesBefore_ = packets.countedLosses();
     losses_ = 0;
 }
 
-void BandwidthProbe::watch(const SentPackets& flight)
+void BandwidthProbe::onFeedback(const SentPackets& packets)
 {
-    const Arrival& newest = flight.lastArrival();
+    const Arrival& newest = packets.lastArrival();
     if (newest.high <= begin_) {
         first_ = last_ = newest;
-        lossesBefore_ = flight.countedLosses();
+        lossesBefore_ = packets.countedLosses();
     } else if (end_ == 0 || last_.high < end_) {
         last_ = newest;
-        losses_ = flight.countedLosses() - lossesBefore_;
+        losses_ = packets.countedLosses() - lossesBefore_;
     }
 }
 
-bool BandwidthProbe::judge()
+bool BandwidthProbe::evaluate()
 {
     const auto count = static_cast<double>(last_.high - first_.high);
-    // Two per cent above the usual, and above what chance makes of a few packets.
+    // Two per cent above the usual loss, two standard deviations of it, and four packets, so that
+    // a short probe is not judged by chance.
     const double usual = count * usualLoss_;
     const double tolerated = usual + 2 * std::sqrt(usual) + 0.02 * count + 4;
     const bool shallow = !queueBefore_ && static_cast<double>(losses_) > tolerated;
     const bool grew = rate() > rateBefore_ * (1 + (gain_ - 1) / 2);
-    gain_ = std::clamp(1 + (gain_ - 1) * (shallow ? 0.6 : 1.3), kSmallest, kLargest);
+    gain_ = std::clamp(1 + (gain_ - 1) * (shallow ? 0.6 : 1.3), kMinGain, kMaxGain);
     return grew && !shallow;
 }
 

@@ -1,5 +1,6 @@
-// Whether the path carries more than the model believes: a round at a higher pace, judged by what
-// became of its own packets. Rounds are too coarse for that.
+// Tests whether the path carries more than the bandwidth estimate: one round is sent at a higher
+// rate, and the arrivals and losses of exactly its packets decide. A round of the model covers
+// packets of several rates and is too coarse for that.
 #pragma once
 
 #include "congestion/sent_packets.h"
@@ -9,40 +10,46 @@ namespace quenmoor {
 // Used by one thread at a time.
 class BandwidthProbe {
 public:
-    // The gain of the next probe, 1.06 to 1.25.
+    // The pacing gain of the next probe, 1.06 to 1.25.
     double gain() const { return gain_; }
 
-    // The next packets belong to the probe. `rate` is what is believed in packets a second;
-    // `queue` tells that one stood before.
-    void begin(const SentPackets& flight, double rate, bool queue);
-    void end(const SentPackets& flight) { end_ = flight.next(); }
+    // The packets sent from here to endSending() are the probe. `rate` is the bandwidth estimate in
+    // packets per second. `standingQueue` is true if the path had a queue before.
+    void begin(const SentPackets& packets, double rate, bool standingQueue);
+    void endSending(const SentPackets& packets) { end_ = packets.next(); }
 
-    // After every word from the peer, from begin() to judge().
-    void watch(const SentPackets& flight);
+    // Called after each feedback from begin() to evaluate().
+    void onFeedback(const SentPackets& packets);
 
-    // True when the rate of the probe's packets grew by over half of what was tried, and no more
-    // of them were lost than a shallow buffer explains: then the next probe is smaller by 0.6 of
-    // its excess, else larger by 1.3.
-    bool judge();
-    // By the last of them.
-    bool shallow() const { return gain_ < kLargest; }
+    // Ends the probe and sets the gain of the next one. If the probe lost more than its path
+    // usually does and no queue preceded it, the path has a shallow buffer: the excess of the gain
+    // over 1 is multiplied by 0.6. Otherwise it is multiplied by 1.3.
+    //
+    // Returns true if the path has no shallow buffer and the delivery rate exceeded the estimate by
+    // more than half of the gain's excess: rate() is then the better estimate.
+    bool evaluate();
+
+    // True while the gain is reduced: the path's buffer overflows before its delay can be measured.
+    bool shallowBuffer() const { return gain_ < kMaxGain; }
+
+    // The delivery rate of the probe's packets; 0 while unknown.
     double rate() const { return rateBetween(first_, last_).value_or(0); }
 
-    // The share that was lost in a round of steady sending: the path's own.
-    void learnLoss(double share) { usualLoss_ += (share - usualLoss_) / 4; }
+    // Updates the share of packets that the path loses at a steady rate.
+    void learnUsualLoss(double share) { usualLoss_ += (share - usualLoss_) / 4; }
 
 private:
-    static constexpr double kLargest = 1.25;
-    static constexpr double kSmallest = 1.06;
+    static constexpr double kMaxGain = 1.25;
+    static constexpr double kMinGain = 1.06;
 
-    double gain_ = kLargest;
+    double gain_ = kMaxGain;
     double usualLoss_ = 0;
     double rateBefore_ = 0;
     bool queueBefore_ = false;
-    std::int64_t begin_ = 0; // the first of its packets
-    std::int64_t end_ = 0;   // one above the last, 0 while it runs
-    Arrival first_;          // around the arrivals of its packets
-    Arrival last_;
+    std::int64_t begin_ = 0; // the first number of the probe
+    std::int64_t end_ = 0;   // one above the last, 0 while it is being sent
+    Arrival first_;          // the last arrival before the probe's packets
+    Arrival last_;           // the last arrival of the probe's packets
     std::int64_t lossesBefore_ = 0;
     std::int64_t losses_ = 0;
 };

@@ -1,93 +1,112 @@
 #include "congestion/pacer.h"
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
+#include <limits>
 
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kPayload = 1456; // of a packet; every block ends with a packet of its own
-constexpr double kFewPackets = 48;     // four blocks
-constexpr double kShortTime = 1'000;
-constexpr double kBunchTime = 12'000;
-constexpr double kMostLateness = 2'000;
-constexpr Micros kPatience = 10'000'000; // the library's own, for room to send
-constexpr Micros kPoll = 200;
-
-Micros steadyNow()
-{
-    using namespace std::chrono;
-    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
-}
+constexpr std::size_t kPayload = 1456; // bytes in a packet; the last packet of a block is shorter
+constexpr double kMinBacklogPackets = 48; // four blocks
+constexpr double kMinBacklogTime = 1'000;
+constexpr double kBurstTime = 12'000; // one and a half of the library's longest sleeps
+constexpr double kMaxCatchUp = 2'000;
+constexpr Micros kStallTimeout = 10'000'000; // also the library's limit for room in its buffer
+constexpr Micros kNever = std::numeric_limits<Micros>::max();
 
 } // namespace
 
-bool Pacer::set(const Feed& feed)
+bool Pacer::setPath(const PathState& path)
+{
+    bool wake = false;
+    bool libraryPaces = false;
+    {
+        const std::lock_guard lock(mutex_);
+        path_ = path;
+        libraryPaces = libraryPaces_ = path.retransmitting || backlog_ > minBacklog();
+        wake = waiterMayRunEarlier();
+    }
+    if (wake)
+        condition_.notify_one();
+    return libraryPaces;
+}
+
+void Pacer::onPacketSent(Micros now)
+{
+    bool wake = false;
+    {
+        const std::lock_guard lock(mutex_);
+        backlog_ = std::max<std::int64_t>(backlog_ - 1, 0); // messages do not pass the pacer
+        lastProgress_ = now;
+        wake = waiterMayRunEarlier();
+    }
+    if (wake)
+        condition_.notify_one();
+}
+
+void Pacer::onAcknowledged(Micros now)
 {
     const std::lock_guard lock(mutex_);
-    feed_ = feed;
-    libraryPaces_ = feed.resending || ahead_ > few();
-    return libraryPaces_;
+    lastProgress_ = now;
 }
 
-void Pacer::packetSent()
+std::int64_t Pacer::minBacklog() const
 {
-    const std::lock_guard lock(mutex_);
-    ahead_ = std::max<std::int64_t>(ahead_ - 1, 0); // documents do not pass here
-    ++progress_;
+    return static_cast<std::int64_t>(
+        std::max(kMinBacklogPackets, kMinBacklogTime / path_.packetInterval));
 }
 
-void Pacer::acknowledged()
+std::int64_t Pacer::backlogLimit() const
 {
-    const std::lock_guard lock(mutex_);
-    ++progress_;
+    if (!path_.retransmitting || path_.shallowBuffer)
+        return minBacklog();
+    return static_cast<std::int64_t>(kMinBacklogPackets + kBurstTime / path_.packetInterval);
 }
 
-std::int64_t Pacer::few() const
+// The earliest time for a block of this size; kNever while the backlog has no room for it. A block
+// larger than the limit needs an empty backlog.
+Micros Pacer::releaseTime(std::int64_t packets) const
 {
-    return static_cast<std::int64_t>(std::max(kFewPackets, kShortTime / feed_.period));
+    if (backlog_ > 0 && backlog_ + packets > backlogLimit())
+        return kNever;
+    const bool timed = !libraryPaces_ || path_.shallowBuffer;
+    return timed ? static_cast<Micros>(nextRelease_) : 0;
 }
 
-std::int64_t Pacer::room() const
+// True once for every change by which the waiting block may be released before its thread wakes.
+// The library calls for each packet with a lock of its own held, so that a needless signal would
+// cost throughput.
+bool Pacer::waiterMayRunEarlier()
 {
-    if (!feed_.resending || feed_.shortQueue)
-        return few();
-    return static_cast<std::int64_t>(kFewPackets + kBunchTime / feed_.period);
+    if (waiting_ == 0)
+        return false;
+    const Micros release = releaseTime(waiting_);
+    if (release >= wakeTime_)
+        return false;
+    wakeTime_ = release;
+    return true;
 }
 
-std::optional<Micros> Pacer::admit(std::size_t bytes, Micros now)
+bool Pacer::waitToSend(std::size_t bytes)
 {
-    const std::lock_guard lock(mutex_);
     const auto packets = static_cast<std::int64_t>((bytes + kPayload - 1) / kPayload);
-    const bool timed = !libraryPaces_ || feed_.shortQueue;
-    Micros wait = timed ? static_cast<Micros>(due_) - now : 0;
-    if (ahead_ > 0 && ahead_ + packets > room()) // a block of any size goes sometime
-        wait = std::max(wait, kPoll);
-    if (wait <= 0) {
-        due_ = std::max(due_, static_cast<double>(now) - kMostLateness) +
-               feed_.period * static_cast<double>(packets);
-        ahead_ += packets;
-        progressAt_.reset();
-        return 0;
+    std::unique_lock lock(mutex_);
+    Micros now = clock_->now();
+    const Micros began = now;
+    while (releaseTime(packets) > now) {
+        const Micros deadline = std::max(began, lastProgress_) + kStallTimeout;
+        if (now >= deadline)
+            return false;
+        wakeTime_ = std::min(releaseTime(packets), deadline);
+        waiting_ = packets;
+        clock_->waitUntil(condition_, lock, wakeTime_);
+        waiting_ = 0;
+        now = clock_->now();
     }
-    if (!progressAt_ || progress_ != progressBefore_) {
-        progressAt_ = now;
-        progressBefore_ = progress_;
-    }
-    if (now - *progressAt_ >= kPatience)
-        return std::nullopt;
-    return wait;
-}
-
-bool Pacer::pass(std::size_t bytes)
-{
-    while (const auto wait = admit(bytes, steadyNow())) {
-        if (*wait == 0)
-            return true;
-        std::this_thread::sleep_for(std::chrono::microseconds(*wait));
-    }
-    return false;
+    nextRelease_ = std::max(nextRelease_, static_cast<double>(now) - kMaxCatchUp) +
+                   path_.packetInterval * static_cast<double>(packets);
+    backlog_ += packets;
+    return true;
 }
 
 } // namespace quenmoor

@@ -1,69 +1,85 @@
-// Feeds the transport library block by block, at the pace of the path.
+// Releases the blocks of a file to the transport library at the rate of the path.
 //
-// The library can pace by itself, but its thread sleeps for 4 to 8 ms at a time and then sends all
-// that is due at once: more than a short queue holds, and in a long one half of it is delay. The
-// caller's thread sleeps to a twentieth of a millisecond. So the library is handed what may go out
-// now and sends it without a pace of its own. It paces only what does not pass here: packets that
-// go out again, and what has gathered behind them.
+// The library can pace by itself, but its sending thread sleeps for 4 to 8 ms at a time and then
+// sends all packets that are due: a burst that overflows a short queue and adds delay to a long
+// one. The caller's thread sleeps to within 0.1 ms. The pacer therefore gives the library only what
+// is due, and the library sends it at once. The library paces only what does not pass the pacer,
+// which is retransmissions, and the backlog that forms behind them.
 //
-// A block is due when the ones before have had their time, packets * period; a late caller makes
-// up for 2 ms at most. It waits as well while the library has not sent max(48 packets, 1 ms of
-// them). While packets go out again there is no time, and room for 12 ms more, one and a half
-// sleeps of the library; not so on a short queue, where its bunches would be lost again.
+// A block is due when the blocks before it have had their time; a late caller catches up by 2 ms at
+// most. In addition a block waits while the library's backlog of unsent packets is at its limit.
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
+#include <memory>
 #include <mutex>
-#include <optional>
 
-#include "congestion/sent_packets.h"
+#include "congestion/delivery_rate.h"
 
 namespace quenmoor {
 
-// What the model says of the path, after every word from the peer.
-struct Feed {
-    double period = 100;     // microseconds between two packets
-    bool resending = false;  // packets are missing, or all go out again
-    bool shortQueue = false; // the path's queue is too short to show itself
+// The monotonic clock by which a pacer sends. Any thread.
+class PacingClock {
+public:
+    virtual ~PacingClock() = default;
+
+    virtual Micros now() const = 0;
+
+    // Blocks until `condition` is notified or the time `until`; may return earlier. `lock` is held
+    // at the call and at the return, and not while the thread is blocked.
+    virtual void waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                           Micros until) const = 0;
 };
 
-// Any thread, but for admit() and pass().
+// What the pacer needs to know of the path.
+struct PathState {
+    double packetInterval = 100; // microseconds between two packets
+    bool retransmitting = false; // packets are missing, or all in flight are being sent again
+    bool shallowBuffer = false;  // the path's queue overflows before its delay can be measured
+};
+
+// Any thread, except for waitToSend(). Every time that is passed comes from the pacer's clock.
 class Pacer {
 public:
-    // True when the library has to pace by itself now; false when it may send all it has.
-    [[nodiscard]] bool set(const Feed& feed);
+    explicit Pacer(std::shared_ptr<const PacingClock> clock) : clock_(std::move(clock)) {}
 
-    // The library has sent a packet for the first time.
-    void packetSent();
+    // Sets the rate of the blocks that follow. Returns true if the library must pace what it sends
+    // until the next call, false if it may send its backlog at once.
+    [[nodiscard]] bool setPath(const PathState& path);
 
-    // The peer has more than before.
-    void acknowledged();
+    // Records that the library sent a packet for the first time.
+    void onPacketSent(Micros now);
 
-    // The sending thread only. 0 when a block of `bytes` may be handed over now, and is counted
-    // as such; else the microseconds after which to ask again. Nothing when ten seconds of
-    // asking have seen no packet sent and none acknowledged.
-    [[nodiscard]] std::optional<Micros> admit(std::size_t bytes, Micros now);
+    // Records that the peer acknowledged packets.
+    void onAcknowledged(Micros now);
 
-    // The sending thread only. Blocks until the block is admitted; false when admit() gives up.
-    [[nodiscard]] bool pass(std::size_t bytes);
+    // Blocks until a block of `bytes` may be given to the library, and adds it to the backlog.
+    // Returns false if for ten seconds of waiting no packet was sent and none was acknowledged.
+    // One thread only.
+    [[nodiscard]] bool waitToSend(std::size_t bytes);
 
 private:
-    // Packets, with mutex_ held: what may always wait in the library, and what may now.
-    std::int64_t few() const;
-    std::int64_t room() const;
+    // All with mutex_ held.
+    std::int64_t minBacklog() const;   // packets the library may always hold
+    std::int64_t backlogLimit() const; // packets the library may hold now
+    Micros releaseTime(std::int64_t packets) const;
+    bool waiterMayRunEarlier();
+
+    // Set once at construction.
+    const std::shared_ptr<const PacingClock> clock_;
 
     std::mutex mutex_;
+    std::condition_variable condition_; // signals that a block may be released before wakeTime_
 
     // Guarded by mutex_.
-    Feed feed_;
+    PathState path_;
     bool libraryPaces_ = false;
-    std::int64_t ahead_ = 0;    // packets handed over and not sent
-    std::int64_t progress_ = 0; // packets sent, and acknowledgements
-
-    // Sending thread only.
-    double due_ = 0; // when the next block is
-    std::int64_t progressBefore_ = 0;
-    std::optional<Micros> progressAt_; // of the library, while a block waits
+    std::int64_t backlog_ = 0; // packets given to the library and not yet sent
+    Micros lastProgress_ = 0;  // when a packet was last sent or acknowledged
+    double nextRelease_ = 0;   // when the next block is due
+    std::int64_t waiting_ = 0; // packets of the block that waits, 0 for none
+    Micros wakeTime_ = 0;      // when its thread wakes without a signal
 };
 
 } // namespace quenmoor

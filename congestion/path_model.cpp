@@ -5,21 +5,29 @@
 namespace quenmoor {
 namespace {
 
+// docs/congestion.md has the source of each constant.
 constexpr double kStartUpGain = 2.8;
-constexpr double kSlowGain = 0.5;  // drain and renew
-constexpr double kSeekGain = 0.35; // until the first answer after a time-out
-constexpr double kRecoverGain = 0.75;
-constexpr double kQueueGain = 0.97;
-constexpr double kSlowestRate = 20; // packets a second, 230 kbit/s
+constexpr double kDrainGain = 0.5; // Drain and ProbeRtt
+constexpr double kStandingQueueGain = 0.97;
+constexpr double kTimeoutGain = 0.35;  // until the first acknowledgement after a timeout
+constexpr double kRecoveryGain = 0.75; // from then until the end of the recovery
 
-constexpr Micros kShortestRound = 20'000;
-constexpr Micros kTick = 8'000; // the library wakes every 4 to 8 ms
-constexpr double kSpare = 48;   // packets: four acknowledgements
+constexpr int kDrainRounds = 4;
+constexpr int kCruiseRounds = 6;
+constexpr int kCruiseRoundsAfterDrain = 2;
+constexpr int kProbeRttRounds = 2;
 
-constexpr double kLeastStartUp = 64; // packets
+constexpr double kMinBandwidth = 20; // packets per second, 230 kbit/s
+constexpr Micros kMinRound = 20'000;
+constexpr Micros kLibrarySleep = 8'000; // the longest sleep of the library's sending thread
 
-constexpr std::int64_t kFewLosses = 8;
-constexpr double kToleratedLoss = 0.06;
+// Packets.
+constexpr double kInitialWindow = 32;
+constexpr double kMinStartUpWindow = 64;
+constexpr double kWindowMargin = 48; // four blocks, each of which is acknowledged once
+constexpr std::int64_t kMinHeavyLosses = 8;
+
+constexpr double kHeavyLossShare = 0.06; // of the packets of a round
 
 double seconds(Micros time)
 {
@@ -29,135 +37,136 @@ double seconds(Micros time)
 } // namespace
 
 PathModel::PathModel(std::int64_t first, Micros now)
-    : flight_(first, now),
-      roundTrip_(now),
-      allowance_(now),
-      roundStart_(flight_.lastArrival()),
+    : packets_(first, now),
+      rtt_(now),
+      appLimit_(now),
+      roundStart_(packets_.lastArrival()),
       roundBegan_(now),
       roundEnd_(first),
-      arrivedAt_(now),
-      recoverUntil_(first)
+      lastArrivalAt_(now),
+      recoveryEnd_(first)
 {
-    arrivals_.push_back(roundStart_);
+    startUpArrivals_.push_back(roundStart_);
 }
 
-double PathModel::rate() const
+double PathModel::bandwidth() const
 {
     const double known = rates_.maximum();
-    return known > 0 ? std::max(known, kSlowestRate) : 0;
+    return known > 0 ? std::max(known, kMinBandwidth) : 0;
 }
 
-// What the pace lets through, in packets a second.
-double PathModel::allowed() const
+// Packets per second at the current pace.
+double PathModel::allowedRate() const
 {
-    return 1e6 * kPairs / pace_.period;
+    return 1e6 * kPacketPairFactor / pace_.libraryPeriod;
 }
 
-void PathModel::sent(std::int64_t number, Micros now)
+void PathModel::onSent(std::int64_t number, Micros now)
 {
-    const bool rested = allowance_.sent(now, allowed(), held_) && flight_.out() == 0;
-    flight_.sent(number, now, allowance_.unused());
-    held_ = static_cast<double>(flight_.out() + 1) > pace_.window;
-    if (rested) {
-        flight_.measureFrom(now, allowance_.unused());
-        arrivals_.assign(1, flight_.lastArrival());
-        arrivedAt_ = now;
+    const bool afterPause =
+        appLimit_.onSent(now, allowedRate(), windowFull_) && packets_.inFlight() == 0;
+    packets_.onSent(number, now, appLimit_.unused());
+    windowFull_ = static_cast<double>(packets_.inFlight() + 1) > pace_.window;
+    if (afterPause) {
+        packets_.restartRateSample(now, appLimit_.unused());
+        startUpArrivals_.assign(1, packets_.lastArrival());
+        lastArrivalAt_ = now;
     }
 }
 
-void PathModel::acknowledged(std::int64_t next, Micros now)
+void PathModel::onAcknowledged(std::int64_t next, Micros now)
 {
-    settle(flight_.acknowledged(next, now), now);
+    onFeedback(packets_.onAcknowledged(next, now), now);
 }
 
-void PathModel::reported(NumberRange lost, Micros now)
+void PathModel::onReportedLost(NumberRange lost, Micros now)
 {
-    settle(flight_.reported(lost, now), now);
+    onFeedback(packets_.onReportedLost(lost, now), now);
 }
 
-void PathModel::timedOut(Micros now)
+void PathModel::onTimeout(Micros now)
 {
-    ++silent_;
-    // The library sends everything again only when nothing waits to be sent again.
-    if (!flight_.resendsWaiting() && flight_.out() > 0) {
-        const std::int64_t ack = flight_.acknowledgedUpTo();
-        if (recovering() && ack == timedOutAck_) {
-            repeated_ = true;
-            if (rate() > 0)
-                rates_.restart(rate() / 2);
+    ++timeoutsInARow_;
+    // The library retransmits everything only if no retransmission is pending.
+    if (!packets_.retransmissionPending() && packets_.inFlight() > 0) {
+        const std::int64_t ack = packets_.acknowledgedUpTo();
+        if (recovering() && ack == ackAtTimeout_) {
+            repeatedTimeout_ = true;
+            if (bandwidth() > 0)
+                rates_.restart(bandwidth() / 2);
         }
-        timedOutAck_ = ack;
-        recoverUntil_ = flight_.next();
-        flight_.timedOut(now);
+        ackAtTimeout_ = ack;
+        recoveryEnd_ = packets_.next();
+        packets_.onTimeout(now);
     }
-    if (roundOver(now))
+    if (isRoundOver(now))
         endRound(now);
-    setPace(now);
+    updatePace(now);
 }
 
-// After every word from the peer.
-void PathModel::settle(std::optional<Micros> sample, Micros now)
+void PathModel::onFeedback(std::optional<Micros> rttSample, Micros now)
 {
-    silent_ = 0;
-    longestGap_ = std::max(longestGap_, now - arrivedAt_);
-    arrivedAt_ = flight_.lastArrival().time;
-    if (sample)
-        roundTrip_.add(*sample, now);
-    if (repeated_ && !recovering()) {
-        repeated_ = false;
-        enter(Phase::StartUp, 0);
+    timeoutsInARow_ = 0;
+    longestGap_ = std::max(longestGap_, now - lastArrivalAt_);
+    lastArrivalAt_ = packets_.lastArrival().time;
+    if (rttSample)
+        rtt_.add(*rttSample, now);
+    if (repeatedTimeout_ && !recovering()) {
+        repeatedTimeout_ = false;
+        enterPhase(Phase::StartUp, 0);
     }
     if (phase_ == Phase::StartUp)
-        watchStartUp(sample, now);
-    if (phase_ == Phase::Drain && drained(sample))
-        enter(Phase::Cruise, 2);
-    if (phase_ == Phase::Up || phase_ == Phase::Down)
-        probe_.watch(flight_);
-    if (roundOver(now))
+        checkStartUp(rttSample, now);
+    if (phase_ == Phase::Drain && isDrained(rttSample))
+        enterPhase(Phase::Cruise, kCruiseRoundsAfterDrain);
+    if (phase_ == Phase::ProbeUp || phase_ == Phase::ProbeDown)
+        probe_.onFeedback(packets_);
+    if (isRoundOver(now))
         endRound(now);
-    setPace(now);
+    updatePace(now);
 }
 
-void PathModel::watchStartUp(std::optional<Micros> sample, Micros now)
+void PathModel::checkStartUp(std::optional<Micros> rttSample, Micros now)
 {
-    sampleStartUp();
-    if (sample)
-        lateSamples_ = *sample > roundTrip_.above(1.0 / 8, 5000) ? lateSamples_ + 1 : 0;
-    const Round running = measure();
-    const bool heavy = running.lost >= kFewLosses && running.lossShare > 2 * kToleratedLoss;
-    if (heavy)
-        endRound(now); // which cuts the rate and ends start-up
-    else if (lateSamples_ >= 3)
+    sampleStartUpRate();
+    if (rttSample)
+        elevatedRttSamples_ =
+            *rttSample > rtt_.minRttPlus(1.0 / 8, 5000) ? elevatedRttSamples_ + 1 : 0;
+    const Round current = measureRound();
+    if (current.lost >= kMinHeavyLosses && current.lossShare > 2 * kHeavyLossShare)
+        endRound(now); // cuts the bandwidth and ends start-up
+    else if (elevatedRttSamples_ >= 3)
         leaveStartUp();
 }
 
-// Takes the rate of the last max(8 ms, 0.9 minimum) at every arrival: a whole round would be
-// waited for in vain while the rate doubles.
-void PathModel::sampleStartUp()
+// Samples the rate of the last max(8 ms, 0.9 min RTT) at every arrival. The mean of a whole round
+// would lag behind a rate that doubles within it.
+void PathModel::sampleStartUpRate()
 {
-    const Arrival& newest = flight_.lastArrival();
-    if (newest.high == arrivals_.back().high)
+    const Arrival& newest = packets_.lastArrival();
+    if (newest.high == startUpArrivals_.back().high)
         return;
-    arrivals_.push_back(newest);
-    const Micros span = std::max<Micros>(8000, roundTrip_.minimum() * 9 / 10);
+    startUpArrivals_.push_back(newest);
+    const Micros span = std::max(kLibrarySleep, rtt_.minRtt() * 9 / 10);
     const auto isOld = [&](const Arrival& arrival) { return newest.time - arrival.time >= span; };
-    const auto young = std::find_if_not(arrivals_.begin(), arrivals_.end(), isOld);
-    if (young == arrivals_.begin())
+    const auto recent = std::find_if_not(startUpArrivals_.begin(), startUpArrivals_.end(), isOld);
+    if (recent == startUpArrivals_.begin())
         return;
-    arrivals_.erase(arrivals_.begin(), young - 1);
-    const Arrival& old = arrivals_.front();
+    startUpArrivals_.erase(startUpArrivals_.begin(), recent - 1);
+    const Arrival& old = startUpArrivals_.front();
     const std::optional<double> rate = rateBetween(old, newest);
     const double known = rates_.maximum();
-    if (rate && (usedUp(old, newest) || (known > 0 && *rate > known)))
+    if (rate && (paceLimited(old, newest) || (known > 0 && *rate > known)))
         rates_.add(*rate);
 }
 
-// Between the two arrivals the sender used what it was allowed, but for a quarter.
-bool PathModel::usedUp(const Arrival& from, const Arrival& to) const
+// True if the application left less than a quarter of what the pace allowed unused between the two
+// arrivals, and does not pause now.
+bool PathModel::paceLimited(const Arrival& from, const Arrival& to) const
 {
     const auto count = static_cast<double>(to.high - from.high);
-    const bool resting = !held_ && allowance_.unusedAt(to.time, allowed()) > 0;
-    return to.unused - from.unused < count / 4 && !resting;
+    const bool pausing = !windowFull_ && appLimit_.unusedSinceLast(to.time, allowedRate()) > 0;
+    return to.unused - from.unused < count / 4 && !pausing;
 }
 
 void PathModel::leaveStartUp()
@@ -165,212 +174,221 @@ void PathModel::leaveStartUp()
     rates_.keepNewest(2);
     // A short file may end start-up before any rate is known.
     if (rates_.maximum() <= 0)
-        rates_.restart(32 / seconds(roundTrip_.smoothed()));
-    enter(Phase::Drain, 4);
+        rates_.restart(kInitialWindow / seconds(rtt_.smoothedRtt()));
+    enterPhase(Phase::Drain, kDrainRounds);
 }
 
-bool PathModel::drained(std::optional<Micros> sample) const
+bool PathModel::isDrained(std::optional<Micros> rttSample) const
 {
-    const double product = rate() * seconds(roundTrip_.minimum());
-    return (sample && *sample <= roundTrip_.above(1.0 / 16, 2000)) ||
-           (static_cast<double>(flight_.unheard()) <= 1.02 * product &&
-            static_cast<double>(flight_.missing()) <= product / 8);
+    const double bdp = bandwidth() * seconds(rtt_.minRtt());
+    return (rttSample && *rttSample <= rtt_.minRttPlus(1.0 / 16, 2000)) ||
+           (static_cast<double>(packets_.sentAboveArrived()) <= 1.02 * bdp &&
+            static_cast<double>(packets_.missing()) <= bdp / 8);
 }
 
-bool PathModel::roundOver(Micros now) const
+bool PathModel::isRoundOver(Micros now) const
 {
     const Micros age = now - roundBegan_;
-    if (age >= std::max(kShortestRound, roundTrip_.smoothed()) * 5 / 2)
+    if (age >= std::max(kMinRound, rtt_.smoothedRtt()) * 5 / 2)
         return true;
-    return flight_.lastArrival().high > roundEnd_ &&
-           age >= std::max(kShortestRound, roundTrip_.minimum() * 9 / 10);
+    return packets_.lastArrival().high > roundEnd_ &&
+           age >= std::max(kMinRound, rtt_.minRtt() * 9 / 10);
 }
 
-PathModel::Round PathModel::measure() const
+PathModel::Round PathModel::measureRound() const
 {
-    const Arrival& end = flight_.lastArrival();
+    const Arrival& end = packets_.lastArrival();
     Round round;
     round.rate = rateBetween(roundStart_, end);
     const auto count = static_cast<double>(end.high - roundStart_.high);
-    round.atLimit = usedUp(roundStart_, end);
-    round.queue = roundTrip_.ofRound().value_or(0) > roundTrip_.above(1.0 / 8, 4000);
-    round.lost = flight_.countedLosses() - roundLosses_;
+    round.paceLimited = paceLimited(roundStart_, end);
+    round.standingQueue = rtt_.roundMinRtt() > rtt_.minRttPlus(1.0 / 8, 4000);
+    round.lost = packets_.countedLosses() - lossesBeforeRound_;
     round.lossShare = count > 0 ? std::min(static_cast<double>(round.lost) / count, 1.0) : 0;
     return round;
 }
 
 void PathModel::endRound(Micros now)
 {
-    const Round round = measure();
+    const Round round = measureRound();
     ++rounds_;
     learnRate(round);
-    if (round.lost >= kFewLosses && round.lossShare > kToleratedLoss)
-        cutRate(round);
-    if (roundTrip_.ofRound().value_or(0) > roundTrip_.above(1.5, 10'000))
-        rates_.keepNewest(3); // the path is slower than it was
-    turn(round, now);
-    queueStands_ = round.queue;
+    if (round.lost >= kMinHeavyLosses && round.lossShare > kHeavyLossShare)
+        cutBandwidth(round);
+    if (rtt_.roundMinRtt() > rtt_.minRttPlus(1.5, 10'000))
+        rates_.keepNewest(3); // the path has become slower
+    advancePhase(round, now);
+    standingQueue_ = round.standingQueue;
 
-    sendRate_ = static_cast<double>(flight_.next() - roundEnd_) /
-                std::max(seconds(now - roundBegan_), 1e-3);
-    roundStart_ = flight_.lastArrival();
+    previousSendRate_ = static_cast<double>(packets_.next() - roundEnd_) /
+                        std::max(seconds(now - roundBegan_), 1e-3);
+    roundStart_ = packets_.lastArrival();
     roundBegan_ = now;
-    roundEnd_ = flight_.next();
-    roundLosses_ = flight_.countedLosses();
-    roundTrip_.beginRound();
-    longestGapBefore_ = longestGap_;
+    roundEnd_ = packets_.next();
+    lossesBeforeRound_ = packets_.countedLosses();
+    rtt_.beginRound();
+    previousLongestGap_ = longestGap_;
     longestGap_ = 0;
 }
 
-// Slow rounds that the sender chose count only upwards.
+// A round that the sender itself slowed down may raise the estimate but never lowers it.
 void PathModel::learnRate(const Round& round)
 {
     if (!round.rate || phase_ == Phase::StartUp)
         return;
-    const bool chosen =
-        !round.atLimit || recovering() || phase_ == Phase::Drain || phase_ == Phase::Renew;
-    if (chosen && *round.rate <= rates_.maximum())
+    const bool slowedDown =
+        !round.paceLimited || recovering() || phase_ == Phase::Drain || phase_ == Phase::ProbeRtt;
+    if (slowedDown && *round.rate <= rates_.maximum())
         return;
-    rates_.nextRound();
+    rates_.beginRound();
     rates_.add(*round.rate);
 }
 
-void PathModel::cutRate(const Round& round)
+void PathModel::cutBandwidth(const Round& round)
 {
-    const double now = rate();
-    if (now <= 0)
+    const double before = bandwidth();
+    if (before <= 0)
         return;
-    const double carried = std::max(round.rate.value_or(0), sendRate_ * (1 - round.lossShare));
-    rates_.restart(std::min(now, std::max(carried, now / 2)));
-    flight_.countLossesAnew();
+    const double delivered =
+        std::max(round.rate.value_or(0), previousSendRate_ * (1 - round.lossShare));
+    rates_.restart(std::min(before, std::max(delivered, before / 2)));
+    packets_.ignoreLossesOfSentPackets();
 }
 
-void PathModel::turn(const Round& round, Micros now)
+void PathModel::advancePhase(const Round& round, Micros now)
 {
     if (phase_ == Phase::StartUp) {
-        turnStartUp(round);
+        endStartUpRound(round);
         return;
     }
     if (phase_ == Phase::Cruise)
-        probe_.learnLoss(round.lossShare);
-    if (--roundsLeft_ > 0)
+        probe_.learnUsualLoss(round.lossShare);
+    if (--phaseRoundsLeft_ > 0)
         return;
     switch (phase_) {
     case Phase::Cruise:
-        if (roundTrip_.stale(now)) {
-            roundTrip_.beginRenewal();
-            enter(Phase::Renew, 2);
+        if (rtt_.minRttExpired(now)) {
+            rtt_.beginProbeRtt();
+            enterPhase(Phase::ProbeRtt, kProbeRttRounds);
         } else {
-            enter(Phase::Up, 1);
+            enterPhase(Phase::ProbeUp, 1);
         }
         break;
-    case Phase::Up:
-        probe_.end(flight_);
-        enter(Phase::Down, 1);
+    case Phase::ProbeUp:
+        probe_.endSending(packets_);
+        enterPhase(Phase::ProbeDown, 1);
         break;
-    case Phase::Down:
-        if (probe_.judge() && !round.queue) {
+    case Phase::ProbeDown:
+        if (probe_.evaluate() && !round.standingQueue) {
             rates_.add(probe_.rate());
-            enter(Phase::Up, 1);
+            enterPhase(Phase::ProbeUp, 1);
         } else {
-            enter(Phase::Cruise, 6);
+            enterPhase(Phase::Cruise, kCruiseRounds);
         }
         break;
-    case Phase::Renew:
-        roundTrip_.endRenewal(now);
-        enter(Phase::Cruise, 6);
+    case Phase::ProbeRtt:
+        rtt_.endProbeRtt(now);
+        enterPhase(Phase::Cruise, kCruiseRounds);
         break;
-    default: enter(Phase::Cruise, 2); break;
+    case Phase::Drain:
+    case Phase::StartUp: enterPhase(Phase::Cruise, kCruiseRoundsAfterDrain); break;
     }
 }
 
-void PathModel::turnStartUp(const Round& round)
+void PathModel::endStartUpRound(const Round& round)
 {
-    if (round.atLimit)
-        rates_.nextRound();
+    if (round.paceLimited)
+        rates_.beginRound();
     const double best = rates_.maximum();
     if (best > 1.25 * grownTo_) {
         grownTo_ = best;
         flatRounds_ = 0;
-    } else if (round.atLimit && best > 0) {
-        flatRounds_ += round.lost == 0 ? 2 : 1; // holes keep the news back
+    } else if (round.paceLimited && best > 0) {
+        flatRounds_ += round.lost == 0 ? 2 : 1; // missing packets delay the feedback on growth
     }
-    ++roundsLeft_; // counts up: how many there were
-    const bool queue =
-        roundsLeft_ > 3 && roundTrip_.ofRound().value_or(0) > roundTrip_.above(0.5, 4000);
-    const bool heavy = round.lost >= kFewLosses && round.lossShare > kToleratedLoss;
+    ++startUpRounds_;
+    const bool queue = startUpRounds_ > 3 && rtt_.roundMinRtt() > rtt_.minRttPlus(0.5, 4000);
+    const bool heavy = round.lost >= kMinHeavyLosses && round.lossShare > kHeavyLossShare;
     if (flatRounds_ >= 6 || queue || heavy)
         leaveStartUp();
 }
 
-void PathModel::enter(Phase phase, int rounds)
+void PathModel::enterPhase(Phase phase, int rounds)
 {
     phase_ = phase;
-    roundsLeft_ = rounds;
+    phaseRoundsLeft_ = rounds;
     if (phase == Phase::StartUp) {
-        arrivals_.assign(1, flight_.lastArrival());
-        lateSamples_ = 0;
+        startUpArrivals_.assign(1, packets_.lastArrival());
+        startUpRounds_ = 0;
+        elevatedRttSamples_ = 0;
         flatRounds_ = 0;
         grownTo_ = 0;
-    } else if (phase == Phase::Up) {
-        probe_.begin(flight_, rate(), queueStands_);
+    } else if (phase == Phase::ProbeUp) {
+        probe_.begin(packets_, bandwidth(), standingQueue_);
     }
 }
 
 double PathModel::gain() const
 {
-    // After a time-out everything goes out again, though usually one packet was missing and the
-    // rest has arrived. Little is sent until that is known.
+    // After a timeout the library retransmits everything in flight, although usually one packet was
+    // missing and the rest has arrived. The rate stays low until feedback states what is missing.
     if (recovering())
-        return flight_.acknowledgedUpTo() == timedOutAck_ ? kSeekGain : kRecoverGain;
+        return packets_.acknowledgedUpTo() == ackAtTimeout_ ? kTimeoutGain : kRecoveryGain;
     switch (phase_) {
     case Phase::StartUp: return kStartUpGain;
-    case Phase::Up: return probe_.gain();
-    case Phase::Down: return 2 - probe_.gain();
-    case Phase::Cruise: return queueStands_ ? kQueueGain : 1.0;
-    default: return kSlowGain;
+    case Phase::ProbeUp: return probe_.gain();
+    case Phase::ProbeDown: return 2 - probe_.gain();
+    case Phase::Cruise: return standingQueue_ ? kStandingQueueGain : 1.0;
+    case Phase::Drain:
+    case Phase::ProbeRtt: break;
     }
+    return kDrainGain;
 }
 
-void PathModel::setPace(Micros now)
+void PathModel::updatePace(Micros now)
 {
-    setTimeOut(now);
-    const double known = rate();
-    if (known <= 0)
+    updateTimeout(now);
+    if (bandwidth() <= 0)
         return;
-    const Micros minimum = roundTrip_.minimum();
-    const double product = known * seconds(minimum);
-    const Micros gap = std::min(minimum, std::max(longestGap_, longestGapBefore_));
-    const double twice = known * seconds(std::max(2 * minimum, minimum + kTick));
-    double room = twice + kSpare + known * seconds(gap);
+    pace_.libraryPeriod = 1e6 * kPacketPairFactor / (gain() * bandwidth());
+    // A lost retransmission or loss report stalls the acknowledgement until the library's timer
+    // retransmits everything, and feedback on newer packets restarts that timer. With the window
+    // closed feedback ends after one RTT, and the timer expires.
+    pace_.window = isAckStalled(now)
+                       ? 0
+                       : static_cast<double>(packets_.arrivedAboveAck()) + windowAboveArrived();
+}
+
+// Packets that may be in flight above the highest that has arrived.
+double PathModel::windowAboveArrived() const
+{
+    const Micros minRtt = rtt_.minRtt();
+    const double twoBdp = bandwidth() * seconds(std::max(2 * minRtt, minRtt + kLibrarySleep));
     if (phase_ == Phase::StartUp)
-        room = std::max(kLeastStartUp, twice);
-    else if (queueStands_)
-        room = known * seconds(std::max(minimum * 3 / 2, minimum + kTick)) + kSpare;
-    if (flight_.missing() > 0 && phase_ != Phase::StartUp)
-        room += product / 2;
-    pace_.window = static_cast<double>(flight_.arrivedAhead()) + room;
-    pace_.period = 1e6 * kPairs / (gain() * known);
-    if (stuck(now))
-        pace_.window = 0;
+        return std::max(kMinStartUpWindow, twoBdp);
+    const double repair = packets_.missing() > 0 ? bandwidth() * seconds(minRtt) / 2 : 0;
+    if (standingQueue_) {
+        const Micros time = std::max(minRtt * 3 / 2, minRtt + kLibrarySleep);
+        return bandwidth() * seconds(time) + kWindowMargin + repair;
+    }
+    const Micros gap = std::min(minRtt, std::max(longestGap_, previousLongestGap_));
+    return twoBdp + kWindowMargin + bandwidth() * seconds(gap) + repair;
 }
 
-// A lost resend or report holds the acknowledgement back for good, until the library's timer
-// sends everything again; and the timer stands still while anything is heard. So nothing new is
-// sent: the silence that follows one round trip later lets the timer strike.
-bool PathModel::stuck(Micros now) const
+bool PathModel::isAckStalled(Micros now) const
 {
-    const std::optional<Micros> oldest = flight_.oldestSent();
-    return silent_ == 0 && oldest && now > *oldest + roundTrip_.timeOut(0);
+    const std::optional<Micros> oldest = packets_.oldestSendTime();
+    return timeoutsInARow_ == 0 && oldest && now > *oldest + rtt_.retransmissionTimeout(0);
 }
 
-void PathModel::setTimeOut(Micros now)
+// The timeout counts from when the oldest packet was last sent, not from the last feedback.
+void PathModel::updateTimeout(Micros now)
 {
-    const Micros full = roundTrip_.timeOut(silent_);
-    pace_.timeOut = full;
-    const std::optional<Micros> oldest = flight_.oldestSent();
-    if (silent_ == 0 && oldest)
-        pace_.timeOut = std::clamp<Micros>(*oldest + full - now, 10'000, full);
+    const Micros full = rtt_.retransmissionTimeout(timeoutsInARow_);
+    pace_.timeout = full;
+    const std::optional<Micros> oldest = packets_.oldestSendTime();
+    if (timeoutsInARow_ == 0 && oldest)
+        pace_.timeout = std::clamp<Micros>(*oldest + full - now, 10'000, full);
 }
 
 } // namespace quenmoor

@@ -6,9 +6,13 @@
 namespace quenmoor {
 namespace {
 
-constexpr Micros kBelievedFor = 10'000'000;
-constexpr Micros kLibraryTimeOut = 300'000;
-constexpr int kPatience = 8; // lossy links lose the packet that was sent again as well
+constexpr Micros kMinRttLifetime = 10'000'000;
+constexpr Micros kLibraryTimeout = 300'000;
+constexpr Micros kShortestTimeout = 100'000;
+
+// On a lossy link several retransmissions of one packet may be lost in a row, so the timeout grows
+// only after this number of them.
+constexpr int kTimeoutsBeforeBackoff = 8;
 
 } // namespace
 
@@ -22,44 +26,44 @@ void RttEstimator::add(Micros sample, Micros now)
     }
     deviation_ += (std::abs(value - smoothed_) - deviation_) / 16;
     smoothed_ += (value - smoothed_) / 8;
-    if (!known() || sample < minimum_) {
-        minimum_ = sample;
-        metAt_ = now;
-    } else if (sample <= above(1.0 / 16, 1000)) {
-        metAt_ = now;
+    if (!known() || sample < minRtt_) {
+        minRtt_ = sample;
+        minRttSeenAt_ = now;
+    } else if (sample <= minRttPlus(1.0 / 16, 1000)) {
+        minRttSeenAt_ = now;
     }
-    ofRound_ = std::min(ofRound_.value_or(sample), sample);
-    if (renewal_)
-        renewal_ = *renewal_ == 0 ? sample : std::min(*renewal_, sample);
+    roundMinRtt_ = std::min(roundMinRtt_.value_or(sample), sample);
+    if (probeMinRtt_)
+        probeMinRtt_ = *probeMinRtt_ == 0 ? sample : std::min(*probeMinRtt_, sample);
 }
 
-Micros RttEstimator::above(double share, Micros time) const
+Micros RttEstimator::minRttPlus(double share, Micros time) const
 {
-    const auto part = static_cast<Micros>(static_cast<double>(minimum()) * share);
-    return minimum() + std::max(part, time);
+    const auto part = static_cast<Micros>(static_cast<double>(minRtt()) * share);
+    return minRtt() + std::max(part, time);
 }
 
-bool RttEstimator::stale(Micros now) const
+bool RttEstimator::minRttExpired(Micros now) const
 {
-    return known() && now - metAt_ > kBelievedFor;
+    return known() && now - minRttSeenAt_ > kMinRttLifetime;
 }
 
-void RttEstimator::endRenewal(Micros now)
+void RttEstimator::endProbeRtt(Micros now)
 {
-    if (renewal_.value_or(0) > 0) {
-        minimum_ = *renewal_;
-        metAt_ = now;
+    if (probeMinRtt_.value_or(0) > 0) {
+        minRtt_ = *probeMinRtt_;
+        minRttSeenAt_ = now;
     }
-    renewal_.reset();
+    probeMinRtt_.reset();
 }
 
-Micros RttEstimator::timeOut(int silent) const
+Micros RttEstimator::retransmissionTimeout(int timeoutsInARow) const
 {
-    const double patient = std::max(100'000.0, 1.25 * smoothed_ + 4 * deviation_ + 20'000);
-    const auto once = known() ? static_cast<Micros>(patient) : kLibraryTimeOut;
-    if (silent < kPatience)
-        return once;
-    return std::max(once, (silent + 1) * kLibraryTimeOut);
+    const auto estimate = static_cast<Micros>(1.25 * smoothed_ + 4 * deviation_ + 20'000);
+    const Micros single = known() ? std::max(kShortestTimeout, estimate) : kLibraryTimeout;
+    if (timeoutsInARow < kTimeoutsBeforeBackoff)
+        return single;
+    return std::max(single, (timeoutsInARow + 1) * kLibraryTimeout);
 }
 
 } // namespace quenmoor

@@ -1,54 +1,55 @@
-// The round trip of the path: smoothed, its deviation, its minimum, and the time-outs from them.
+// The round-trip time (RTT) of the path: smoothed, its deviation, its minimum, and the
+// retransmission timeout that follows from them.
 //
-// The minimum is the path with empty queues. It is believed for ten seconds after it was last
-// met; then the sender slows down for a moment and learns it anew.
+// The minimum is the RTT of the path with empty queues. It expires ten seconds after a sample last
+// came near it; the sender then lowers its rate for two rounds and measures the minimum again
+// (probe RTT). Times are in microseconds. Used by one thread at a time.
 #pragma once
 
-#include <optional>
-
-#include "congestion/sent_packets.h"
+#include "congestion/delivery_rate.h"
 
 namespace quenmoor {
 
-// Used by one thread at a time.
 class RttEstimator {
 public:
-    explicit RttEstimator(Micros now) : metAt_(now) {}
+    explicit RttEstimator(Micros now) : minRttSeenAt_(now) {}
 
     void add(Micros sample, Micros now);
 
-    bool known() const { return minimum_ > 0; }
-    Micros minimum() const { return known() ? minimum_ : kUnknown; }
-    Micros smoothed() const { return known() ? static_cast<Micros>(smoothed_) : kUnknown; }
+    // 100 ms, the library's own initial value, before the first sample.
+    Micros minRtt() const { return known() ? minRtt_ : kInitialRtt; }
+    Micros smoothedRtt() const { return known() ? static_cast<Micros>(smoothed_) : kInitialRtt; }
 
-    // A round trip above the minimum by the larger of a share of it and a time.
-    Micros above(double share, Micros time) const;
+    // The minimum plus the larger of `share` of it and `time`.
+    Micros minRttPlus(double share, Micros time) const;
 
-    // The smallest sample since the round began.
-    std::optional<Micros> ofRound() const { return ofRound_; }
-    void beginRound() { ofRound_.reset(); }
+    // The smallest sample since beginRound(), or 0.
+    Micros roundMinRtt() const { return roundMinRtt_.value_or(0); }
+    void beginRound() { roundMinRtt_.reset(); }
 
-    // The minimum was not met for ten seconds.
-    bool stale(Micros now) const;
-    // The minimum of the samples between the two becomes the minimum.
-    void beginRenewal() { renewal_ = 0; }
-    void endRenewal(Micros now);
+    bool minRttExpired(Micros now) const;
 
-    // How long a packet may stay unanswered: 1.25 smoothed + 4 deviations + 20 ms, at least
-    // 100 ms (the library looks at its timer that often). After eight time-outs without a word
-    // from the peer at least (silent + 1) times 300 ms, the library's own back-off: it gives a
-    // peer up after 16 of them once one lasts 5 s.
-    Micros timeOut(int silent) const;
+    // The smallest sample between the two calls replaces the minimum.
+    void beginProbeRtt() { probeMinRtt_ = 0; }
+    void endProbeRtt(Micros now);
+
+    // How long a packet may remain without feedback: 1.25 smoothed + 4 deviations + 20 ms, at least
+    // 100 ms, the interval at which the library checks its timer. From the eighth of
+    // `timeoutsInARow` on at least (timeoutsInARow + 1) * 300 ms, the library's own back-off: it
+    // gives up a peer after 16 timeouts if the last took over 5 s.
+    Micros retransmissionTimeout(int timeoutsInARow) const;
 
 private:
-    static constexpr Micros kUnknown = 100'000; // the library's own first guess
+    static constexpr Micros kInitialRtt = 100'000;
+
+    bool known() const { return minRtt_ > 0; }
 
     double smoothed_ = 0;
     double deviation_ = 0;
-    Micros minimum_ = 0;
-    Micros metAt_; // the minimum
-    std::optional<Micros> ofRound_;
-    std::optional<Micros> renewal_; // the smallest sample of a renewal, 0 before the first
+    Micros minRtt_ = 0;
+    Micros minRttSeenAt_; // when a sample last came near the minimum
+    std::optional<Micros> roundMinRtt_;
+    std::optional<Micros> probeMinRtt_; // during probe RTT; 0 before its first sample
 };
 
 } // namespace quenmoor

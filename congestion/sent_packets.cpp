@@ -1,15 +1,44 @@
 #include "congestion/sent_packets.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace quenmoor {
 
-std::optional<double> rateBetween(const Arrival& from, const Arrival& to)
+std::int64_t LossRanges::insert(NumberRange range)
 {
-    const Micros span = std::max(to.time - from.time, to.sent - from.sent);
-    if (span <= 0 || to.delivered < from.delivered)
-        return std::nullopt;
-    return static_cast<double>(to.delivered - from.delivered) * 1e6 / static_cast<double>(span);
+    const std::int64_t before = count_;
+    auto at = ranges_.upper_bound(range.first);
+    if (at != ranges_.begin() && std::prev(at)->second + 1 >= range.first)
+        --at;
+    while (at != ranges_.end() && at->first <= range.last + 1) {
+        range.first = std::min(range.first, at->first);
+        range.last = std::max(range.last, at->second);
+        count_ -= at->second - at->first + 1;
+        at = ranges_.erase(at);
+    }
+    ranges_.emplace_hint(at, range.first, range.last);
+    count_ += range.last - range.first + 1;
+    return count_ - before;
+}
+
+void LossRanges::eraseBelow(std::int64_t number)
+{
+    while (!ranges_.empty() && ranges_.begin()->first < number) {
+        const auto [first, last] = *ranges_.begin();
+        ranges_.erase(ranges_.begin());
+        count_ -= last - first + 1;
+        if (last >= number) {
+            ranges_.emplace(number, last);
+            count_ += last - number + 1;
+        }
+    }
+}
+
+bool LossRanges::contains(std::int64_t number) const
+{
+    const auto after = ranges_.upper_bound(number);
+    return after != ranges_.begin() && std::prev(after)->second >= number;
 }
 
 SentPackets::SentPackets(std::int64_t first, Micros now)
@@ -17,10 +46,10 @@ SentPackets::SentPackets(std::int64_t first, Micros now)
       next_(first),
       ack_(first),
       countFrom_(first),
+      last_{now, now, first, first, 0},
       timedOutAt_(now),
-      resentUpTo_(first)
+      timeoutEnd_(first)
 {
-    last_ = {now, now, first, first, 0};
 }
 
 SentPackets::Record& SentPackets::record(std::int64_t number)
@@ -33,54 +62,61 @@ const SentPackets::Record& SentPackets::record(std::int64_t number) const
     return records_[static_cast<std::size_t>(number) % kRecords];
 }
 
-void SentPackets::sent(std::int64_t number, Micros now, double unused)
+void SentPackets::onSent(std::int64_t number, Micros now, double unused)
 {
     if (number < next_) {
         record(number).lastSent = now;
-        record(number).again = true;
+        record(number).retransmitted = true;
         return;
     }
     record(number) = {now, now, unused, false};
     next_ = number + 1;
 }
 
-void SentPackets::measureFrom(Micros now, double unused)
+std::optional<Micros> SentPackets::onAcknowledged(std::int64_t next, Micros now)
+{
+    if (next <= ack_ || next > next_)
+        return std::nullopt;
+    const Record& newest = record(next - 1);
+    const bool ambiguous = !missing_.empty() || record(ack_).retransmitted || newest.retransmitted;
+    ack_ = next;
+    missing_.eraseBelow(next);
+    raiseHighestArrived(next, now);
+    if (ambiguous)
+        return std::nullopt;
+    return now - newest.firstSent;
+}
+
+std::optional<Micros> SentPackets::onReportedLost(NumberRange range, Micros now)
+{
+    // The packet after the range must be in flight: it caused the report.
+    const NumberRange valid{std::max(range.first, ack_), std::min(range.last, next_ - 2)};
+    if (valid.first > valid.last)
+        return std::nullopt;
+    const std::int64_t added = missing_.insert(valid);
+    lost_ += added;
+    countedLosses_ += std::min(added, std::max<std::int64_t>(valid.last + 1 - countFrom_, 0));
+    raiseHighestArrived(valid.last + 2, now);
+    const Record& cause = record(valid.last + 1);
+    if (cause.retransmitted)
+        return std::nullopt;
+    return now - cause.firstSent;
+}
+
+void SentPackets::onTimeout(Micros now)
+{
+    timedOutAt_ = now;
+    timeoutEnd_ = next_;
+}
+
+void SentPackets::restartRateSample(Micros now, double unused)
 {
     last_.time = now;
     last_.sent = now;
     last_.unused = unused;
 }
 
-std::optional<Micros> SentPackets::acknowledged(std::int64_t next, Micros now)
-{
-    if (next <= ack_ || next > next_)
-        return std::nullopt;
-    const Record& newest = record(next - 1);
-    const bool held = !missing_.empty() || record(ack_).again || newest.again;
-    ack_ = next;
-    missing_.eraseBelow(next);
-    arrived(next, now);
-    if (held)
-        return std::nullopt;
-    return now - newest.firstSent;
-}
-
-std::optional<Micros> SentPackets::reported(NumberRange range, Micros now)
-{
-    const NumberRange known{std::max(range.first, ack_), std::min(range.last, next_ - 2)};
-    if (known.first > known.last)
-        return std::nullopt;
-    const std::int64_t added = missing_.insert(known);
-    lost_ += added;
-    countedLosses_ += std::min(added, std::max<std::int64_t>(known.last + 1 - countFrom_, 0));
-    arrived(known.last + 2, now);
-    const Record& cause = record(known.last + 1);
-    if (cause.again)
-        return std::nullopt;
-    return now - cause.firstSent;
-}
-
-void SentPackets::arrived(std::int64_t high, Micros now)
+void SentPackets::raiseHighestArrived(std::int64_t high, Micros now)
 {
     if (high <= last_.high)
         return;
@@ -88,25 +124,19 @@ void SentPackets::arrived(std::int64_t high, Micros now)
     last_ = {now, newest.firstSent, high, std::max(last_.delivered, high - lost_), newest.unused};
 }
 
-void SentPackets::timedOut(Micros now)
+bool SentPackets::retransmissionPending() const
 {
-    timedOutAt_ = now;
-    resentUpTo_ = next_;
+    const bool afterTimeout = timeoutEnd_ > ack_ && record(timeoutEnd_ - 1).lastSent < timedOutAt_;
+    return afterTimeout || (!missing_.empty() && !record(missing_.highest()).retransmitted);
 }
 
-bool SentPackets::resendsWaiting() const
+std::optional<Micros> SentPackets::oldestSendTime() const
 {
-    const bool afterTimeOut = resentUpTo_ > ack_ && record(resentUpTo_ - 1).lastSent < timedOutAt_;
-    return afterTimeOut || (!missing_.empty() && !record(missing_.highest()).again);
-}
-
-std::optional<Micros> SentPackets::oldestSent() const
-{
-    if (out() == 0)
+    if (inFlight() == 0)
         return std::nullopt;
     const Record& oldest = record(ack_);
-    const bool waits = missing_.contains(ack_) && !oldest.again;
-    if (waits || oldest.lastSent < timedOutAt_)
+    const bool pending = missing_.contains(ack_) && !oldest.retransmitted;
+    if (pending || oldest.lastSent < timedOutAt_)
         return std::nullopt;
     return oldest.lastSent;
 }

@@ -1,101 +1,121 @@
-// What is known about every packet on its way: when it went out, whether it went out again, what
-// has arrived and what is missing.
+// The packets in flight: when each was sent, whether it was retransmitted, what has arrived and
+// what is missing.
 //
-// Arrivals are counted without filled holes: the highest packet that arrived, less all that were
-// ever reported lost. A report or an acknowledgement that raises the highest one tells exactly
-// how much had arrived at that moment; the filling of a hole says nothing about the moment.
+// Deliveries are counted without retransmissions: the highest packet known to have arrived less
+// all packets ever reported lost. Feedback that raises the highest packet states exactly how much
+// had arrived at that moment; an acknowledgement that follows a retransmission does not.
 #pragma once
 
-#include <optional>
+#include <map>
 #include <vector>
 
-#include "congestion/loss_ranges.h"
+#include "congestion/delivery_rate.h"
 
 namespace quenmoor {
 
-// Microseconds of a steady clock; only differences mean anything.
-using Micros = std::int64_t;
+// Sequence numbers have 31 bits on the wire and 64 bits here. Returns the number that reads as
+// `wire` and is nearest to `near`, at most 2^30 away.
+constexpr std::int64_t unwrapped(std::int32_t wire, std::int64_t near)
+{
+    constexpr std::int64_t kNumbers = std::int64_t{1} << 31;
+    const std::int64_t ahead = (std::int64_t{wire} - near) & (kNumbers - 1);
+    return near + (ahead < kNumbers / 2 ? ahead : ahead - kNumbers);
+}
 
-// The state of the link at the last arrival of something new. Between two of them the rate is
-// the difference of `delivered` over that of `time`, exactly.
-struct Arrival {
-    Micros time = 0;            // when the sender heard of it
-    Micros sent = 0;            // when the packet that arrived went out
-    std::int64_t high = 0;      // one above the packet
-    std::int64_t delivered = 0; // one above the first, less all losses: only differences count
-    double unused = 0;          // given to sent() with the packet
+// Both ends are included.
+struct NumberRange {
+    std::int64_t first;
+    std::int64_t last;
 };
 
-// Packets per second between two arrivals; nothing when no time lies between them. The same
-// packets took their time to go out as well, so that arrivals in a bunch do not look fast.
-std::optional<double> rateBetween(const Arrival& from, const Arrival& to);
+// A set of sequence numbers, stored as ranges that neither touch nor overlap. Used by one thread
+// at a time.
+class LossRanges {
+public:
+    // Returns how many numbers of `range` were not in the set before.
+    std::int64_t insert(NumberRange range);
 
-// Used by one thread at a time. Numbers are the library's, unwrapped.
+    void eraseBelow(std::int64_t number);
+
+    bool contains(std::int64_t number) const;
+    bool empty() const { return ranges_.empty(); }
+    std::int64_t count() const { return count_; }
+    std::int64_t highest() const { return ranges_.rbegin()->second; } // requires !empty()
+
+private:
+    std::map<std::int64_t, std::int64_t> ranges_; // last by first
+    std::int64_t count_ = 0;
+};
+
+// Feedback outside the packets in flight changes nothing: it comes from the network. Used by one
+// thread at a time.
 class SentPackets {
 public:
-    // `first` is the number of the first packet to come.
+    // `first` is the number of the first packet that will be sent.
     SentPackets(std::int64_t first, Micros now);
 
-    // `unused` is how many packets the application has let the pace pass by so far.
-    void sent(std::int64_t number, Micros now, double unused);
+    // Records a first transmission or a retransmission. `unused` is AppLimit::unused().
+    void onSent(std::int64_t number, Micros now, double unused);
 
-    // After a rest with nothing on its way: the next arrival is measured from here.
-    void measureFrom(Micros now, double unused);
+    // Records that everything below `next` has arrived. Returns an RTT sample if it is unambiguous:
+    // nothing was missing, and neither the oldest nor the newest packet it covers was
+    // retransmitted.
+    std::optional<Micros> onAcknowledged(std::int64_t next, Micros now);
 
-    // Everything below `next` has arrived. Nothing changes unless that is news. The round trip,
-    // when the packet tells one: nothing was held up by a hole and nothing of it went out twice.
-    std::optional<Micros> acknowledged(std::int64_t next, Micros now);
+    // Records that `range` is missing, which the peer noticed when the packet after it arrived.
+    // Returns an RTT sample from that packet unless it was retransmitted.
+    std::optional<Micros> onReportedLost(NumberRange range, Micros now);
 
-    // `range` is missing, noticed when the packet after it arrived. What is outside the packets
-    // on their way is left out. The round trip, as above.
-    std::optional<Micros> reported(NumberRange range, Micros now);
+    // Records that the library is about to retransmit everything in flight.
+    void onTimeout(Micros now);
 
-    // Everything on its way is about to go out again.
-    void timedOut(Micros now);
+    // Starts the next delivery rate sample at `now`, after a pause with nothing in flight.
+    void restartRateSample(Micros now, double unused);
 
-    // From here on only losses of packets that have not gone out yet are counted.
-    void countLossesAnew() { countFrom_ = next_; }
+    // Excludes the packets sent so far from countedLosses().
+    void ignoreLossesOfSentPackets() { countFrom_ = next_; }
 
-    std::int64_t next() const { return next_; }            // one above the highest ever sent
-    std::int64_t acknowledgedUpTo() const { return ack_; } // the next one expected
-    std::int64_t out() const { return next_ - ack_; }      // sent and not acknowledged
-    std::int64_t arrivedAhead() const { return last_.high - ack_; }
-    std::int64_t unheard() const { return next_ - last_.high; } // sent above the highest arrived
+    std::int64_t next() const { return next_; }            // one above the highest number sent
+    std::int64_t acknowledgedUpTo() const { return ack_; } // the next number the peer expects
+    std::int64_t inFlight() const { return next_ - ack_; } // sent and not acknowledged
+    std::int64_t sentAboveArrived() const { return next_ - last_.high; }
+    std::int64_t arrivedAboveAck() const { return last_.high - ack_; } // missing ones included
     std::int64_t missing() const { return missing_.count(); }
     std::int64_t countedLosses() const { return countedLosses_; }
     const Arrival& lastArrival() const { return last_; }
 
-    // Reported packets wait to go out again. They leave in the order of their numbers.
-    bool resendsWaiting() const;
+    // True while reported packets, or packets in flight at a timeout, were not yet retransmitted.
+    // The library retransmits in the order of the numbers.
+    bool retransmissionPending() const;
 
-    // When the oldest packet on its way last went out; nothing while it waits to go out again.
-    std::optional<Micros> oldestSent() const;
+    // When the oldest packet in flight was last sent; nullopt while its retransmission is pending.
+    std::optional<Micros> oldestSendTime() const;
 
 private:
     struct Record {
         Micros firstSent = 0;
         Micros lastSent = 0;
         double unused = 0;
-        bool again = false;
+        bool retransmitted = false;
     };
 
-    // The library lets no more than 25600 packets be on their way.
+    // The library keeps at most 25600 packets in flight.
     static constexpr std::int64_t kRecords = 32768;
 
     Record& record(std::int64_t number);
     const Record& record(std::int64_t number) const;
-    void arrived(std::int64_t high, Micros now);
+    void raiseHighestArrived(std::int64_t high, Micros now);
 
-    std::vector<Record> records_;
+    std::vector<Record> records_; // a ring, indexed by number
     std::int64_t next_;
     std::int64_t ack_;
-    std::int64_t lost_ = 0; // ever reported
-    std::int64_t countFrom_;
+    std::int64_t lost_ = 0;  // packets ever reported lost
+    std::int64_t countFrom_; // losses below are not counted
     std::int64_t countedLosses_ = 0;
     LossRanges missing_; // reported and not acknowledged
     Arrival last_;
     Micros timedOutAt_;
-    std::int64_t resentUpTo_; // one above what the time-out sends again
+    std::int64_t timeoutEnd_; // one above the highest number in flight at the last timeout
 };
 
 } // namespace quenmoor

@@ -7,7 +7,6 @@
 #include <memory>
 #include <mutex>
 
-#include "congestion/packet_number.h"
 #include "congestion/path_model.h"
 
 namespace quenmoor {
@@ -15,32 +14,47 @@ namespace {
 
 constexpr std::uint32_t kFirstOfPair = 0x80000000U;
 
-Micros steadyNow()
-{
-    using namespace std::chrono;
-    return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
-}
+class SteadyClock final : public PacingClock {
+public:
+    Micros now() const override
+    {
+        return duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count();
+    }
 
-// Reads the library's list of losses: single numbers, and pairs whose first has its top bit set.
-// Calls `range` with the numbers as they are on the wire. A pair without a second is left out.
+    void waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                   Micros until) const override
+    {
+        condition.wait_until(lock, steady_clock::time_point(microseconds(until)));
+    }
+
+private:
+    using steady_clock = std::chrono::steady_clock;
+    using microseconds = std::chrono::microseconds;
+};
+
+// Reads the library's loss list: single numbers, and pairs whose first number has its top bit set.
+// Calls `onRange` with the numbers as they are on the wire. Skips a first number without a second.
 template <typename Function>
-void forEachRange(const std::int32_t* list, int size, Function range)
+void forEachRange(const std::int32_t* list, int size, Function onRange)
 {
     for (int i = 0; i < size; ++i) {
         const auto word = static_cast<std::uint32_t>(list[i]);
         const auto first = static_cast<std::int32_t>(word & ~kFirstOfPair);
         if ((word & kFirstOfPair) == 0)
-            range(first, first);
+            onRange(first, first);
         else if (++i < size)
-            range(first, list[i] & INT32_MAX);
+            onRange(first, list[i] & INT32_MAX);
     }
 }
 
 class UdtCongestion : public CCC {
 public:
-    explicit UdtCongestion(std::shared_ptr<Pacer> gate) : gate_(std::move(gate)) {}
+    UdtCongestion(std::shared_ptr<const PacingClock> clock, std::shared_ptr<Pacer> pacer)
+        : clock_(std::move(clock)), pacer_(std::move(pacer))
+    {
+    }
 
-    // On a thread of its own, that was not told whether the others have left.
+    // The library does not join its other threads first.
     ~UdtCongestion() override
     {
         guarded([this] { model_.reset(); });
@@ -49,46 +63,50 @@ public:
     void init() override
     {
         guarded([this] {
-            last_ = static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1;
-            model_ = std::make_unique<PathModel>(last_, steadyNow());
-            keepPace();
+            highestSent_ = static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1;
+            model_ = std::make_unique<PathModel>(highestSent_, clock_->now());
+            applyPace();
         });
     }
 
     void onPktSent(const CPacket* packet) override
     {
         guarded([&] {
-            const std::int64_t number = unwrapped(packet->m_iSeqNo, last_);
-            if (number > last_)
-                gate_->packetSent();
-            last_ = std::max(last_, number);
+            const Micros now = clock_->now();
+            const std::int64_t number = unwrapped(packet->m_iSeqNo, highestSent_);
+            if (number > highestSent_)
+                pacer_->onPacketSent(now);
+            highestSent_ = std::max(highestSent_, number);
             if (model_)
-                model_->sent(number, steadyNow());
+                model_->onSent(number, now);
         });
     }
 
     void onACK(std::int32_t next) override
     {
-        gate_->acknowledged();
-        heard([&](Micros now) { model_->acknowledged(unwrapped(next, last_), now); });
+        onFeedback([&](Micros now) {
+            pacer_->onAcknowledged(now);
+            model_->onAcknowledged(unwrapped(next, highestSent_), now);
+        });
     }
 
     void onLoss(const std::int32_t* list, int size) override
     {
-        heard([&](Micros now) {
+        onFeedback([&](Micros now) {
             forEachRange(list, size, [&](std::int32_t first, std::int32_t last) {
-                model_->reported({unwrapped(first, last_), unwrapped(last, last_)}, now);
+                model_->onReportedLost(
+                    {unwrapped(first, highestSent_), unwrapped(last, highestSent_)}, now);
             });
         });
     }
 
     void onTimeout() override
     {
-        heard([&](Micros now) { model_->timedOut(now); });
+        onFeedback([&](Micros now) { model_->onTimeout(now); });
     }
 
 private:
-    // Nothing may be thrown through the library. An event that is lost changes little.
+    // No exception may pass through the library. An event that is lost has little effect.
     template <typename Function>
     void guarded(Function function) noexcept
     {
@@ -101,54 +119,64 @@ private:
     }
 
     template <typename Function>
-    void heard(Function function) noexcept
+    void onFeedback(Function function) noexcept
     {
         guarded([&] {
             if (!model_)
                 return;
-            function(steadyNow());
-            keepPace();
-            setRTO(static_cast<int>(std::min<Micros>(model_->pace().timeOut, INT32_MAX)));
+            function(clock_->now());
+            applyPace();
+            setRTO(static_cast<int>(std::min<Micros>(model_->pace().timeout, INT32_MAX)));
         });
     }
 
-    // Only on the threads that may write these fields: the connecting and the receiving one.
-    void keepPace()
+    // Writes the library's period and window: on the connecting and the receiving thread only.
+    void applyPace()
     {
-        const double period = model_->pace().period;
-        const Feed feed{period / kPairs, model_->resending(), model_->shortQueue()};
-        m_dPktSndPeriod = gate_->set(feed) ? period : 0;
+        const double period = model_->pace().libraryPeriod;
+        const PathState path{period / kPacketPairFactor, model_->retransmitting(),
+                             model_->shallowBuffer()};
+        m_dPktSndPeriod = pacer_->setPath(path) ? period : 0;
         m_dCWndSize = model_->pace().window;
     }
 
-    const std::shared_ptr<Pacer> gate_;
+    // Set once at construction.
+    const std::shared_ptr<const PacingClock> clock_;
+    const std::shared_ptr<Pacer> pacer_;
 
     std::mutex mutex_;
-    std::unique_ptr<PathModel> model_; // guarded by mutex_, like all below
-    std::int64_t last_ = 0;            // the highest number sent
+
+    // Guarded by mutex_.
+    std::unique_ptr<PathModel> model_;
+    std::int64_t highestSent_ = 0;
 };
 
 class UdtCongestionFactory : public CCCVirtualFactory {
 public:
-    explicit UdtCongestionFactory(std::shared_ptr<Pacer> gate) : gate_(std::move(gate)) {}
+    UdtCongestionFactory(std::shared_ptr<const PacingClock> clock, std::shared_ptr<Pacer> pacer)
+        : clock_(std::move(clock)), pacer_(std::move(pacer))
+    {
+    }
 
-    // The library owns both, and makes an error of its own of an allocation that fails.
-    CCC* create() override { return new UdtCongestion(gate_); }
-    CCCVirtualFactory* clone() override { return new UdtCongestionFactory(gate_); }
+    // The library owns both results and reports a failed allocation as an error of its own.
+    CCC* create() override { return new UdtCongestion(clock_, pacer_); }
+    CCCVirtualFactory* clone() override { return new UdtCongestionFactory(clock_, pacer_); }
 
 private:
-    const std::shared_ptr<Pacer> gate_;
+    const std::shared_ptr<const PacingClock> clock_;
+    const std::shared_ptr<Pacer> pacer_;
 };
 
 } // namespace
 
 std::shared_ptr<Pacer> usePacedControl(std::int32_t socket)
 {
-    auto gate = std::make_shared<Pacer>();
-    UdtCongestionFactory factory(gate); // cloned at once
+    const auto clock = std::make_shared<const SteadyClock>();
+    auto pacer = std::make_shared<Pacer>(clock);
+    UdtCongestionFactory factory(clock, pacer); // the library copies it at once
     if (UDT::setsockopt(socket, 0, UDT_CC, &factory, sizeof factory) == UDT::ERROR)
         return nullptr;
-    return gate;
+    return pacer;
 }
 
 } // namespace quenmoor

@@ -154,7 +154,7 @@ std::string UdtTransferLink::receiveString(std::int32_t socket)
 
 std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> block)
 {
-    pacerTimedOut_ = pacer_ != nullptr && !block.empty() && !pacer_->pass(block.size());
+    pacerTimedOut_ = pacer_ != nullptr && !block.empty() && !pacer_->waitToSend(block.size());
     if (pacerTimedOut_) {
         failureReason_ = kSendTimedOut;
         return kLinkError;

@@ -1,110 +1,206 @@
 #include <gtest/gtest.h>
 
-#include <tuple>
+#include <atomic>
+#include <functional>
+#include <thread>
 
 #include "congestion/pacer.h"
 
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kBlock = 16384; // twelve packets
-constexpr Micros kStart = 1'000'000;
+constexpr std::size_t kBlock = 16384;
+constexpr int kBlockPackets = 12;
+constexpr Micros kSecond = 1'000'000;
 
-// A caller and a library that sends at once, or not at all.
-struct Sender {
-    Pacer gate;
-    Micros now = kStart;
-    bool librarySends = true;
-    int blocks = 0;
+// A clock that is at the end of every wait at once. With `waitsForSignals` a wait of over a second
+// blocks until another thread ends it; a real limit keeps a fault from blocking the test.
+struct SimulatedClock : PacingClock {
+    mutable std::atomic<Micros> time{kSecond};
+    mutable std::atomic<bool> waiting{false};
+    Micros lateness = 50; // of every wake-up
+    bool waitsForSignals = false;
+    std::function<void()> onWait; // called instead of waiting
 
-    explicit Sender(const Feed& feed) { std::ignore = gate.set(feed); }
+    Micros now() const override { return time; }
 
-    // Blocks handed over until `end`, by a caller who wakes `late` microseconds after its time;
-    // -1 when the gate gave up.
-    int run(Micros end, Micros late = 50)
+    void waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
+                   Micros until) const override
     {
-        const int before = blocks;
-        while (now < end) {
-            const auto wait = gate.admit(kBlock, now);
-            if (!wait)
-                return -1;
-            *wait > 0 ? void(now += *wait + late) : handOver();
+        if (onWait) {
+            lock.unlock();
+            onWait();
+            lock.lock();
+            return;
         }
-        return blocks - before;
-    }
-
-    void handOver()
-    {
-        ++blocks;
-        ++now;
-        for (int packet = 0; librarySends && packet < 12; ++packet)
-            gate.packetSent();
+        waiting = waitsForSignals && until - time > kSecond;
+        if (waiting &&
+            condition.wait_for(lock, std::chrono::seconds(20)) == std::cv_status::no_timeout)
+            return;
+        time = std::max(time.load(), until + lateness);
     }
 };
 
-TEST(Pacer, keepsThePaceWhateverTheSizeOfASleep)
+struct PacerTest : testing::Test {
+    const std::shared_ptr<SimulatedClock> clock = std::make_shared<SimulatedClock>();
+    Pacer pacer{clock};
+    bool librarySends = true;
+
+    // Blocks that are released before the time `end`.
+    int blocksUntil(Micros end)
+    {
+        for (int blocks = 0;; ++blocks) {
+            if (!pacer.waitToSend(kBlock) || clock->now() >= end)
+                return blocks;
+            if (librarySends)
+                sendPackets(kBlockPackets);
+        }
+    }
+
+    void sendPackets(int count)
+    {
+        for (int packet = 0; packet < count; ++packet)
+            pacer.onPacketSent(clock->now());
+    }
+};
+
+TEST_F(PacerTest, keepsTheRateWhateverTheDelayOfAWakeUp)
 {
-    for (const Micros late : {0, 50, 500, 1500}) {
-        Sender sender({25}); // 40,000 packets a second
-        EXPECT_NEAR(sender.run(kStart + 1'000'000, late), 40'000 / 12, 10) << late;
+    EXPECT_FALSE(pacer.setPath({25})); // 40,000 packets per second
+    for (const Micros lateness : {0, 50, 500, 1500}) {
+        clock->lateness = lateness;
+        EXPECT_NEAR(blocksUntil(clock->time + kSecond), 40'000 / kBlockPackets, 10) << lateness;
     }
 }
 
-TEST(Pacer, makesUpForTwoMillisecondsOfLatenessAndNoMore)
+TEST_F(PacerTest, catchesUpByTwoMillisecondsAtMost)
 {
-    Sender sender({100}); // a block takes 1.2 ms
-    sender.run(kStart + 100'000);
-    sender.now += 50'000;
-    EXPECT_LE(sender.run(sender.now + 100), 2);
+    EXPECT_FALSE(pacer.setPath({100})); // 1.2 ms for each block
+    blocksUntil(clock->time + 100'000);
+    clock->time += 50'000;
+    EXPECT_LE(blocksUntil(clock->time + 100), 2);
 }
 
-TEST(Pacer, waitsTenSecondsForALibraryThatDoesNotSend)
+TEST_F(PacerTest, failsAfterTenSecondsOfWaitingWithoutProgress)
 {
-    Sender sender({25});
-    sender.librarySends = false;
-    EXPECT_EQ(sender.run(kStart + 9'000'000), 4);
-    for (int packet = 0; packet < 12; ++packet)
-        sender.gate.packetSent();
-    EXPECT_EQ(sender.run(kStart + 18'000'000), 1);
-    EXPECT_EQ(sender.run(kStart + 20'000'000), -1);
-    // A rest of the caller is not the library's.
-    for (int packet = 0; packet < 48; ++packet)
-        sender.gate.packetSent();
-    sender.now += 60'000'000;
-    EXPECT_EQ(sender.run(sender.now + 9'000'000), 4);
+    librarySends = false;
+    EXPECT_FALSE(pacer.setPath({25}));
+    clock->lateness = 0;
+    EXPECT_EQ(blocksUntil(INT64_MAX), 4);
+    EXPECT_EQ(clock->time, 11 * kSecond);
+
+    // Progress extends the wait, whether a packet was sent or an acknowledgement arrived. The time
+    // before the wait does not count.
+    clock->time += 60 * kSecond;
+    const Micros began = clock->time;
+    int waits = 0;
+    clock->onWait = [&] {
+        clock->time += 8 * kSecond;
+        ++waits == 1 ? pacer.onPacketSent(clock->time) : void();
+        waits == 2 ? pacer.onAcknowledged(clock->time) : void();
+    };
+    EXPECT_FALSE(pacer.waitToSend(kBlock));
+    EXPECT_EQ(clock->time, began + 32 * kSecond);
 }
 
-TEST(Pacer, letsABlockOfAnySizePassOnceTheLibraryHasSentTheOnesBefore)
+TEST_F(PacerTest, releasesABlockOfAnySizeOnceTheBacklogIsEmpty)
 {
-    Pacer gate;
-    std::ignore = gate.set({25});
-    EXPECT_EQ(gate.admit(10'000'000, kStart), 0);
-    EXPECT_TRUE(gate.set({25})); // which the library has to spread then
-    EXPECT_NE(gate.admit(10'000'000, kStart + 1'000'000), 0);
+    EXPECT_FALSE(pacer.setPath({25}));
+    EXPECT_TRUE(pacer.waitToSend(10'000'000));
+    EXPECT_TRUE(pacer.setPath({25})); // the library must pace such a backlog
+    EXPECT_FALSE(pacer.waitToSend(10'000'000));
+    sendPackets(6'869);
+    EXPECT_TRUE(pacer.waitToSend(10'000'000));
 }
 
-TEST(Pacer, givesALibraryThatSendsAgainABunchAheadUnlessTheQueueIsShort)
+TEST_F(PacerTest, allowsTwelveMillisecondsOfBacklogDuringRetransmissionUnlessTheBufferIsShallow)
 {
-    Sender paced({25, true, false});
-    paced.librarySends = false;
-    EXPECT_EQ(paced.run(kStart + 100), (48 + 12'000 / 25) / 12); // at once
+    librarySends = false;
+    const Micros start = clock->time;
+    EXPECT_TRUE(pacer.setPath({25, true, true}));
+    EXPECT_EQ(blocksUntil(start + kSecond), 4);
+    EXPECT_TRUE(pacer.setPath({25, true, false}));
+    EXPECT_EQ(blocksUntil(INT64_MAX), (48 + 12'000 / 25) / kBlockPackets - 4);
 
-    Sender shortQueue({25, true, true});
-    shortQueue.librarySends = false;
-    EXPECT_EQ(shortQueue.run(kStart + 900'000), 4);
+    // The library paces until it has sent that backlog.
+    EXPECT_TRUE(pacer.setPath({25, false, false}));
+    sendPackets(12'000 / 25);
+    EXPECT_FALSE(pacer.setPath({25, false, false}));
 }
 
-TEST(Pacer, leavesThePaceToTheLibraryUntilWhatGatheredIsGone)
+TEST_F(PacerTest, releasesABlockBeforeItIsDueOnceTheLibraryPaces)
 {
-    Sender sender({25, true, false});
-    sender.librarySends = false;
-    sender.run(kStart + 100);
-    EXPECT_TRUE(sender.gate.set({25, true, false}));
-    EXPECT_TRUE(sender.gate.set({25, false, false}));
-    EXPECT_NE(sender.gate.admit(kBlock, sender.now), 0);
-    for (int packet = 0; packet < 12'000 / 25; ++packet)
-        sender.gate.packetSent();
-    EXPECT_FALSE(sender.gate.set({25, false, false}));
+    EXPECT_FALSE(pacer.setPath({1000}));
+    EXPECT_TRUE(pacer.waitToSend(kBlock));
+    clock->onWait = [&] { EXPECT_TRUE(pacer.setPath({1000, true, false})); };
+    const Micros before = clock->time;
+    EXPECT_TRUE(pacer.waitToSend(kBlock));
+    EXPECT_EQ(clock->time, before);
+}
+
+TEST_F(PacerTest, endsTheWaitWhenAnotherThreadMakesRoom)
+{
+    const std::function<void()> actions[] = {
+        [&] { sendPackets(kBlockPackets); },
+        [&] {
+            EXPECT_TRUE(pacer.setPath({25, true, false}));
+        },
+    };
+    clock->waitsForSignals = true;
+    for (const auto& makeRoom : actions) {
+        EXPECT_FALSE(pacer.setPath({25}));
+        clock->waiting = false;
+        std::thread other([&] {
+            while (!clock->waiting)
+                std::this_thread::yield();
+            makeRoom(); // not before the wait has released the pacer's mutex
+        });
+        for (int block = 0; block < 5; ++block)
+            EXPECT_TRUE(pacer.waitToSend(kBlock)); // four fit
+        other.join();
+        sendPackets(5 * kBlockPackets);
+    }
+}
+
+TEST_F(PacerTest, losesNoPacketAndNoSignalBetweenThreeThreads)
+{
+    constexpr int kBlocks = 3000;
+    clock->waitsForSignals = true;
+    EXPECT_FALSE(pacer.setPath({25}));
+    std::atomic<std::int64_t> released{0};
+    std::atomic<bool> ended{false};
+
+    std::thread library([&] {
+        for (std::int64_t sent = 0; sent < released || !ended;) {
+            if (sent == released) {
+                std::this_thread::yield();
+                continue;
+            }
+            pacer.onPacketSent(clock->now());
+            pacer.onAcknowledged(clock->now());
+            ++sent;
+        }
+    });
+    std::thread feedback([&] {
+        for (int i = 0; !ended; ++i) {
+            std::ignore = pacer.setPath({25, i % 3 == 0, i % 7 == 0});
+            std::this_thread::yield();
+        }
+    });
+    bool passed = true;
+    for (int block = 0; block < kBlocks && passed; ++block) {
+        passed = pacer.waitToSend(kBlock);
+        released += passed ? kBlockPackets : 0;
+    }
+    EXPECT_TRUE(passed);
+    ended = true;
+    library.join();
+    feedback.join();
+    // The backlog is empty: the largest block needs no wait.
+    const Micros before = clock->time;
+    clock->time += kSecond;
+    EXPECT_TRUE(pacer.waitToSend(100'000'000));
+    EXPECT_EQ(clock->time, before + kSecond);
 }
 
 } // namespace

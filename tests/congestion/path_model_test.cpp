@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "congestion/packet_number.h"
 #include "congestion/path_model.h"
 
 namespace quenmoor {
@@ -77,10 +76,10 @@ TEST(PathModel, startsFromThirtyTwoPacketsAndDoublesEveryRoundTrip)
     SimulatedPath path(link(200, 100'000));
     path.run(kStart + 50'000);
     EXPECT_EQ(path.flow().wire, 32); // nothing was heard yet
-    EXPECT_EQ(path.flow().model.rate(), 0);
+    EXPECT_EQ(path.flow().model.bandwidth(), 0);
     path.run(kStart + kSecond);
-    EXPECT_GT(path.flow().model.rate(), 0.8 * packets(200));
-    EXPECT_LT(path.flow().model.rate(), 1.1 * packets(200));
+    EXPECT_GT(path.flow().model.bandwidth(), 0.8 * packets(200));
+    EXPECT_LT(path.flow().model.bandwidth(), 1.1 * packets(200));
     EXPECT_EQ(path.dropped(), 0);
 }
 
@@ -90,7 +89,7 @@ TEST(PathModel, startsOverAsQuicklyAfterASmallMessage)
     SimulatedPath path(link(200, 100'000));
     path.flow().offered = [](Micros now) { return now < kStart + kSecond ? 1 : INT64_MAX; };
     path.run(kStart + 2 * kSecond);
-    EXPECT_GT(path.flow().model.rate(), 0.6 * packets(200));
+    EXPECT_GT(path.flow().model.bandwidth(), 0.6 * packets(200));
 }
 
 TEST(PathModel, keepsAFastLocalNetworkBusyInSpiteOfCoarseTicks)
@@ -113,8 +112,8 @@ TEST(PathModel, followsAFallToAFifthWithinThreeSecondsAndItsReturn)
                             {kStart + 20 * kSecond, packets(100)}};
         SimulatedPath path(falling);
         path.run(kStart + 13 * kSecond);
-        EXPECT_LT(path.flow().model.rate(), 1.3 * packets(20)) << depth;
-        EXPECT_GT(path.flow().model.rate(), 0.85 * packets(20)) << depth;
+        EXPECT_LT(path.flow().model.bandwidth(), 1.3 * packets(20)) << depth;
+        EXPECT_GT(path.flow().model.bandwidth(), 0.85 * packets(20)) << depth;
         path.run(kStart + 31 * kSecond);
         EXPECT_GT(path.share(13 * kSecond, 20 * kSecond), 0.9) << depth;
         EXPECT_GT(path.share(21 * kSecond, 22 * kSecond), 0.9) << depth;
@@ -145,7 +144,7 @@ TEST(PathModel, learnsWithinTwelveSecondsThatThePathBecameLonger)
     rerouted.longerFrom = kStart + 5 * kSecond;
     SimulatedPath path(rerouted);
     path.run(kStart + 17 * kSecond);
-    EXPECT_NEAR(static_cast<double>(path.flow().model.minimumRoundTrip()), 80'000, 2'000);
+    EXPECT_NEAR(static_cast<double>(path.flow().model.minRtt()), 80'000, 2'000);
     path.run(kStart + 26 * kSecond);
     EXPECT_GT(path.share(18 * kSecond, 25 * kSecond), 0.95);
 }
@@ -157,8 +156,8 @@ TEST(PathModel, cutsItsRateWhereABufferIsTooShortToShowAQueue)
     falling.schedule = {{kStart + 5 * kSecond, packets(20)}};
     SimulatedPath path(falling);
     path.run(kStart + 8 * kSecond);
-    EXPECT_LT(path.flow().model.rate(), 1.3 * packets(20));
-    EXPECT_GT(path.flow().model.rate(), 0.85 * packets(20));
+    EXPECT_LT(path.flow().model.bandwidth(), 1.3 * packets(20));
+    EXPECT_GT(path.flow().model.bandwidth(), 0.85 * packets(20));
     path.run(kStart + 16 * kSecond);
     EXPECT_GT(path.share(8 * kSecond, 15 * kSecond), 0.85);
     EXPECT_LE(path.wireOverPayload(), 1.12);
@@ -169,7 +168,7 @@ TEST(PathModel, keepsItsRateAndItsProgressAtThreePerCentLoss)
     // The acknowledgement stops twice a second; only the library's timer moves it again.
     SimulatedPath path(link(100, 40'000, 0.03));
     path.run(kStart + 21 * kSecond);
-    EXPECT_GT(path.flow().model.rate(), 0.9 * packets(100));
+    EXPECT_GT(path.flow().model.bandwidth(), 0.9 * packets(100));
     EXPECT_GT(path.share(0, 20 * kSecond), 0.4);
     EXPECT_LT(path.flow().longestRound, kSecond / 2);
     // Most of a window goes out again each time, so it must not have grown meanwhile.
@@ -200,7 +199,7 @@ TEST(PathModel, doesNotTakeThePausesOfTheApplicationForThePath)
         return 50'000 + static_cast<std::int64_t>(packets(25) * static_cast<double>(total) * 1e-6);
     };
     path.run(kStart + 11'900'000);
-    EXPECT_GT(path.flow().model.rate(), 0.8 * packets(100));
+    EXPECT_GT(path.flow().model.bandwidth(), 0.8 * packets(100));
     path.run(kStart + 16 * kSecond);
     EXPECT_GT(path.share(12'500'000, 15 * kSecond), 0.93);
     EXPECT_EQ(path.dropped(), 0);
@@ -246,36 +245,36 @@ TEST(PathModel, leavesOutWhatCannotBe)
 {
     PathModel model(1000, 0);
     for (std::int64_t number = 1000; number < 1100; ++number)
-        model.sent(number, (number - 1000) * 100);
+        model.onSent(number, (number - 1000) * 100);
     for (std::int64_t next = 1012; next < 1060; next += 12)
-        model.acknowledged(next, 50'000 + (next - 1000) * 100);
+        model.onAcknowledged(next, 50'000 + (next - 1000) * 100);
     const Micros now = 60'000;
-    model.reported({1080, 1085}, now);
-    ASSERT_GT(model.rate(), 0);
+    model.onReportedLost({1080, 1085}, now);
+    ASSERT_GT(model.bandwidth(), 0);
     const std::int64_t rounds = model.rounds();
     const Pace before = model.pace();
-    model.acknowledged(5000, now);     // never sent
-    model.acknowledged(1000, now);     // long known
-    model.reported({1, 900}, now);     // before the first
-    model.reported({2000, 3000}, now); // never sent
-    model.reported({1095, 1090}, now); // backwards
-    model.reported({1099, 1099}, now); // nothing after it went out
-    model.reported({1080, 1085}, now); // told before
+    model.onAcknowledged(5000, now);         // never sent
+    model.onAcknowledged(1000, now);         // long known
+    model.onReportedLost({1, 900}, now);     // before the first
+    model.onReportedLost({2000, 3000}, now); // never sent
+    model.onReportedLost({1095, 1090}, now); // backwards
+    model.onReportedLost({1099, 1099}, now); // nothing after it went out
+    model.onReportedLost({1080, 1085}, now); // told before
     EXPECT_EQ(model.rounds(), rounds);
     EXPECT_EQ(model.pace().window, before.window);
-    EXPECT_EQ(model.pace().period, before.period);
+    EXPECT_EQ(model.pace().libraryPeriod, before.libraryPeriod);
 }
 
 TEST(SentPackets, takesNoRoundTripFromPacketsThatWentOutTwice)
 {
     SentPackets flight(0, 0);
     for (std::int64_t number = 0; number < 40; ++number)
-        flight.sent(number, number, 0);
-    EXPECT_EQ(flight.acknowledged(10, 109), 100);
-    EXPECT_EQ(flight.reported({12, 13}, 114), 100); // 14 has arrived
-    flight.sent(20, 150, 0);
-    EXPECT_EQ(flight.reported({18, 19}, 160), std::nullopt); // which 20 it was, is not known
-    EXPECT_EQ(flight.acknowledged(12, 170), std::nullopt);   // held by holes
+        flight.onSent(number, number, 0);
+    EXPECT_EQ(flight.onAcknowledged(10, 109), 100);
+    EXPECT_EQ(flight.onReportedLost({12, 13}, 114), 100); // 14 has arrived
+    flight.onSent(20, 150, 0);
+    EXPECT_EQ(flight.onReportedLost({18, 19}, 160), std::nullopt); // which 20 it was, is not known
+    EXPECT_EQ(flight.onAcknowledged(12, 170), std::nullopt);       // held by holes
     EXPECT_EQ(flight.missing(), 4);
     EXPECT_EQ(flight.lastArrival().delivered, 21 - 4);
 }
@@ -290,18 +289,20 @@ TEST(PathModel, neverPacesFasterOrSlowerThanMakesSense)
         now += static_cast<Micros>(random() % 3000);
         const auto near = next - static_cast<std::int64_t>(random() % 3000);
         switch (random() % 8) {
-        case 0: model.acknowledged(near, now); break;
-        case 1: model.reported({near, near + static_cast<std::int64_t>(random() % 5)}, now); break;
-        case 2:
-            random() % 50 == 0 ? model.timedOut(now) : model.sent(std::max(near, {}), now);
+        case 0: model.onAcknowledged(near, now); break;
+        case 1:
+            model.onReportedLost({near, near + static_cast<std::int64_t>(random() % 5)}, now);
             break;
-        default: model.sent(next++, now);
+        case 2:
+            random() % 50 == 0 ? model.onTimeout(now) : model.onSent(std::max(near, {}), now);
+            break;
+        default: model.onSent(next++, now);
         }
-        ASSERT_GT(model.pace().period, 0);
-        ASSERT_LE(model.pace().period, 1e6);
+        ASSERT_GT(model.pace().libraryPeriod, 0);
+        ASSERT_LE(model.pace().libraryPeriod, 1e6);
         ASSERT_GE(model.pace().window, 0);
-        ASSERT_GE(model.pace().timeOut, 10'000);
-        ASSERT_LE(model.pace().timeOut, 60 * kSecond);
+        ASSERT_GE(model.pace().timeout, 10'000);
+        ASSERT_LE(model.pace().timeout, 60 * kSecond);
     }
 }
 

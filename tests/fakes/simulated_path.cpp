@@ -2,8 +2,6 @@
 
 #include <cmath>
 
-#include "congestion/packet_number.h"
-
 namespace quenmoor {
 namespace {
 
@@ -124,7 +122,7 @@ bool SimulatedPath::sendOne(std::size_t index, Micros time)
 {
     SimulatedFlow& flow = *flows_[index];
     const Pace& pace = flow.model.pace();
-    const auto interval = static_cast<Micros>(std::lround(pace.period));
+    const auto interval = static_cast<Micros>(std::lround(pace.libraryPeriod));
     if (flow.target != 0)
         flow.behind += std::max<Micros>(time - flow.target, 0);
     std::int64_t number = 0;
@@ -143,7 +141,7 @@ bool SimulatedPath::sendOne(std::size_t index, Micros time)
         number = flow.next++;
         pair = number % 16 == 0;
     }
-    flow.model.sent(overTheWire(number, flow.next), time);
+    flow.model.onSent(overTheWire(number, flow.next), time);
     transmit(index, number, time, number + 1 < flow.next);
     if (pair || flow.behind >= interval) {
         if (!pair)
@@ -195,12 +193,12 @@ void SimulatedPath::hear(std::size_t index, const Event& event)
             flow.resend.erase(flow.resend.begin(), flow.resend.lower_bound(event.first));
             if (flow.due == 0)
                 flow.due = now_;
-            flow.model.acknowledged(overTheWire(event.first, flow.next), now_);
+            flow.model.onAcknowledged(overTheWire(event.first, flow.next), now_);
         }
     } else {
         const NumberRange lost{overTheWire(event.first, flow.next),
                                overTheWire(event.last, flow.next)};
-        flow.model.reported(lost, now_);
+        flow.model.onReportedLost(lost, now_);
         for (auto number = std::max(lost.first, flow.acknowledged); number <= lost.last; ++number)
             flow.resend.insert(number);
         flow.due = now_;
@@ -219,7 +217,7 @@ void SimulatedPath::check(std::size_t index)
         flow.roundSeenAt = now_;
     }
     flow.longestRound = std::max(flow.longestRound, now_ - flow.roundSeenAt);
-    if (flow.brokenAt >= 0 || now_ <= flow.heard + flow.model.pace().timeOut)
+    if (flow.brokenAt >= 0 || now_ <= flow.heard + flow.model.pace().timeout)
         return;
     if (flow.expired > 16 && now_ - flow.heard > 5'000'000) {
         flow.brokenAt = now_;
@@ -231,7 +229,7 @@ void SimulatedPath::check(std::size_t index)
                 flow.resend.insert(flow.resend.end(), number);
         }
         ++flow.timeOuts;
-        flow.model.timedOut(now_);
+        flow.model.onTimeout(now_);
         flow.due = now_;
     }
     ++flow.expired;
