@@ -52,7 +52,7 @@ class Table {
 public:
     Table()
     {
-        window_.setGridModel(&model_);
+        window_.progressGrid->setModel(&model_);
         window_.setPanelsShown(false, true);
         window_.setStatusBarShown(true);
         window_.setPageShown(false);

@@ -19,7 +19,7 @@ std::ptrdiff_t windowCount()
     });
 }
 
-bool onScreen(const QWidget* window)
+bool isOnScreen(const QWidget* window)
 {
     return window != nullptr && window->isVisible() && !window->isMinimized();
 }
@@ -34,16 +34,16 @@ AppDelegate::AppDelegate()
             Qt::DirectConnection);
     requestComplete_.setSingleShot(true);
     connect(&requestComplete_, &QTimer::timeout, this,
-            [this] { applicationOpenFiles(std::exchange(opening_, {})); });
+            [this] { applicationOpenFiles(std::exchange(incoming_, {})); });
 }
 
 bool AppDelegate::applicationShouldTerminate()
 {
     logSystem("Window count: {}", windowCount());
-    if (!onScreen(window_))
+    if (!isOnScreen(window_))
         return true;
     window_->close();
-    return !onScreen(window_);
+    return !isOnScreen(window_);
 }
 
 void AppDelegate::terminate()
@@ -74,13 +74,13 @@ bool AppDelegate::eventFilter(QObject* watched, QEvent* event)
     }
 }
 
-// The platform names the files of one request one by one, in one go.
+// The platform sends one event for each file of a request, all in one turn of the event loop.
 void AppDelegate::fileOpened(const QUrl& url)
 {
     const std::optional<FileUrl> file = FileUrl::parse(url.toEncoded().toStdString());
     if (!file)
         return;
-    opening_.push_back(*file);
+    incoming_.push_back(*file);
     requestComplete_.start();
 }
 

@@ -1,7 +1,8 @@
-// The application's way in for opened files and its way out.
+// The application's delegate: receives the files that the desktop opens with the program, and
+// decides whether the program may quit.
 //
-// The toolkit's own rules for quitting are switched off: closing the last window and quitting both
-// go through applicationShouldTerminate(), and the window is asked once at most.
+// Qt's own quit rules are disabled. Closing the last window and quitting both call
+// applicationShouldTerminate(), which asks the window at most once.
 #pragma once
 
 #include "queue/file_url.h"
@@ -16,39 +17,37 @@ class QSessionManager;
 
 namespace quenmoor {
 
-// Main thread only. One for the process, made after the application object.
+// Main thread only. One object per process, created after the application object.
 class AppDelegate : public QObject {
     Q_OBJECT
 
 public:
     AppDelegate();
 
-    // The first of the application's windows: the one that is asked before the end.
+    // The window that is asked before the program quits.
     void setWindow(QWidget* window) { window_ = window; }
 
-    // The files of the latest request to open some; reading does not empty it.
+    // The files of the latest open request. Reading does not clear them.
     const std::vector<FileUrl>& droppedFiles() const { return droppedFiles_; }
 
-    // A request to open `urls`, which replaces the one before, read or not. Nobody is told.
+    // Handles a request to open `urls`, which replaces the previous one. Emits no signal: the
+    // controller reads the files when the page reports a session.
     void applicationOpenFiles(std::vector<FileUrl> urls) { droppedFiles_ = std::move(urls); }
 
-    // Asks a visible window to close, as its close button does; the window may ask the user.
-    // False when it stays. A window that is hidden or minimised is not asked.
+    // Closes a visible window as its close button does, so that the user may be asked. Returns
+    // false if the window stays open. A hidden or minimised window is not asked.
     bool applicationShouldTerminate();
 
-    // A request to quit, which the user may refuse.
+    // Quits the program unless the user refuses.
     void terminate();
 
-    // Ends the event loop without asking anybody; main() returns `status`.
+    // Ends the event loop without a question; main() returns `status`.
     void terminateAtOnce(int status);
-
-    // The last window has closed, which ends the program.
-    void lastWindowClosed() { terminate(); }
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 Q_SIGNALS:
-    // Before any event loop is told to end.
+    // Emitted before any event loop is told to end.
     void willTerminate();
 
 private:
@@ -57,7 +56,7 @@ private:
 
     QPointer<QWidget> window_;
     std::vector<FileUrl> droppedFiles_;
-    std::vector<FileUrl> opening_; // of the request that is coming in
+    std::vector<FileUrl> incoming_; // the files received so far of one open request
     QTimer requestComplete_;
     bool terminating_ = false;
 };

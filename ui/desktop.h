@@ -1,4 +1,5 @@
-// All that the window asks of the desktop around it.
+// The desktop services that the window uses: alerts, the file chooser and the default browser.
+// An interface, so that tests run the window without dialogs, and its implementation with Qt.
 #pragma once
 
 #include "engine/upload_view.h"
@@ -14,27 +15,45 @@ class QWidget;
 
 namespace quenmoor {
 
+// The answer to an alert that was closed without one of its buttons, for example with Escape.
+inline constexpr std::int32_t kNoButton = 0;
+
 // Main thread only.
 class Desktop {
 public:
     virtual ~Desktop() = default;
 
-    // Shows `alert` in front of `window` and waits for its answer, as UploadView::runModal gives
-    // it; events of the application are handled meanwhile. Nothing when the program began to end.
+    // Shows `alert`, modal to `window`, and blocks in an event loop of its own until it is closed.
+    // Returns kFirstButton, kSecondButton, kThirdButton or kNoButton; nullopt if the program began
+    // to end while the alert was open.
     virtual std::optional<std::int32_t> runModal(QWidget* window, const Alert& alert) = 0;
 
-    // Shows `alert`, with `title` to say what it is about, and returns; `answered` is called once,
-    // later, unless the program ends first.
+    // Shows `alert`, modal to `window`, under the window title `title`, and returns at once.
+    // `onAnswer` is called once with one of the values above; never if the program ends first.
     virtual void openModal(QWidget* window, const QString& title, const Alert& alert,
-                           std::function<void(std::int32_t)> answered) = 0;
+                           std::function<void(std::int32_t)> onAnswer) = 0;
 
-    // Lets the user choose any number of files, no folders, and returns. `chosen` is called with
-    // them, in the chooser's order; not at all when the user gave up.
+    // Opens a chooser for any number of files, but no folders, and returns at once. `onChosen` is
+    // called with the files in the chooser's order; never if the user cancels.
     virtual void chooseFiles(QWidget* window,
-                             std::function<void(const std::vector<FileUrl>&)> chosen) = 0;
+                             std::function<void(const std::vector<FileUrl>&)> onChosen) = 0;
 
-    // Opens `url` in the user's default browser, if it can.
+    // Opens `url` in the user's default browser. A failure is not reported.
     virtual void openUrl(const QUrl& url) = 0;
+};
+
+class QtDesktop : public Desktop {
+public:
+    // Redirects Qt's per-user settings to a path that cannot be created: the file chooser would
+    // store its last folder there, and this program writes nothing to disk.
+    QtDesktop();
+
+    std::optional<std::int32_t> runModal(QWidget* window, const Alert& alert) override;
+    void openModal(QWidget* window, const QString& title, const Alert& alert,
+                   std::function<void(std::int32_t)> onAnswer) override;
+    void chooseFiles(QWidget* window,
+                     std::function<void(const std::vector<FileUrl>&)> onChosen) override;
+    void openUrl(const QUrl& url) override;
 };
 
 } // namespace quenmoor

@@ -1,35 +1,82 @@
 #include "ui/drag_view.h"
 
 #include "base/log.h"
+#include "ui/appearance.h"
 
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QLabel>
 #include <QMimeData>
+#include <QPainter>
+#include <QPainterPath>
 #include <QUrl>
+#include <QVBoxLayout>
 
 namespace quenmoor {
 namespace {
 
 constexpr auto kUriList = QLatin1StringView("text/uri-list");
+constexpr double kLineWidth = 1.5;     // in pixels
+constexpr double kCornerInLines = 0.6; // in line heights, as the icon
+constexpr int kIconInLines = 4;
 
-// "file:///a" and, from some desktops, "file:/a".
+// Accepts "file:///a" and "file:/a", which some desktops send.
 std::optional<FileUrl> fileUrlOf(const QByteArray& line)
 {
-    // The bytes first: taking them through a toolkit's URL would lose those that are not UTF-8.
+    // QUrl loses bytes that are not UTF-8, so it is used only for what FileUrl does not parse.
     if (auto file = FileUrl::parse(std::string_view(line.constData(), std::size_t(line.size()))))
         return file;
     return FileUrl::parse(QUrl::fromEncoded(line).toEncoded().toStdString());
 }
+
+// An arrow that points up out of a tray, in a unit square.
+QPainterPath trayWithArrow()
+{
+    QPainterPath path;
+    path.moveTo(0.50, 0.68);
+    path.lineTo(0.50, 0.12);
+    path.moveTo(0.27, 0.34);
+    path.lineTo(0.50, 0.11);
+    path.lineTo(0.73, 0.34);
+    path.moveTo(0.08, 0.62);
+    path.lineTo(0.08, 0.82);
+    path.quadTo(0.08, 0.92, 0.18, 0.92);
+    path.lineTo(0.82, 0.92);
+    path.quadTo(0.92, 0.92, 0.92, 0.82);
+    path.lineTo(0.92, 0.62);
+    return path;
+}
+
+class TrayIcon : public QWidget {
+public:
+    TrayIcon()
+    {
+        const int size = fontMetrics().height() * kIconInLines;
+        setFixedSize(size, size);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.scale(width(), height());
+        QPen pen(accent(palette(), QPalette::Base), 0.055);
+        pen.setCapStyle(Qt::RoundCap);
+        pen.setJoinStyle(Qt::RoundJoin);
+        painter.strokePath(trayWithArrow(), pen);
+    }
+};
 
 } // namespace
 
 void DragView::unregisterDraggedTypes()
 {
     setAcceptDrops(false);
-    Q_EMIT dragHovers(false);
+    Q_EMIT dragActiveChanged(false);
 }
 
-// RFC 2483, section 5: one URI to a line, lines that begin with "#" are remarks.
+// RFC 2483, section 5: one URI per line; lines that begin with "#" are comments.
 std::vector<FileUrl> DragView::draggedFiles(const QMimeData& mimeData)
 {
     std::vector<FileUrl> files;
@@ -49,7 +96,7 @@ void DragView::dragEnterEvent(QDragEnterEvent* event)
         return;
     event->setDropAction(Qt::CopyAction);
     event->accept();
-    Q_EMIT dragHovers(true);
+    Q_EMIT dragActiveChanged(true);
 }
 
 void DragView::dragMoveEvent(QDragMoveEvent* event)
@@ -61,23 +108,65 @@ void DragView::dragMoveEvent(QDragMoveEvent* event)
 void DragView::dragLeaveEvent(QDragLeaveEvent* event)
 {
     event->accept();
-    Q_EMIT dragHovers(false);
+    Q_EMIT dragActiveChanged(false);
 }
 
 void DragView::dropEvent(QDropEvent* event)
 {
     event->setDropAction(Qt::CopyAction);
     event->accept();
-    Q_EMIT dragHovers(false);
-    performDrag(*event->mimeData());
-}
-
-void DragView::performDrag(const QMimeData& mimeData)
-{
-    const std::vector<FileUrl> files = draggedFiles(mimeData);
+    Q_EMIT dragActiveChanged(false);
+    const std::vector<FileUrl> files = draggedFiles(*event->mimeData());
     for (const FileUrl& file : files)
         logSystem("File dropped in DragView: {}", file.path().native());
     Q_EMIT filesDropped(files);
+}
+
+DropPanel::DropPanel(QWidget* parent) : QFrame(parent), buttonLayout_(new QVBoxLayout)
+{
+    auto* const heading = new QLabel(QStringLiteral("Drop files here"));
+    heading->setFont(scaledFont(font(), kHeadingScale));
+    auto* const hint = new QLabel(QStringLiteral("or choose them on this computer"));
+    hint->setForegroundRole(QPalette::PlaceholderText);
+
+    const int line = fontMetrics().height();
+    auto* const rows = new QVBoxLayout(this);
+    rows->setContentsMargins(line, line, line, line);
+    rows->setSpacing(line / 2);
+    rows->addStretch();
+    rows->addWidget(new TrayIcon, 0, Qt::AlignHCenter);
+    rows->addSpacing(line / 2);
+    rows->addWidget(heading, 0, Qt::AlignHCenter);
+    rows->addWidget(hint, 0, Qt::AlignHCenter);
+    rows->addSpacing(line / 2);
+    rows->addLayout(buttonLayout_);
+    rows->addStretch();
+    buttonLayout_->setAlignment(Qt::AlignHCenter);
+}
+
+void DropPanel::setHighlighted(bool highlighted)
+{
+    highlighted_ = highlighted;
+    update();
+}
+
+void DropPanel::paintEvent(QPaintEvent*)
+{
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor highlight = accent(palette(), QPalette::Base);
+    QColor fill = highlighted_ ? highlight : palette().color(QPalette::Base);
+    if (highlighted_)
+        fill.setAlphaF(0.12F);
+    const QColor edge = highlighted_ ? highlight : mixed(palette(), QPalette::Window, 0.35);
+
+    QPen pen(edge, kLineWidth, Qt::CustomDashLine, Qt::RoundCap);
+    pen.setDashPattern({4, 4});
+    painter.setPen(pen);
+    painter.setBrush(fill);
+    const double corner = fontMetrics().height() * kCornerInLines;
+    const QRectF area = QRectF(rect()).adjusted(kLineWidth, kLineWidth, -kLineWidth, -kLineWidth);
+    painter.drawRoundedRect(area, corner, corner);
 }
 
 } // namespace quenmoor

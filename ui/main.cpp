@@ -1,15 +1,13 @@
-// quenmoor-upload: the window.
+// quenmoor-upload: the upload client with a window.
 #include "engine/system_clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
 #include "ui/app_delegate.h"
-#include "ui/end_process.h"
-#include "ui/page/page_url.h"
+#include "ui/desktop.h"
 #include "ui/page/web_service_page.h"
-#include "ui/qt_desktop.h"
+#include "ui/startup_and_exit.h"
 #include "ui/view_controller.h"
 #include "ui/window_settings.h"
-#include "ui/window_start.h"
 
 #include <QApplication>
 
@@ -20,10 +18,10 @@ int main(int argc, char** argv)
     const std::optional<ViewController::Client> client = thisClient();
     if (!client)
         return EXIT_FAILURE;
-    if (answerWithoutWindow(argc, argv))
+    if (handleInformationOptions(argc, argv))
         return EXIT_SUCCESS;
     QApplication application(argc, argv);
-    nameApplication();
+    setApplicationNames();
 
     UploadQueues queues;
     QtMainThreadBridge bridge;

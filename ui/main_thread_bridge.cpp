@@ -23,11 +23,12 @@ bool MainThreadBridge::runOnMainAndWait(Work work)
     return job.progress == Progress::Done;
 }
 
-std::optional<std::int32_t> MainThreadBridge::askOnMainAndWait(std::function<void(Answer)> ask)
+std::optional<std::int32_t>
+MainThreadBridge::askOnMainAndWait(std::function<void(AnswerCallback)> ask)
 {
-    // Shared with the answer function, which may be called long after the caller was let go.
+    // Shared with the callback, which may be called after this function has returned.
     const auto answer = std::make_shared<std::optional<std::int32_t>>();
-    const Answer give = [this, answer](std::int32_t value) {
+    const AnswerCallback give = [this, answer](std::int32_t value) {
         const std::lock_guard lock(mutex_);
         if (closed_ || *answer)
             return;

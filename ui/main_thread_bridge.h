@@ -1,8 +1,8 @@
-// Carries work from background threads to the main thread and waits for it there.
+// Runs a background thread's work on the main thread and waits for it.
 //
-// Knows no toolkit: whoever owns the main loop hands in a function that wakes it. The program's end
-// is told by close(), which comes before the loop is told to quit; a toolkit's own blocking calls
-// hang once the loop has ended, and report success for what never ran.
+// Call close() before the event loop is told to quit. Qt's own blocking calls do not replace this
+// class: they hang after the event loop has ended and report success for work that never ran. The
+// class itself uses no Qt, so that ThreadSanitizer can check it.
 #pragma once
 
 #include <condition_variable>
@@ -17,34 +17,36 @@ namespace quenmoor {
 class MainThreadBridge {
 public:
     using Work = std::function<void()>;
-    using Answer = std::function<void(std::int32_t)>;
+    using AnswerCallback = std::function<void(std::int32_t)>;
 
-    // `wake` makes the main thread call runPending() soon. Called from any thread, without a lock.
+    // `wake` makes the main thread call runPending() soon. It is called on any thread, with no lock
+    // held.
     explicit MainThreadBridge(std::function<void()> wake);
 
     MainThreadBridge(const MainThreadBridge&) = delete;
     MainThreadBridge& operator=(const MainThreadBridge&) = delete;
 
-    // Any thread but the main one: waits for it. False when the bridge was closed before the work
-    // began; work that has begun is always waited for. Works of one caller run in their order.
+    // Any thread except main; blocks on it. Returns false if the bridge was closed before the work
+    // began; work that has begun is always waited for. The calls of one thread run in order.
     [[nodiscard]] bool runOnMainAndWait(Work work);
 
-    // Any thread but the main one: waits without limit. Runs `ask` on the main thread, which
-    // returns at once and gives the answer whenever it comes. Nothing when the bridge was closed
-    // first; an answer given later, or a second one, is dropped.
-    [[nodiscard]] std::optional<std::int32_t> askOnMainAndWait(std::function<void(Answer)> ask);
+    // Any thread except main; blocks without a time limit. Runs `ask` on the main thread, which
+    // returns at once and calls its argument later, on any thread, with the answer. Returns nullopt
+    // if the bridge was closed first. A second or later answer is ignored.
+    [[nodiscard]] std::optional<std::int32_t>
+    askOnMainAndWait(std::function<void(AnswerCallback)> ask);
 
-    // Main thread. Does what waits. May be entered again from the work itself.
+    // Main thread only. Runs all waiting work. May be called from that work.
     void runPending();
 
-    // Main thread. Lets every caller go whose work has not begun or whose question stands open,
-    // and turns all further ones away.
+    // Main thread only. Releases every caller whose work has not begun or whose question has no
+    // answer yet, and rejects all later calls.
     void close();
 
 private:
     enum class Progress : std::uint8_t { Waiting, Running, Done, Dropped };
 
-    // On its caller's stack; the main thread leaves it alone once it is Done or Dropped.
+    // Located on the caller's stack. The main thread does not access it once it is Done or Dropped.
     struct Job {
         Work work;
         Progress progress = Progress::Waiting;

@@ -1,25 +1,18 @@
 #include "ui/main_window.h"
 
+#include "ui/appearance.h"
 #include "ui/drag_view.h"
-#include "ui/drop_panel.h"
-#include "ui/elided_label.h"
-#include "ui/grid_delegates.h"
-#include "ui/header_style.h"
-#include "ui/look.h"
-#include "ui/status_table_model.h"
-#include "ui/steady_label.h"
+#include "ui/status_table_view.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
 #include <QStatusBar>
-#include <QTableView>
 #include <QVBoxLayout>
 
 namespace quenmoor {
@@ -27,20 +20,18 @@ namespace {
 
 using namespace Qt::StringLiterals;
 
-// In heights of a line of text, so that a window for large letters is large: at the usual size
-// about 900 by 640 pixels, and 560 by 400.
+// In line heights, so that the window grows with the user's font. With a common font the sizes are
+// about 900 by 640 and 560 by 400 pixels.
 constexpr QSize kWindowInLines(53, 38);
-constexpr QSize kSmallestWindowInLines(33, 24);
-constexpr double kMostOfScreen = 0.9;
-constexpr double kRowHeightInLines = 2.0;
-constexpr int kPercentWidthInCharacters = 20;
+constexpr QSize kMinWindowInLines(33, 24);
+constexpr double kMaxShareOfScreen = 0.9;
 constexpr int kProgressBarWidthInCharacters = 18;
 
-template <typename Part>
-Part* named(Part* part, const QString& name)
+template <typename Widget>
+Widget* named(Widget* widget, const QString& name)
 {
-    part->setObjectName(name);
-    return part;
+    widget->setObjectName(name);
+    return widget;
 }
 
 } // namespace
@@ -54,21 +45,21 @@ MainWindow::MainWindow(QWidget* page)
       webView(named(page, u"webView"_s)),
       dropPanel(named(new DropPanel, u"dropPanel"_s)),
       progressPanel(named(new QFrame, u"progressPanel"_s)),
-      progressGrid(named(new QTableView, u"progressGrid"_s)),
+      progressGrid(named(new StatusTableView, u"progressGrid"_s)),
       fileStatusBarLabel(named(new QLabel(u"File:"_s), u"fileStatusBarLabel"_s)),
       filenameStatusBarLabel(named(new ElidedLabel, u"filenameStatusBarLabel"_s)),
-      uploadStatusBarLabel(named(new SteadyLabel, u"uploadStatusBarLabel"_s)),
+      uploadStatusBarLabel(named(new QLabel, u"uploadStatusBarLabel"_s)),
       statusBarProgressBar(named(new QProgressBar, u"statusBarProgressBar"_s)),
       heading_(new QLabel),
       hint_(new QLabel),
-      headerButtonPlace_(new QVBoxLayout)
+      headerButtonLayout_(new QVBoxLayout)
 {
     setWindowTitle(kProductName.toString());
     setCentralWidget(mainView);
     const int line = fontMetrics().height();
-    const QSize screenRoom = screen()->availableSize() * kMostOfScreen;
-    resize((kWindowInLines * line).boundedTo(screenRoom));
-    setMinimumSize((kSmallestWindowInLines * line).boundedTo(screenRoom));
+    const QSize screenLimit = screen()->availableSize() * kMaxShareOfScreen;
+    resize((kWindowInLines * line).boundedTo(screenLimit));
+    setMinimumSize((kMinWindowInLines * line).boundedTo(screenLimit));
 
     auto* const rows = new QVBoxLayout(mainView);
     rows->setContentsMargins(line, line, line, line / 2);
@@ -81,10 +72,10 @@ MainWindow::MainWindow(QWidget* page)
     webView->setAccessibleName(u"Upload page"_s);
     dropPanel->setAccessibleName(u"Drop files here"_s);
     makeStatusBar();
-    makeKeys();
-    connect(mainView, &DragView::dragHovers, dropPanel, &DropPanel::setHighlighted);
+    makeShortcuts();
+    connect(mainView, &DragView::dragActiveChanged, dropPanel, &DropPanel::setHighlighted);
 
-    setAskingShown(false);
+    setQuestionShown(false);
     setPanelsShown(false, false);
     setStatusBarShown(false);
 }
@@ -117,7 +108,7 @@ QHBoxLayout* MainWindow::makeHeader()
     auto* const header = new QHBoxLayout;
     header->setSpacing(fontMetrics().height());
     header->addLayout(texts, 1);
-    header->addLayout(headerButtonPlace_);
+    header->addLayout(headerButtonLayout_);
     return header;
 }
 
@@ -126,47 +117,16 @@ void MainWindow::makeProgressPanel()
     auto* const rows = new QVBoxLayout(progressPanel);
     rows->setContentsMargins(0, 0, 0, 0);
     rows->addWidget(progressGrid);
-
-    auto* const style = new HeaderStyle;
-    style->setParent(progressGrid);
-    progressGrid->horizontalHeader()->setStyle(style);
-    progressGrid->setItemDelegate(new CellDelegate(progressGrid));
-    progressGrid->setAccessibleName(u"Uploads"_s);
-    progressGrid->setSelectionBehavior(QAbstractItemView::SelectRows);
-    progressGrid->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    progressGrid->setTabKeyNavigation(false); // the Tab key leaves the table
-    progressGrid->setTextElideMode(Qt::ElideMiddle);
-    progressGrid->setWordWrap(false);
-    progressGrid->setShowGrid(false);
-    progressGrid->setAlternatingRowColors(true);
-    progressGrid->setItemDelegateForColumn(StatusTableModel::Percent,
-                                           new PercentDelegate(progressGrid));
-    // Rows are all of one height, so that the view need not measure them.
-    QHeaderView* const rowHeader = progressGrid->verticalHeader();
-    rowHeader->setSectionResizeMode(QHeaderView::Fixed);
-    rowHeader->setDefaultSectionSize(static_cast<int>(fontMetrics().height() * kRowHeightInLines));
-    rowHeader->hide();
-    progressGrid->horizontalHeader()->setHighlightSections(false);
-}
-
-void MainWindow::setGridModel(QAbstractItemModel* model)
-{
-    progressGrid->setModel(model);
-    QHeaderView* const columns = progressGrid->horizontalHeader();
-    columns->setSectionResizeMode(QHeaderView::Interactive);
-    columns->setSectionResizeMode(StatusTableModel::File, QHeaderView::Stretch);
-    const QFontMetrics metrics = fontMetrics();
-    columns->resizeSection(StatusTableModel::Status,
-                           metrics.horizontalAdvance(u"  Uploading at 0000.000 MB/s  "_s));
-    columns->resizeSection(StatusTableModel::Percent,
-                           metrics.averageCharWidth() * kPercentWidthInCharacters);
 }
 
 void MainWindow::makeStatusBar()
 {
     fileStatusBarLabel->setForegroundRole(QPalette::PlaceholderText);
     filenameStatusBarLabel->setElidedText(u"[none]"_s);
-    uploadStatusBarLabel->setSteadyText(u"Upload rate: 0.000 MB/s"_s);
+    uploadStatusBarLabel->setText(u"Upload rate: 0.000 MB/s"_s);
+    // With a fixed size, a new rate does not start a new layout of the window.
+    uploadStatusBarLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    uploadStatusBarLabel->setFixedSize(QLabel(u"Upload rate: 0000.000 MB/s"_s).sizeHint());
     statusBarProgressBar->setAccessibleName(u"Progress of the file under upload"_s);
     statusBarProgressBar->setRange(0, 100);
     statusBarProgressBar->setValue(0);
@@ -185,21 +145,21 @@ void MainWindow::makeStatusBar()
     statusBar()->addPermanentWidget(statusBarProgressBar);
 }
 
-void MainWindow::makeKeys()
+void MainWindow::makeShortcuts()
 {
-    const auto addKey = [this](const QString& text, const QKeySequence& key, auto receiver) {
+    const auto addShortcut = [this](const QString& text, const QKeySequence& key, auto receiver) {
         auto* const action = new QAction(text, this);
         action->setShortcut(key);
         connect(action, &QAction::triggered, this, receiver);
         addAction(action);
     };
-    addKey(u"Browse…"_s, QKeySequence(Qt::CTRL | Qt::Key_O), &MainWindow::browseRequested);
-    addKey(u"Quit"_s, QKeySequence(Qt::CTRL | Qt::Key_Q), &MainWindow::quitRequested);
-    addKey(u"Leave the Page"_s, QKeySequence(Qt::Key_F6), &MainWindow::moveFocusOutOfPage);
+    addShortcut(u"Browse…"_s, QKeySequence(Qt::CTRL | Qt::Key_O), &MainWindow::browseRequested);
+    addShortcut(u"Quit"_s, QKeySequence(Qt::CTRL | Qt::Key_Q), &MainWindow::quitRequested);
+    addShortcut(u"Switch Focus"_s, QKeySequence(Qt::Key_F6), &MainWindow::switchFocus);
     connect(browseButton, &QPushButton::clicked, this, &MainWindow::browseRequested);
 }
 
-void MainWindow::moveFocusOutOfPage()
+void MainWindow::switchFocus()
 {
     QWidget* const focus = QApplication::focusWidget();
     const bool inPage = focus != nullptr && (focus == webView || webView->isAncestorOf(focus));
@@ -211,20 +171,20 @@ void MainWindow::moveFocusOutOfPage()
         browseButton->setFocus(Qt::TabFocusReason);
 }
 
-void MainWindow::setAskingShown(bool shown)
+void MainWindow::setQuestionShown(bool shown)
 {
     infoLabel->setVisible(shown);
     filenameLabel->setVisible(shown);
     if (!shown)
         queueLabel->hide();
-    arrange();
+    updateHeader();
 }
 
 void MainWindow::setPanelsShown(bool drop, bool progress)
 {
     dropPanel->setVisible(drop);
     progressPanel->setVisible(progress);
-    arrange();
+    updateHeader();
 }
 
 bool MainWindow::isProgressPanelShown() const
@@ -245,32 +205,21 @@ void MainWindow::setPageShown(bool shown)
     webView->setVisible(shown);
 }
 
-void MainWindow::arrange()
+void MainWindow::updateHeader()
 {
     heading_->setText(progressPanel->isHidden() ? kProductName.toString() : u"Uploads"_s);
     hint_->setVisible(!progressPanel->isHidden());
     heading_->setVisible(filenameLabel->isHidden() && dropPanel->isHidden());
 
     const bool focused = browseButton->hasFocus();
-    QVBoxLayout* const place =
-        dropPanel->isHidden() ? headerButtonPlace_ : dropPanel->buttonPlace();
-    if (place->indexOf(browseButton) < 0) {
-        place->addWidget(browseButton);
+    QVBoxLayout* const layout =
+        dropPanel->isHidden() ? headerButtonLayout_ : dropPanel->buttonLayout();
+    if (layout->indexOf(browseButton) < 0) {
+        layout->addWidget(browseButton);
         browseButton->show();
         if (focused)
             browseButton->setFocus();
     }
-}
-
-void MainWindow::changeEvent(QEvent* event)
-{
-    QMainWindow::changeEvent(event);
-    if (event->type() != QEvent::WindowStateChange)
-        return;
-    // Some desktops keep a minimised window as if it were on screen, and the toolkit paints on.
-    // What has changed meanwhile is painted when updates are enabled again.
-    progressPanel->setUpdatesEnabled(!isMinimized());
-    statusBar()->setUpdatesEnabled(!isMinimized());
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

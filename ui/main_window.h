@@ -1,11 +1,10 @@
-// The window as it is laid out: the parts that the controller fills, and the keys that work
-// everywhere in it.
+// The main window: its widgets, their layout and the keyboard shortcuts. ViewController fills the
+// widgets and reacts to the signals.
 #pragma once
 
 #include <QMainWindow>
 #include <functional>
 
-class QAbstractItemModel;
 class QFrame;
 class QHBoxLayout;
 class QLabel;
@@ -19,17 +18,16 @@ namespace quenmoor {
 class DragView;
 class DropPanel;
 class ElidedLabel;
-class SteadyLabel;
 
-// Main thread only. Each part's object name is its name here.
+// Main thread only. The object name of each public widget is its name here.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    // `webView` shows the service page and becomes a part of the window.
+    // `webView` shows the service page. The window takes ownership of it.
     explicit MainWindow(QWidget* webView);
 
-    // The parts, owned by the window.
+    // Owned by the window.
     DragView* mainView;
     QLabel* infoLabel;
     ElidedLabel* filenameLabel;
@@ -41,21 +39,19 @@ public:
     QTableView* progressGrid;
     QLabel* fileStatusBarLabel;
     ElidedLabel* filenameStatusBarLabel;
-    SteadyLabel* uploadStatusBarLabel;
+    QLabel* uploadStatusBarLabel;
     QProgressBar* statusBarProgressBar;
 
-    void setGridModel(QAbstractItemModel* model);
-
-    // Labels that say which file the page asks about.
-    void setAskingShown(bool shown);
+    // Shows or hides the labels about the file that the page asks about.
+    void setQuestionShown(bool shown);
     void setPanelsShown(bool drop, bool progress);
     bool isProgressPanelShown() const;
     void setStatusBarShown(bool shown);
 
-    // The page in the whole of the window, or out of sight; it stays loaded.
+    // A hidden page stays loaded.
     void setPageShown(bool shown);
 
-    // Decides whether the window may close; without one it may.
+    // Returns whether the window may close. If it is empty, the window always closes.
     std::function<bool()> windowShouldClose;
 
 Q_SIGNALS:
@@ -64,23 +60,25 @@ Q_SIGNALS:
     void windowClosed();
 
 protected:
-    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:
     QHBoxLayout* makeHeader();
     void makeProgressPanel();
     void makeStatusBar();
-    void makeKeys();
-    void moveFocusOutOfPage();
+    void makeShortcuts();
 
-    // The heading stands where nothing else names what the window shows, the Browse button in the
-    // drop panel while that is there.
-    void arrange();
+    // Moves the keyboard focus to the next of page, Browse button and table. The page handles the
+    // Tab key itself.
+    void switchFocus();
+
+    // Shows the heading if neither file name nor drop panel is visible, and moves the Browse button
+    // into the drop panel while that is visible.
+    void updateHeader();
 
     QLabel* heading_;
     QLabel* hint_;
-    QVBoxLayout* headerButtonPlace_;
+    QVBoxLayout* headerButtonLayout_;
 };
 
 } // namespace quenmoor

@@ -19,8 +19,7 @@ bool QtMainThreadBridge::Receiver::event(QEvent* event)
     return true;
 }
 
-// A bridge that turns work away means that the program is ending: then nothing is shown, and
-// nobody needs to know.
+// A closed bridge means that the program is ending, so its result is ignored.
 
 void QtUploadView::reloadProgressGrid(std::optional<std::int32_t> percent)
 {
@@ -38,17 +37,12 @@ void QtUploadView::setStatusBar(const std::string& filename, const std::string& 
 std::optional<std::int32_t> QtUploadView::runModal(const Alert& alert)
 {
     return bridge_.askOnMainAndWait(
-        [this, &alert](const Answer& answer) { Q_EMIT alertRaised(alert, answer); });
+        [this, &alert](const AnswerCallback& answer) { Q_EMIT alertRaised(alert, answer); });
 }
 
 void QtUploadView::terminate()
 {
     static_cast<void>(bridge_.runOnMainAndWait([this] { Q_EMIT terminationRequested(); }));
-}
-
-void QtUploadView::attemptChanged(const AttemptEvent& event)
-{
-    static_cast<void>(bridge_.runOnMainAndWait([this, &event] { Q_EMIT attemptReported(event); }));
 }
 
 } // namespace quenmoor

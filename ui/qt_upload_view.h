@@ -1,5 +1,4 @@
-// The window's side of the engine: brings what the upload thread and the monitor report to the
-// main thread, as signals.
+// Forwards the engine's calls from the background threads to the main thread, as Qt signals.
 #pragma once
 
 #include "engine/upload_view.h"
@@ -7,17 +6,16 @@
 
 #include <QObject>
 #include <QString>
-#include <functional>
 
 namespace quenmoor {
 
-// A bridge whose main thread is the one that makes it, served by that thread's event loop.
+// A bridge to the thread that creates it, run by that thread's Qt event loop.
 class QtMainThreadBridge : public MainThreadBridge {
 public:
     QtMainThreadBridge();
 
 private:
-    // Gets the wake events. Those that nobody has read yet go with it.
+    // Receives the wake events. Qt drops the pending ones when it is destroyed.
     class Receiver : public QObject {
     public:
         explicit Receiver(MainThreadBridge& bridge) : bridge_(bridge) {}
@@ -30,30 +28,32 @@ private:
     Receiver receiver_{*this};
 };
 
-// Lives on the main thread and emits there, while the background thread waits; so what a slot
-// does in a direct connection is done when the engine's call returns.
+// Created on the main thread, where it emits all signals. The engine's call returns after all slots
+// in direct connections have returned, or at once if the bridge is closed.
 class QtUploadView : public QObject, public UploadView {
     Q_OBJECT
 
 public:
-    using Answer = std::function<void(std::int32_t)>;
+    using AnswerCallback = MainThreadBridge::AnswerCallback;
 
-    // The bridge outlives the view.
+    // The bridge must outlive the view.
     explicit QtUploadView(MainThreadBridge& bridge) : bridge_(bridge) {}
 
     void reloadProgressGrid(std::optional<std::int32_t> percent) override;
     void setStatusBar(const std::string& filename, const std::string& rate) override;
     std::optional<std::int32_t> runModal(const Alert& alert) override;
     void terminate() override;
-    void attemptChanged(const AttemptEvent& event) override;
+    // Ignored: the window shows the status table, which has the same facts as text.
+    void attemptChanged(const AttemptEvent& /*event*/) override {}
 
 Q_SIGNALS:
     void progressGridChanged(std::optional<std::int32_t> percent);
     void statusBarChanged(const QString& filename, const QString& rate);
-    // One receiver shows the alert, returns at once and calls `answer` on the main thread later.
-    void alertRaised(const quenmoor::Alert& alert, const quenmoor::QtUploadView::Answer& answer);
+    // Exactly one slot opens the alert, returns at once and calls `answer` on the main thread
+    // later.
+    void alertRaised(const quenmoor::Alert& alert,
+                     const quenmoor::QtUploadView::AnswerCallback& answer);
     void terminationRequested();
-    void attemptReported(const quenmoor::AttemptEvent& event);
 
 private:
     MainThreadBridge& bridge_;

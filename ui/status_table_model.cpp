@@ -1,6 +1,6 @@
 #include "ui/status_table_model.h"
 
-#include "ui/shown_text.h"
+#include "ui/appearance.h"
 
 #include <array>
 
@@ -32,13 +32,13 @@ void StatusTableModel::appendRow(const FileUrl& file)
 
 void StatusTableModel::refreshCurrentRow()
 {
-    // Files that are done have left the queue, and their rows stay: so the rows end with one for
-    // each queued file, and the first of these belongs to its head.
+    // Completed files leave the queue and keep their rows. So the last rows are those of the queued
+    // files, and the first of them belongs to the head of the queue.
     const std::size_t queued = queues_.uploadCount();
     if (queued == 0 || queued > files_.size())
         return;
     const int row = static_cast<int>(files_.size() - queued);
-    // Cell by cell: for a range of cells the view would paint the row below as well.
+    // One signal per cell: for a range, the view also repaints the row below.
     for (const int column : {Status, Percent}) {
         const QModelIndex cell = index(row, column);
         Q_EMIT dataChanged(cell, cell);
@@ -62,15 +62,15 @@ QVariant StatusTableModel::data(const QModelIndex& index, int role) const
     const auto row = static_cast<std::size_t>(index.row());
     const StatusTable& table = queues_.tableList();
     switch (role) {
-    case Qt::DisplayRole: return shownText(table.cell(columnName(index.column()), row));
+    case Qt::DisplayRole: return printableQString(table.cell(columnName(index.column()), row));
     case PercentRole: {
         const StatusTable::Row object = table.objectAtIndex(row);
         return object != nullptr ? object->percent : 0;
     }
     case Qt::ToolTipRole:
         if (index.column() == File)
-            return shownText(files_[row].path().native());
-        return shownText(table.cell(columnName(index.column()), row));
+            return printableQString(files_[row].path().native());
+        return printableQString(table.cell(columnName(index.column()), row));
     default: return {};
     }
 }

@@ -1,4 +1,4 @@
-// The status table as the window's table view reads it: columns File, Status, Percent.
+// The item model of the status table: columns File, Status and Percent.
 #pragma once
 
 #include "queue/upload_queues.h"
@@ -8,25 +8,26 @@
 
 namespace quenmoor {
 
-// Main thread only. Rows are told of one by one and never reset, so the view keeps its selection
-// and its place, and a change costs the same in a table of any length.
+// Main thread only. Rows are inserted and changed one by one and the model is never reset, so the
+// view keeps its selection and scroll position, and the cost of a change does not depend on the
+// length of the table.
 class StatusTableModel : public QAbstractTableModel {
     Q_OBJECT
 
 public:
     enum Column { File, Status, Percent, ColumnCount };
 
-    // The bare number of per cent, for whoever draws it.
+    // The percentage as an int, for the delegate.
     static constexpr int PercentRole = Qt::UserRole;
 
-    // The queues outlive the model.
+    // The queues must outlive the model.
     explicit StatusTableModel(const UploadQueues& queues, QObject* parent = nullptr);
 
-    // The table has got its next row, for `file`; its path becomes the row's tool tip, as the row
-    // itself knows the name only.
+    // Announces the row that was just appended to the table. The path of `file` becomes its tool
+    // tip.
     void appendRow(const FileUrl& file);
 
-    // The row of the file under upload was replaced.
+    // Announces that the row of the file under upload changed.
     void refreshCurrentRow();
 
     int rowCount(const QModelIndex& parent = {}) const override;
@@ -36,7 +37,7 @@ public:
 
 private:
     const UploadQueues& queues_;
-    std::vector<FileUrl> files_; // one for each row that the view knows
+    std::vector<FileUrl> files_; // one for each announced row
 };
 
 } // namespace quenmoor

@@ -3,33 +3,20 @@
 #include "base/log.h"
 #include "engine/upload_engine.h"
 #include "ui/app_delegate.h"
+#include "ui/appearance.h"
 #include "ui/desktop.h"
 #include "ui/drag_view.h"
-#include "ui/elided_label.h"
-#include "ui/page/page_url.h"
-#include "ui/shown_text.h"
-#include "ui/steady_label.h"
 
-#include <QLabel>
 #include <QProgressBar>
+#include <QTableView>
 #include <QUrl>
 
 namespace quenmoor {
-namespace {
-
-// An absent value as the service's page knows it from its query.
-std::string printed(const std::optional<QString>& value)
-{
-    return value ? value->toStdString() : "(null)";
-}
-
-} // namespace
-
-ViewController::ViewController(const Surroundings& surroundings, Client client)
-    : with_(surroundings),
+ViewController::ViewController(const Dependencies& dependencies, Client client)
+    : deps_(dependencies),
       client_(std::move(client)),
-      tableModel_(with_.queues),
-      window_(with_.page.widget())
+      tableModel_(deps_.queues),
+      window_(deps_.page.widget())
 {
 }
 
@@ -37,9 +24,9 @@ void ViewController::viewDidLoad()
 {
     window_.setWindowTitle(window_.windowTitle() + QStringLiteral(" - v") + client_.versionText);
     connectParts();
-    addFiles(with_.delegate.droppedFiles());
-    window_.setGridModel(&tableModel_);
-    with_.page.load(QUrl(client_.baseUrl));
+    addFiles(deps_.delegate.droppedFiles());
+    window_.progressGrid->setModel(&tableModel_);
+    deps_.page.load(QUrl(client_.baseUrl));
     logSystem("Byte length of long: {}", sizeof(long));
 }
 
@@ -48,27 +35,28 @@ void ViewController::connectParts()
     window_.windowShouldClose = [this] { return windowShouldClose(); };
     connect(&window_, &MainWindow::browseRequested, this, &ViewController::browseButtonClick);
     connect(window_.mainView, &DragView::filesDropped, this, &ViewController::addFiles);
-    connect(&with_.page, &ServicePage::titleReceived, this,
+    connect(&deps_.page, &ServicePage::titleReceived, this,
             &ViewController::webViewDidReceiveTitle);
-    connect(&with_.view, &QtUploadView::progressGridChanged, this,
+    connect(&deps_.view, &QtUploadView::progressGridChanged, this,
             &ViewController::reloadProgressGrid);
-    connect(&with_.view, &QtUploadView::statusBarChanged, this,
+    connect(&deps_.view, &QtUploadView::statusBarChanged, this,
             [this](const QString& filename, const QString& rate) {
-                window_.filenameStatusBarLabel->setElidedText(shownText(filename.toStdString()));
-                window_.uploadStatusBarLabel->setSteadyText(rate);
+                window_.filenameStatusBarLabel->setElidedText(
+                    printableQString(filename.toStdString()));
+                window_.uploadStatusBarLabel->setText(rate);
             });
-    connect(&with_.view, &QtUploadView::alertRaised, this,
-            [this](const Alert& alert, const QtUploadView::Answer& answer) {
-                // The text does not name the file, and the table may be out of sight.
-                const auto head = with_.queues.uploadHead();
-                with_.desktop.openModal(&window_, shownText(head ? head->file.filename() : ""),
-                                        alert, answer);
+    connect(&deps_.view, &QtUploadView::alertRaised, this,
+            [this](const Alert& alert, const QtUploadView::AnswerCallback& answer) {
+                // The alert's text does not contain the file name, so the title shows it.
+                const auto head = deps_.queues.uploadHead();
+                deps_.desktop.openModal(
+                    &window_, printableQString(head ? head->file.filename() : ""), alert, answer);
             });
 }
 
 void ViewController::addFiles(const std::vector<FileUrl>& files)
 {
-    with_.queues.addFiles(files);
+    deps_.queues.addFiles(files);
     updateView();
 }
 
@@ -77,7 +65,7 @@ void ViewController::updateView()
     logSystem("Update view called.");
     if (starting_)
         return;
-    if (with_.queues.fileQueue().empty())
+    if (deps_.queues.fileQueue().empty())
         showIdle();
     else
         showHeadFile();
@@ -85,25 +73,24 @@ void ViewController::updateView()
 
 void ViewController::showHeadFile()
 {
-    const std::deque<InfoContainer>& fileQueue = with_.queues.fileQueue();
+    const std::deque<InfoContainer>& fileQueue = deps_.queues.fileQueue();
     const InfoContainer& head = fileQueue.front();
     window_.setPanelsShown(false, false);
     window_.setPageShown(true);
-    // While the page asks about a file, no other may come in by a drop.
     window_.mainView->unregisterDraggedTypes();
-    window_.filenameLabel->setElidedText(shownText(head.file.filename()),
-                                         shownText(head.file.path().native()));
-    window_.setAskingShown(true);
+    window_.filenameLabel->setElidedText(printableQString(head.file.filename()),
+                                         printableQString(head.file.path().native()));
+    window_.setQuestionShown(true);
     window_.queueLabel->setText(QStringLiteral("(%1 more in Queue)").arg(fileQueue.size() - 1));
     window_.queueLabel->setVisible(fileQueue.size() > 1);
-    with_.page.load(pageUrl(client_.baseUrl, session_, head.file.filename(), head.size));
+    deps_.page.load(pageUrl(client_.baseUrl, session_, head.file.filename(), head.size));
 }
 
 void ViewController::showIdle()
 {
-    const bool hasRows = with_.queues.tableList().count() > 0;
+    const bool hasRows = deps_.queues.tableList().count() > 0;
     window_.setPanelsShown(!hasRows, hasRows || window_.isProgressPanelShown());
-    window_.setAskingShown(false);
+    window_.setQuestionShown(false);
     window_.setPageShown(false);
     window_.mainView->registerForDraggedTypes();
 }
@@ -140,33 +127,33 @@ void ViewController::handleTitle(const PageSignal& signal)
 void ViewController::sessionReceived(const PageSignal& signal)
 {
     session_ = signal.session;
-    logSystem("Session value: {}", printed(session_));
-    addFiles(with_.delegate.droppedFiles());
+    logSystem("Session value: {}", session_ ? session_->toStdString() : "(null)");
+    addFiles(deps_.delegate.droppedFiles());
     updateView();
 }
 
 void ViewController::tokenReceived(const PageSignal& signal)
 {
     session_ = signal.session;
-    if (with_.queues.fileQueue().empty()) {
-        logSystem("The page gave a token, but no file waits for one.");
+    if (deps_.queues.fileQueue().empty()) {
+        logSystem("The page issued a token, but no file is waiting for one.");
         return;
     }
-    const FileUrl file = with_.queues.fileQueue().front().file;
+    const FileUrl file = deps_.queues.fileQueue().front().file;
     std::optional<std::string> token;
     if (signal.token)
         token = signal.token->toStdString();
-    if (with_.queues.acceptToken(std::move(token)))
+    if (deps_.queues.acceptToken(std::move(token)))
         tableModel_.appendRow(file);
-    with_.engine.initiateUpload();
+    deps_.engine.initiateUpload();
     updateView();
 }
 
 void ViewController::cancelReceived(const PageSignal& signal)
 {
     session_ = signal.session;
-    if (!with_.queues.cancelHead()) {
-        logSystem("The page cancelled a file, but no file waits.");
+    if (!deps_.queues.cancelHead()) {
+        logSystem("The page cancelled a file, but no file is waiting.");
         return;
     }
     updateView();
@@ -176,45 +163,45 @@ void ViewController::indexReceived(const PageSignal& signal)
 {
     starting_ = false;
     if (isOutOfDate(client_.version, pageVersion(signal)))
-        tellOutOfDate(signal);
-    // A user whose uploads are not finished may refuse to quit; the client then goes on as if it
-    // were current.
+        stopOutdatedClient(signal);
+    // The user may refuse to quit while uploads are not finished. The client then continues as if
+    // it were current.
     window_.setPageShown(true);
     window_.setStatusBarShown(true);
     window_.setPanelsShown(false, false);
 }
 
-void ViewController::tellOutOfDate(const PageSignal& signal)
+void ViewController::stopOutdatedClient(const PageSignal& signal)
 {
     const Alert alert{"This version of utility client is out of date.\nWhen you click 'OK' a "
                       "download page will open in your default browser and this application will "
                       "exit.",
                       {},
                       {}};
-    if (!with_.desktop.runModal(&window_, alert))
-        return; // the program is ending already
+    if (!deps_.desktop.runModal(&window_, alert))
+        return; // the program is already ending
     if (const std::optional<QUrl> url = downloadUrl(signal))
-        with_.desktop.openUrl(*url);
+        deps_.desktop.openUrl(*url);
     Q_EMIT terminationRequested();
 }
 
 bool ViewController::windowShouldClose()
 {
-    if (with_.queues.fileQueue().empty() && with_.queues.uploadCount() == 0)
+    if (deps_.queues.fileQueue().empty() && deps_.queues.uploadCount() == 0)
         return true;
-    // A second request, as from the end of the desktop session, does not stack a second question.
+    // A second request, for example at the end of the desktop session, opens no second alert.
     if (closeQuestionOpen_)
         return false;
     closeQuestionOpen_ = true;
     const Alert alert{"Not all uploads are finished.  Quit?", {}, {"No", "Yes"}};
-    const std::optional<std::int32_t> answer = with_.desktop.runModal(&window_, alert);
+    const std::optional<std::int32_t> answer = deps_.desktop.runModal(&window_, alert);
     closeQuestionOpen_ = false;
     return answer == kSecondButton;
 }
 
 void ViewController::browseButtonClick()
 {
-    with_.desktop.chooseFiles(&window_,
+    deps_.desktop.chooseFiles(&window_,
                               [this](const std::vector<FileUrl>& files) { addFiles(files); });
 }
 

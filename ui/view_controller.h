@@ -1,15 +1,14 @@
-// The controller of the main window: what the service page says, what the user does and what the
-// engine reports come together here.
+// The controller of the main window: reacts to the service page, the user and the engine.
 //
-// The window is in one of four states. Starting: the page loads, nothing else happens. Ready: the
-// page has shown itself. Idle: nothing waits for the page, files may be dropped. Asking: the page
-// asks about the first waiting file. The first "index" ends Starting for good.
+// The window is in one of four states. Starting: the page is loading; files are queued but not
+// shown. Ready: the page has signalled "index". Idle: no file waits for a token; files can be
+// dropped. Asking: the page asks about the first file in the queue. Starting is never entered
+// again.
 #pragma once
 
 #include "ui/main_window.h"
-#include "ui/page/service_page.h"
-#include "ui/page/version_check.h"
 #include "ui/qt_upload_view.h"
+#include "ui/service_page.h"
 #include "ui/status_table_model.h"
 
 #include <deque>
@@ -25,8 +24,8 @@ class ViewController : public QObject {
     Q_OBJECT
 
 public:
-    // All of them outlive the controller.
-    struct Surroundings {
+    // All of them must outlive the controller.
+    struct Dependencies {
         UploadQueues& queues;
         UploadEngine& engine;
         QtUploadView& view;
@@ -41,23 +40,23 @@ public:
         QString baseUrl; // of the service page, without a query
     };
 
-    ViewController(const Surroundings& surroundings, Client client);
+    ViewController(const Dependencies& dependencies, Client client);
 
     MainWindow& window() { return window_; }
 
-    // Called once, before the window is shown.
+    // Call it once, before the window is shown.
     void viewDidLoad();
 
     void addFiles(const std::vector<FileUrl>& files);
 
-    // Shows the first waiting file and loads its page, or the idle view.
+    // Shows the first file in the queue and loads its page, or shows the idle view.
     void updateView();
 
-    // Every title of the page's main frame. One that arrives while another one's question stands
-    // waits for its turn.
+    // Handles one title of the page. A title that arrives while the alert of an earlier one is open
+    // is handled after it.
     void webViewDidReceiveTitle(const PageSignal& signal);
 
-    // Asks when files wait or are under upload; only "Yes" lets the window close.
+    // Asks the user if files are queued or under upload. Returns true if the window may close.
     bool windowShouldClose();
 
     void browseButtonClick();
@@ -68,24 +67,23 @@ Q_SIGNALS:
 private:
     void connectParts();
 
-    // One for each title that means something.
     void handleTitle(const PageSignal& signal);
     void sessionReceived(const PageSignal& signal);
     void tokenReceived(const PageSignal& signal);
     void indexReceived(const PageSignal& signal);
     void cancelReceived(const PageSignal& signal);
 
-    void tellOutOfDate(const PageSignal& signal);
+    void stopOutdatedClient(const PageSignal& signal);
 
     void showHeadFile();
     void showIdle();
     void reloadProgressGrid(std::optional<std::int32_t> percent);
 
     // Set once at construction.
-    Surroundings with_;
+    Dependencies deps_;
     const Client client_;
 
-    // The model outlives the window that shows it.
+    // Declared before the window, which uses the model until it is destroyed.
     StatusTableModel tableModel_;
     MainWindow window_;
 
@@ -93,7 +91,7 @@ private:
     bool starting_ = true;
     bool closeQuestionOpen_ = false;
     bool handlingTitle_ = false;
-    std::deque<PageSignal> titles_; // received and not handled yet
+    std::deque<PageSignal> titles_; // received, not yet handled
 };
 
 } // namespace quenmoor

@@ -1,11 +1,10 @@
 #include "tests/end_to_end/whole_window.h"
 
 #include "base/text.h"
+#include "ui/appearance.h"
 #include "ui/drag_view.h"
-#include "ui/elided_label.h"
-#include "ui/end_process.h"
-#include "ui/page/page_url.h"
-#include "ui/shown_text.h"
+#include "ui/service_page.h"
+#include "ui/startup_and_exit.h"
 
 #include <QApplication>
 #include <QDropEvent>
@@ -54,7 +53,7 @@ WholeWindow::WholeWindow(const Certificate& certificate, PageSettings settings)
     page =
         std::make_unique<WebServicePage>(base, [this](const QUrl& url) { desktop.openUrl(url); });
     controller = std::make_unique<ViewController>(
-        ViewController::Surroundings{queues, *engine, view, *page, delegate, desktop},
+        ViewController::Dependencies{queues, *engine, view, *page, delegate, desktop},
         ViewController::Client{u"1.0.0"_s, {1, 0, 0}, base});
     static const EndSignals endSignals;
     connectEnd(*controller, delegate, view, bridge, endSignals);
@@ -124,7 +123,7 @@ QString WholeWindow::inPage(const QString& script)
 
 void WholeWindow::answerPage(const std::string& name, const QString& button)
 {
-    const QString shown = shownText(name);
+    const QString shown = printableQString(name);
     QVERIFY2(QTest::qWaitFor([&] { return controller->window().filenameLabel->text() == shown; },
                              kPatience),
              qPrintable(shown));

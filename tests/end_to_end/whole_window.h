@@ -12,10 +12,10 @@
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
 #include "ui/app_delegate.h"
+#include "ui/desktop.h"
 #include "ui/page/web_service_page.h"
-#include "ui/qt_desktop.h"
+#include "ui/startup_and_exit.h"
 #include "ui/view_controller.h"
-#include "ui/window_start.h"
 
 #include <memory>
 

@@ -1,8 +1,8 @@
 // What a user does with the window, from the drop to the stored bytes.
 #include "tests/end_to_end/whole_window.h"
 #include "tests/ui/page/scripted_service.h"
-#include "ui/drop_panel.h"
-#include "ui/elided_label.h"
+#include "ui/appearance.h"
+#include "ui/drag_view.h"
 
 #include <QApplication>
 #include <QFileDialog>

@@ -1,4 +1,4 @@
-#include "ui/alerts.h"
+#include "ui/desktop.h"
 
 #include <QApplication>
 #include <QDialog>
@@ -28,8 +28,8 @@ private:
         std::vector<std::int32_t> answers;
         QWidget window;
         window.show();
-        openAlert(&window, QStringLiteral("a.mov"), alert,
-                  [&answers](std::int32_t answer) { answers.push_back(answer); });
+        QtDesktop().openModal(&window, QStringLiteral("a.mov"), alert,
+                              [&answers](std::int32_t answer) { answers.push_back(answer); });
         const QPointer<QDialog> dialog = shownDialog();
         if (dialog == nullptr || !QTest::qWaitForWindowExposed(dialog))
             return {};
@@ -99,7 +99,7 @@ private Q_SLOTS:
     void waitingForTheAnswerEndsWithIt()
     {
         QTimer::singleShot(0, this, [] { button(*shownDialog(), 1)->click(); });
-        QCOMPARE(runAlert(nullptr, {}, question_), kSecondButton);
+        QCOMPARE(QtDesktop().runModal(nullptr, question_), kSecondButton);
     }
 
     void theProgramsEndIsNoAnswer()
@@ -107,7 +107,7 @@ private Q_SLOTS:
         std::optional<std::int32_t> answer = kFirstButton;
         QTimer::singleShot(0, this, [this, &answer] {
             QTimer::singleShot(0, this, [] { QCoreApplication::exit(3); });
-            answer = runAlert(nullptr, {}, question_);
+            answer = QtDesktop().runModal(nullptr, question_);
         });
         QCOMPARE(QApplication::exec(), 3);
         QCOMPARE(answer, std::nullopt);

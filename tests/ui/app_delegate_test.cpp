@@ -19,7 +19,7 @@ private:
     static void showBusy(WindowFixture& with)
     {
         QObject::connect(&with.window, &MainWindow::windowClosed, &with.delegate,
-                         &AppDelegate::lastWindowClosed, Qt::QueuedConnection);
+                         &AppDelegate::terminate, Qt::QueuedConnection);
         QObject::connect(&with.window, &MainWindow::quitRequested, &with.delegate,
                          &AppDelegate::terminate);
         with.start();

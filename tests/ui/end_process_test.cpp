@@ -4,8 +4,8 @@
 #include "tests/fakes/fake_upload_view.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
-#include "ui/end_process.h"
 #include "ui/main_thread_bridge.h"
+#include "ui/startup_and_exit.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The program's end in each phase of an upload, with the real engine, bridge, window and alerts.
 #include "tests/ui/window_fixture.h"
-#include "ui/end_process.h"
-#include "ui/qt_desktop.h"
+#include "ui/desktop.h"
+#include "ui/startup_and_exit.h"
 
 #include <QApplication>
 #include <QTest>
@@ -121,7 +121,7 @@ private Q_SLOTS:
         QtUploadView view(bridge);
         QWidget window;
         QObject::connect(&view, &QtUploadView::alertRaised, &window,
-                         [&](const Alert& alert, const QtUploadView::Answer& answer) {
+                         [&](const Alert& alert, const QtUploadView::AnswerCallback& answer) {
                              desktop.openModal(&window, {}, alert, answer);
                          });
         std::optional<std::int32_t> answer = kFirstButton;

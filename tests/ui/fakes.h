@@ -2,7 +2,7 @@
 #pragma once
 
 #include "ui/desktop.h"
-#include "ui/page/service_page.h"
+#include "ui/service_page.h"
 
 #include <QUrl>
 #include <QWidget>

@@ -103,7 +103,7 @@ TEST_F(MainThreadBridgeTest, workMayServeOtherCallersFromInside)
 }
 
 struct Question : MainThreadBridgeTest {
-    MainThreadBridge::Answer give;
+    MainThreadBridge::AnswerCallback give;
     std::future<std::optional<std::int32_t>> caller;
 
     // Leaves a question open.

@@ -1,5 +1,5 @@
 #include "tests/fakes/temp_folder.h"
-#include "ui/qt_desktop.h"
+#include "ui/desktop.h"
 
 #include <QApplication>
 #include <QFileDialog>

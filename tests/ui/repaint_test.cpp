@@ -2,10 +2,9 @@
 // sight.
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
-#include "ui/elided_label.h"
+#include "ui/appearance.h"
 #include "ui/main_window.h"
 #include "ui/status_table_model.h"
-#include "ui/steady_label.h"
 
 #include <QPaintEvent>
 #include <QProgressBar>
@@ -88,7 +87,7 @@ public:
 
     UploadingWindow()
     {
-        window.setGridModel(&model);
+        window.progressGrid->setModel(&model);
         window.setPanelsShown(false, true);
         window.setPageShown(false);
         window.setStatusBarShown(true);
@@ -116,7 +115,7 @@ public:
     {
         return watcher.during([this, filename, rate, percent] {
             window.filenameStatusBarLabel->setElidedText(filename);
-            window.uploadStatusBarLabel->setSteadyText(rate);
+            window.uploadStatusBarLabel->setText(rate);
             window.statusBarProgressBar->setValue(percent);
         });
     }
@@ -154,9 +153,6 @@ private Q_SLOTS:
             << Hide([](MainWindow& window) { window.setPanelsShown(false, true); });
         QTest::newRow("hidden window") << Hide([](MainWindow& window) { window.hide(); })
                                        << Hide([](MainWindow& window) { window.show(); });
-        QTest::newRow("minimised window")
-            << Hide([](MainWindow& window) { window.showMinimized(); })
-            << Hide([](MainWindow& window) { window.showNormal(); });
     }
     void nothingOutOfSightIsPainted()
     {
@@ -174,14 +170,6 @@ private Q_SLOTS:
         QVERIFY(!with.refresh().grid.isEmpty());
     }
 
-    void aMinimisedWindowLeavesItsStatusBarAlone()
-    {
-        UploadingWindow with;
-        with.window.showMinimized();
-        QCOMPARE(with.setStatusBar(u"clip.mov"_s, u"Upload rate: 1.000 MB/s"_s, 50).painted,
-                 QStringList());
-    }
-
     void theStatusBarPaintsWhatDiffersAndKeepsTheLayout()
     {
         UploadingWindow with;
@@ -193,26 +181,6 @@ private Q_SLOTS:
             with.setStatusBar(u"clip.mov"_s, u"Upload rate: 222.222 MB/s"_s, 50);
         QCOMPARE(next.painted, QStringList(u"uploadStatusBarLabel"_s));
         QCOMPARE(next.layouts, 0);
-    }
-
-    void theRateHasTheRoomThatItsTextNeeds()
-    {
-        UploadingWindow with;
-        const SteadyLabel& label = *with.window.uploadStatusBarLabel;
-        const auto ordinarySize = [&label] {
-            QLabel ordinary(label.text());
-            ordinary.setFont(label.font());
-            return ordinary.sizeHint();
-        };
-        for (const QString& rate : {u"Upload rate: 0.000 MB/s"_s, u"Upload rate: 1111.111 MB/s"_s,
-                                    u"Upload rate: 22.222 MB/s"_s}) {
-            with.setStatusBar(u"clip.mov"_s, rate, 50);
-            QCOMPARE(label.size(), ordinarySize());
-        }
-        QFont large = with.window.font();
-        large.setPointSizeF(large.pointSizeF() * 2);
-        with.watcher.during([&] { with.window.setFont(large); });
-        QCOMPARE(label.size(), ordinarySize());
     }
 };
 

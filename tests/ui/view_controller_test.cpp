@@ -1,8 +1,6 @@
 #include "tests/ui/window_fixture.h"
+#include "ui/appearance.h"
 #include "ui/drag_view.h"
-#include "ui/drop_panel.h"
-#include "ui/elided_label.h"
-#include "ui/steady_label.h"
 #include "ui/view_controller.h"
 
 #include <QLabel>

@@ -1,135 +1,159 @@
-// Tells the client every title of the service's page, with the values that the page's elements
-// hold in the moment when the title is set.
+// Sends every title of the service's page to the client, with the values of the page's elements at
+// the moment when the title was set.
 //
-// Runs in a world of its own, before any script of the page, in the main frame of every document;
-// the page sees neither this script nor the channel it speaks through. "__SERVICE_ORIGIN__" is put
-// in by the client.
+// Runs in an isolated world, before any script of the page, in the main frame of every document. The
+// page can access neither this script nor its channel. The client replaces "__SERVICE_ORIGIN__".
 //
-// Two titles set in one task are told apart by mutation events, which come while the page's own
-// statement still runs. An engine that no longer has them gets the same from a list of mutation
-// records, undone from the last to the first.
+// A mutation observer receives the changes of one task together, after the task. The state after
+// each change is restored by undoing the later changes on a copy of the document.
 (() => {
     'use strict';
 
     if (window.top !== window || window.origin !== '__SERVICE_ORIGIN__')
         return;
 
-    // Taken from the prototypes: a form control with a fitting name hides the document's own.
+    // Taken from the prototypes, because a form control with a suitable name hides a property of its
+    // form or document.
     const getter = (prototype, name) => {
         const { get } = Object.getOwnPropertyDescriptor(prototype, name);
         return node => get.call(node);
     };
+    const method = (prototype, name) => (node, ...args) => prototype[name].apply(node, args);
     const titleOf = getter(Document.prototype, 'title');
-    const readyStateOf = getter(Document.prototype, 'readyState');
     const innerTextOf = getter(HTMLElement.prototype, 'innerText');
-    const find = id => Document.prototype.getElementById.call(document, id);
+    const childrenOf = getter(Node.prototype, 'childNodes');
+    const find = method(Document.prototype, 'getElementById');
+    const importNode = method(Document.prototype, 'importNode');
+    const insertBefore = method(Node.prototype, 'insertBefore');
+    const removeChild = method(Node.prototype, 'removeChild');
+    const getAttribute = method(Element.prototype, 'getAttribute');
+    const setAttribute = method(Element.prototype, 'setAttribute');
+    const removeAttribute = method(Element.prototype, 'removeAttribute');
 
-    const attribute = id => {
-        const element = find(id);
-        return element ? Element.prototype.getAttribute.call(element, 'value') : null;
+    const stateOf = root => {
+        const attribute = id => {
+            const element = find(root, id);
+            return element && getAttribute(element, 'value');
+        };
+        const text = id => {
+            const element = find(root, id);
+            return element instanceof HTMLElement ? innerTextOf(element) : null;
+        };
+        return {
+            title: titleOf(root),
+            session: attribute('session'),
+            token: attribute('token'),
+            mac_major: text('mac_major'),
+            mac_minor: text('mac_minor'),
+            mac_build: text('mac_build'),
+            update_url: text('update_url'),
+        };
     };
-    const text = id => {
-        const element = find(id);
-        return element instanceof HTMLElement ? innerTextOf(element) : null;
-    };
-    const snapshot = () => ({
-        session: attribute('session'),
-        token: attribute('token'),
-        mac_major: text('mac_major'),
-        mac_minor: text('mac_minor'),
-        mac_build: text('mac_build'),
-        update_url: text('update_url'),
-    });
 
-    // What QWebChannel's own script sends for an invocation, without its handshake: a title set
-    // just before the page goes away would come too late for that.
+    // Returns the state after each of `records`, oldest first. The copy belongs to a document
+    // without a window, so that it runs no script and loads nothing.
+    const statesOf = records => {
+        const states = [stateOf(document)];
+        const root = document.implementation.createHTMLDocument('');
+        while (root.firstChild)
+            removeChild(root, root.firstChild);
+        const copies = new Map([[document, root]]);
+        const copyChildren = node => {
+            for (const child of childrenOf(node))
+                insertBefore(copies.get(node), copyOf(child), null);
+        };
+        const copyOf = node => {
+            if (!copies.has(node)) {
+                copies.set(node, importNode(root, node, false));
+                copyChildren(node);
+            }
+            return copies.get(node);
+        };
+        const undo = record => {
+            const target = copyOf(record.target);
+            if (record.type === 'characterData') {
+                target.nodeValue = record.oldValue;
+            } else if (record.type === 'attributes') {
+                if (record.oldValue === null)
+                    removeAttribute(target, record.attributeName);
+                else
+                    setAttribute(target, record.attributeName, record.oldValue);
+            } else {
+                for (const node of record.addedNodes)
+                    removeChild(target, copyOf(node));
+                const next = record.nextSibling && copyOf(record.nextSibling);
+                for (const node of record.removedNodes)
+                    insertBefore(target, copyOf(node), next);
+            }
+        };
+        copyChildren(document);
+        for (const record of records.slice(1).reverse()) {
+            undo(record);
+            states.unshift(stateOf(root));
+        }
+        return states;
+    };
+
+    // The message that QWebChannel's script sends to invoke a method. Its handshake is left out,
+    // because a title that is set just before the page is replaced would then be sent too late.
     const kInvokeMethod = 6;
     let invocations = 0;
     const transport = qt.webChannelTransport;
     transport.onmessage = () => {};
-    const send = (title, values) => transport.send(JSON.stringify({
+    const send = state => transport.send(JSON.stringify({
         type: kInvokeMethod,
         id: invocations++,
         object: 'titles',
         method: 'receive',
-        args: [{ title, ...values }],
+        args: [state],
     }));
 
-    // Titles that came before the document was whole. Those from its parsing have no values yet.
-    let waiting = [];
-    const tell = (title, values) => {
-        if (waiting)
-            waiting.push([title, readyStateOf(document) === 'loading' ? null : values]);
-        else
-            send(title, values);
-    };
-    window.addEventListener('DOMContentLoaded', () => {
-        observe(observer.takeRecords());
-        const titles = waiting;
-        waiting = null;
-        for (const [title, values] of titles)
-            send(title, values ?? snapshot());
-    }, { capture: true, once: true });
-
-    // An empty title says nothing, but the same word after it is said again.
-    let last = '';
-    const noteTitle = (title, values) => {
-        if (title === last)
+    // An empty title is not reported, but the same title after it is reported again.
+    let lastTitle = '';
+    let isParsing = true;
+    let waiting = []; // until DOMContentLoaded; an entry from the parsing has only a title
+    const report = state => {
+        if (state.title === lastTitle)
             return;
-        last = title;
-        if (title !== '')
-            tell(title, values());
+        lastTitle = state.title;
+        if (state.title === '')
+            return;
+        if (waiting)
+            waiting.push(isParsing ? { title: state.title } : state);
+        else
+            send(state);
     };
 
     const isTitle = node => node instanceof HTMLTitleElement;
-    const collapse = string => string.replace(/[\t\n\f\r ]+/g, ' ').replace(/^ | $/g, '');
+    const changesTitle = ({ type, target, addedNodes, removedNodes }) =>
+        isTitle(target) || isTitle(target.parentNode) ||
+        [...addedNodes, ...removedNodes].some(
+            node => isTitle(node) || (node instanceof Element && node.querySelector('title')));
 
-    // The titles, oldest first, that `records` went through; each with the values beside it.
-    const undo = records => {
-        const titles = [];
-        let title = titleOf(document);
-        const values = snapshot();
-        const texts = new Map(); // the title's text nodes that are gone, as they were
-        const textOf = node => texts.get(node) ?? node.nodeValue ?? '';
-        for (const { type, target, oldValue, removedNodes } of [...records].reverse()) {
-            if (type === 'attributes') {
-                if (target === find('session') || target === find('token'))
-                    values[target.id] = oldValue;
-            } else if (type === 'childList' && isTitle(target)) {
-                titles.unshift([title, { ...values }]);
-                removedNodes.forEach(node => texts.set(node, textOf(node)));
-                title = collapse([...removedNodes].map(textOf).join(''));
-            } else if (type === 'characterData' && (texts.has(target) || isTitle(target.parentNode))) {
-                titles.unshift([title, { ...values }]);
-                texts.set(target, oldValue);
-                title = collapse(oldValue);
-            }
-        }
-        return titles;
-    };
-
-    const hasMutationEvents = typeof MutationEvent === 'function';
     const observe = records => {
-        if (!hasMutationEvents)
-            undo(records).forEach(([title, values]) => noteTitle(title, () => values));
-        noteTitle(titleOf(document), snapshot);
+        if (records.some(changesTitle))
+            statesOf(records).forEach(report);
     };
     const observer = new MutationObserver(observe);
     observer.observe(document, {
         subtree: true,
         childList: true,
         characterDataOldValue: true,
-        attributeFilter: ['value'],
+        attributeFilter: ['value', 'id'],
         attributeOldValue: true,
     });
 
-    if (hasMutationEvents) {
-        const wasEmptied = record => record.type === 'childList' && isTitle(record.target) &&
-            record.addedNodes.length === 0;
-        window.addEventListener('DOMSubtreeModified', () => {
-            if (observer.takeRecords().some(wasEmptied))
-                last = '';
-            noteTitle(titleOf(document), snapshot);
-        }, true);
-    }
+    // The first event follows the parsing and precedes all deferred scripts.
+    window.addEventListener('readystatechange', () => {
+        observe(observer.takeRecords());
+        isParsing = false;
+    }, { capture: true, once: true });
+
+    window.addEventListener('DOMContentLoaded', () => {
+        observe(observer.takeRecords());
+        const states = waiting;
+        waiting = null;
+        for (const state of states)
+            send('session' in state ? state : { ...stateOf(document), title: state.title });
+    }, { capture: true, once: true });
 })();

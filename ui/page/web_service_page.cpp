@@ -1,50 +1,31 @@
 #include "ui/page/web_service_page.h"
 
 #include "base/log.h"
-#include "ui/page/failure_panel.h"
+#include "ui/appearance.h"
+#include "ui/page/restricted_page.h"
 
 #include <QApplication>
-#include <QAuthenticator>
 #include <QFile>
 #include <QJsonObject>
-#include <QLoggingCategory>
+#include <QPushButton>
 #include <QStackedWidget>
+#include <QVBoxLayout>
 #include <QWebChannel>
-#include <QWebEngineCertificateError>
-#include <QWebEngineClientCertificateSelection>
-#include <QWebEngineDownloadRequest>
-#include <QWebEngineFileSystemAccessRequest>
-#include <QWebEngineFullScreenRequest>
 #include <QWebEngineLoadingInfo>
-#include <QWebEngineNewWindowRequest>
-#include <QWebEnginePage>
 #include <QWebEngineProfile>
-#include <QWebEngineQuotaRequest>
-#include <QWebEngineRegisterProtocolHandlerRequest>
 #include <QWebEngineScript>
 #include <QWebEngineScriptCollection>
-#include <QWebEngineSettings>
 #include <QWebEngineView>
 
 namespace quenmoor {
 namespace {
 
-constexpr int kAborted = -3; // Chromium's ERR_ABORTED: no page came, as with a download
-constexpr qsizetype kLongestValue = 65'536; // characters; no session, token or URL comes near
+constexpr int kErrAborted = -3; // Chromium's ERR_ABORTED, also reported for a download
+constexpr qsizetype kMaxValueLength = 65'536; // characters; far above any session, token or URL
+constexpr int kPanelTextWidth = 52;           // in average characters
 constexpr quint32 kWatcherWorld = QWebEngineScript::ApplicationWorld;
 
-bool isWeb(const QUrl& url)
-{
-    return url.scheme() == u"https" || url.scheme() == u"http";
-}
-
-bool haveSameOrigin(const QUrl& one, const QUrl& other)
-{
-    return one.scheme() == other.scheme() && one.host() == other.host() &&
-           one.port() == other.port();
-}
-
-// The origin as a script sees it.
+// The origin as window.origin returns it.
 QString originOf(const QUrl& url)
 {
     const auto parts =
@@ -58,12 +39,12 @@ QString reasonFor(QWebEngineLoadingInfo::ErrorDomain domain)
     case QWebEngineLoadingInfo::ConnectionErrorDomain:
         return QStringLiteral("The service cannot be reached. Check the network connection.");
     case QWebEngineLoadingInfo::DnsErrorDomain:
-        return QStringLiteral("The address of the service is not known to the network.");
+        return QStringLiteral("The address of the service could not be found. Check the network "
+                              "connection.");
     case QWebEngineLoadingInfo::CertificateErrorDomain:
-        return QStringLiteral("The service could not prove its identity: this computer does not "
-                              "trust its certificate.");
+        return QStringLiteral("This computer does not trust the certificate of the service.");
     case QWebEngineLoadingInfo::HttpErrorDomain:
-        return QStringLiteral("The answer of the service cannot be read.");
+        return QStringLiteral("The service sent an invalid response.");
     default: return QStringLiteral("The page could not be loaded.");
     }
 }
@@ -74,14 +55,15 @@ std::optional<QString> valueOf(const QJsonObject& message, const QString& key)
     if (!value.isString())
         return std::nullopt;
     QString text = value.toString();
-    if (text.size() > kLongestValue) {
-        logSystem("The page's {} is too long and counts as absent.", key.toStdString());
+    if (text.size() > kMaxValueLength) {
+        logSystem("The value of the page's element {} is too long and is ignored.",
+                  key.toStdString());
         return std::nullopt;
     }
     return text;
 }
 
-// The end of the channel from the watching script. Reachable from that script's world only.
+// Receives the messages of the title watcher. Only scripts of its isolated world can reach it.
 class TitleReceiver : public QObject {
     Q_OBJECT
 
@@ -91,7 +73,7 @@ public:
     Q_INVOKABLE void receive(const QJsonObject& message)
     {
         PageSignal signal;
-        signal.title = message.value(QStringLiteral("title")).toString().left(kLongestValue);
+        signal.title = message.value(QStringLiteral("title")).toString().left(kMaxValueLength);
         signal.session = valueOf(message, QStringLiteral("session"));
         signal.token = valueOf(message, QStringLiteral("token"));
         signal.macMajor = valueOf(message, QStringLiteral("mac_major"));
@@ -105,121 +87,82 @@ Q_SIGNALS:
     void received(const quenmoor::PageSignal& signal);
 };
 
-// A page that asks the user nothing and leads nowhere but to its service.
-class UploadPage : public QWebEnginePage {
-public:
-    UploadPage(QWebEngineProfile* profile, QUrl service,
-               const std::function<void(const QUrl&)>& openInBrowser, QObject* parent)
-        : QWebEnginePage(profile, parent),
-          service_(std::move(service)),
-          openInBrowser_(openInBrowser)
-    {
-    }
-
-    // While another page is on its way, the old one may not hold the window back.
-    void setLeaving(bool leaving) { leaving_ = leaving; }
-
-protected:
-    bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override
-    {
-        if (!isMainFrame)
-            return isWeb(url) || url.scheme() == u"about";
-        // Nothing leads back from another site, so a link to one opens where there is a way back.
-        if (type == NavigationTypeLinkClicked && isWeb(url) && !haveSameOrigin(url, service_)) {
-            openInBrowser_(url);
-            return false;
-        }
-        return isWeb(url);
-    }
-
-    QStringList chooseFiles(FileSelectionMode /*mode*/, const QStringList& /*oldFiles*/,
-                            const QStringList& /*acceptedMimeTypes*/) override
-    {
-        return {};
-    }
-
-    void javaScriptAlert(const QUrl& /*securityOrigin*/, const QString& msg) override
-    {
-        logSystem("The page wants to say: {}", msg.left(kLongestValue).toStdString());
-    }
-
-    bool javaScriptConfirm(const QUrl& /*securityOrigin*/, const QString& /*msg*/) override
-    {
-        return leaving_;
-    }
-
-    bool javaScriptPrompt(const QUrl& /*securityOrigin*/, const QString& /*msg*/,
-                          const QString& /*defaultValue*/, QString* /*result*/) override
-    {
-        return false;
-    }
-
-private:
-    const QUrl service_;
-    const std::function<void(const QUrl&)>& openInBrowser_;
-    bool leaving_ = false;
-};
-
-void applySettings(QWebEngineSettings& settings)
+QLabel* makePanelText(const QString& name)
 {
-    using S = QWebEngineSettings;
-    for (const S::WebAttribute off :
-         {S::JavascriptCanOpenWindows, S::JavascriptCanAccessClipboard, S::JavascriptCanPaste,
-          S::LocalContentCanAccessFileUrls, S::LocalContentCanAccessRemoteUrls,
-          S::HyperlinkAuditingEnabled, S::ErrorPageEnabled, S::PluginsEnabled, S::PdfViewerEnabled,
-          S::FullScreenSupportEnabled, S::ScreenCaptureEnabled, S::AutoLoadIconsForPage,
-          S::AllowRunningInsecureContent, S::AllowGeolocationOnInsecureOrigins,
-          S::AllowWindowActivationFromJavaScript, S::NavigateOnDropEnabled, S::DnsPrefetchEnabled})
-        settings.setAttribute(off, false);
-    settings.setAttribute(S::WebRTCPublicInterfacesOnly, true);
-    settings.setUnknownUrlSchemePolicy(S::DisallowUnknownUrlSchemes);
-}
-
-// What the browser engine takes only from its surroundings, and only before it starts.
-void prepareEngine()
-{
-    // Compiled shaders are the one thing that Qt itself would keep on disk.
-    QCoreApplication::setAttribute(Qt::AA_DisableShaderDiskCache);
-    qputenv("QSG_RHI_DISABLE_DISK_CACHE", "1");
-
-    // The engine describes itself at length on standard error.
-    QLoggingCategory::setFilterRules(QStringLiteral("qt.webenginecontext.info=false"));
-
-    const QPalette palette = QGuiApplication::palette();
-    const bool isDark = palette.color(QPalette::Window).lightness() <
-                        palette.color(QPalette::WindowText).lightness();
-    constexpr const char* kFlags = "QTWEBENGINE_CHROMIUM_FLAGS";
-    if (isDark) // a page with a dark face shows it
-        qputenv(kFlags, qgetenv(kFlags) + " --blink-settings=preferredColorScheme=0");
-}
-
-// Made first, so that the engine has not started.
-std::unique_ptr<QWebEngineProfile> makeProfile()
-{
-    prepareEngine();
-    // A profile without a name is off the record.
-    return std::make_unique<QWebEngineProfile>();
+    auto* const label = new QLabel;
+    label->setObjectName(name);
+    label->setTextFormat(Qt::PlainText); // the text may come from the network
+    label->setWordWrap(true);
+    label->setAlignment(Qt::AlignHCenter);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    return label;
 }
 
 } // namespace
 
+FailurePanel::FailurePanel(QWidget* parent)
+    : QWidget(parent),
+      reason_(makePanelText(QStringLiteral("failureReason"))),
+      detail_(makePanelText(QStringLiteral("failureDetail"))),
+      reload_(new QPushButton(QStringLiteral("&Reload")))
+{
+    setObjectName(QStringLiteral("failurePanel"));
+    auto* const heading = makePanelText(QStringLiteral("failureHeading"));
+    heading->setFont(scaledFont(heading->font(), kHeadingScale));
+    heading->setText(QStringLiteral("The upload page is not available"));
+    reload_->setObjectName(QStringLiteral("reloadButton"));
+    reload_->setAccessibleName(QStringLiteral("Reload the upload page"));
+    reload_->setAutoDefault(true); // the Return key activates it, as does the space bar
+    connect(reload_, &QPushButton::clicked, this, &FailurePanel::reloadRequested);
+
+    const int line = fontMetrics().height();
+    auto* const column = new QWidget;
+    column->setMaximumWidth(fontMetrics().averageCharWidth() * kPanelTextWidth);
+    auto* const rows = new QVBoxLayout(column);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(line / 2);
+    rows->addStretch();
+    rows->addWidget(heading);
+    rows->addWidget(reason_);
+    rows->addWidget(detail_);
+    rows->addSpacing(line / 2);
+    rows->addWidget(reload_, 0, Qt::AlignHCenter);
+    rows->addStretch();
+
+    auto* const middle = new QHBoxLayout(this);
+    middle->setContentsMargins(line, line, line, line);
+    middle->addWidget(column);
+}
+
+void FailurePanel::setFailure(const QString& reason, const QString& detail)
+{
+    reason_->setText(reason);
+    detail_->setText(detail);
+    detail_->setVisible(!detail.isEmpty());
+    setAccessibleName(reason);
+}
+
+void FailurePanel::focusReload()
+{
+    reload_->setFocus(Qt::OtherFocusReason);
+}
+
 WebServicePage::WebServicePage(const QString& baseUrl,
                                std::function<void(const QUrl&)> openInBrowser,
-                               std::chrono::milliseconds patience)
+                               std::chrono::milliseconds loadTimeout)
     : baseUrl_(baseUrl, QUrl::StrictMode),
       openInBrowser_(std::move(openInBrowser)),
       profile_(makeProfile()),
       widget_(new QStackedWidget)
 {
     qRegisterMetaType<PageSignal>();
-    patience_.setSingleShot(true);
-    patience_.setInterval(patience);
-    connect(&patience_, &QTimer::timeout, this, [this] {
-        showFailure(QStringLiteral("The service does not answer."), {});
+    loadTimer_.setSingleShot(true);
+    loadTimer_.setInterval(loadTimeout);
+    connect(&loadTimer_, &QTimer::timeout, this, [this] {
+        showFailure(QStringLiteral("The service does not respond."), {});
         view_->stop();
     });
     makeView();
-    refuseWishes();
     watchTitles();
     connectPage();
 }
@@ -237,85 +180,53 @@ QWidget* WebServicePage::widget()
 void WebServicePage::load(const QUrl& url)
 {
     if (!view_)
-        return; // the window is gone
+        return; // the window has been destroyed
     url_ = url;
-    static_cast<UploadPage*>(view_->page())->setLeaving(true);
+    page_->setLeaving(true);
     const bool hadFocus = widget_->isAncestorOf(QApplication::focusWidget());
     widget_->setCurrentWidget(view_);
     if (hadFocus)
         view_->setFocus();
-    patience_.start();
+    loadTimer_.start();
     view_->load(url);
 }
 
 void WebServicePage::makeView()
 {
     view_ = new QWebEngineView;
-    auto* const page = new UploadPage(profile_.get(), baseUrl_, openInBrowser_, view_);
-    applySettings(*page->settings());
-    page->setBackgroundColor(widget_->palette().color(QPalette::Base)); // no white flash on dark
-    view_->setPage(page);
+    page_ = new RestrictedPage(profile_.get(), baseUrl_, openInBrowser_, view_);
+    page_->setBackgroundColor(widget_->palette().color(QPalette::Base)); // no white flash when dark
+    view_->setPage(page_);
     view_->setAccessibleName(QStringLiteral("Upload page"));
     view_->setContextMenuPolicy(Qt::PreventContextMenu);
-    view_->setAcceptDrops(false); // a drop is the window's to take
+    view_->setAcceptDrops(false); // the window handles drops
     panel_ = new FailurePanel(widget_);
     widget_->addWidget(view_);
     widget_->addWidget(panel_);
-    connect(view_, &QObject::destroyed, &patience_, &QTimer::stop);
+    connect(view_, &QObject::destroyed, &loadTimer_, &QTimer::stop);
     connect(panel_, &FailurePanel::reloadRequested, this, [this] { load(url_); });
 }
 
 void WebServicePage::connectPage()
 {
-    const QWebEnginePage* const page = view_->page();
-    connect(page, &QWebEnginePage::loadingChanged, this, &WebServicePage::loadingChanged);
-    connect(page, &QWebEnginePage::loadProgress, this, [this] {
-        if (patience_.isActive())
-            patience_.start();
+    connect(page_, &QWebEnginePage::loadingChanged, this, &WebServicePage::loadingChanged);
+    connect(page_, &QWebEnginePage::loadProgress, this, [this] {
+        if (loadTimer_.isActive())
+            loadTimer_.start();
     });
-    connect(page, &QWebEnginePage::renderProcessTerminated, this,
+    connect(page_, &QWebEnginePage::renderProcessTerminated, this,
             [this](QWebEnginePage::RenderProcessTerminationStatus /*status*/, int exitCode) {
-                showFailure(QStringLiteral("The page stopped unexpectedly. The files that wait are "
+                showFailure(QStringLiteral("The page stopped unexpectedly. The queued files are "
                                            "kept."),
                             QStringLiteral("Exit code %1").arg(exitCode));
             });
-}
-
-void WebServicePage::refuseWishes()
-{
-    QWebEnginePage* const page = view_->page();
-    using Page = QWebEnginePage;
-    connect(page, &Page::certificateError, this,
-            [](QWebEngineCertificateError error) { error.rejectCertificate(); });
-    connect(page, &Page::selectClientCertificate, this,
-            [](QWebEngineClientCertificateSelection selection) { selection.selectNone(); });
-    connect(page, &Page::featurePermissionRequested, this,
-            [page](const QUrl& origin, Page::Feature feature) {
-                page->setFeaturePermission(origin, feature, Page::PermissionDeniedByUser);
-            });
-    connect(page, &Page::fullScreenRequested, this,
-            [](QWebEngineFullScreenRequest request) { request.reject(); });
-    connect(page, &Page::quotaRequested, this,
-            [](QWebEngineQuotaRequest request) { request.reject(); });
-    connect(page, &Page::registerProtocolHandlerRequested, this,
-            [](QWebEngineRegisterProtocolHandlerRequest request) { request.reject(); });
-    connect(page, &Page::fileSystemAccessRequested, this,
-            [](QWebEngineFileSystemAccessRequest request) { request.reject(); });
-    connect(page, &Page::authenticationRequired, this,
-            [](const QUrl& /*url*/, QAuthenticator* login) { *login = {}; });
-    connect(page, &Page::newWindowRequested, this, [this](QWebEngineNewWindowRequest& request) {
-        if (request.isUserInitiated() && isWeb(request.requestedUrl()))
-            openInBrowser_(request.requestedUrl());
-    });
-    connect(profile_.get(), &QWebEngineProfile::downloadRequested, this,
-            [](QWebEngineDownloadRequest* download) { download->cancel(); });
 }
 
 void WebServicePage::watchTitles()
 {
     QFile file(QStringLiteral(":/ui/title_watcher.js"));
     if (!file.open(QIODevice::ReadOnly))
-        qFatal("The program was built without the script that watches the page.");
+        qFatal("The resource title_watcher.js is missing in this build.");
     QString source = QString::fromUtf8(file.readAll());
     source.replace(QStringLiteral("__SERVICE_ORIGIN__"), originOf(baseUrl_));
 
@@ -325,15 +236,14 @@ void WebServicePage::watchTitles()
     script.setWorldId(kWatcherWorld);
     script.setInjectionPoint(QWebEngineScript::DocumentCreation);
     script.setRunsOnSubFrames(false);
+    page_->scripts().insert(script);
 
-    QWebEnginePage* const page = view_->page();
-    page->scripts().insert(script);
-    auto* const channel = new QWebChannel(page);
-    auto* const receiver = new TitleReceiver(page);
+    auto* const channel = new QWebChannel(page_);
+    auto* const receiver = new TitleReceiver(page_);
     channel->registerObject(QStringLiteral("titles"), receiver);
-    page->setWebChannel(channel, kWatcherWorld);
-    // Queued: whoever hears of a title may open a dialog or load another page, and must not do so
-    // from within the browser's own call.
+    page_->setWebChannel(channel, kWatcherWorld);
+    // Queued, because a slot may open a dialog or load another page, which is not allowed inside a
+    // call from the browser engine.
     connect(receiver, &TitleReceiver::received, this, &WebServicePage::titleReceived,
             Qt::QueuedConnection);
 }
@@ -342,24 +252,23 @@ void WebServicePage::loadingChanged(const QWebEngineLoadingInfo& info)
 {
     using Info = QWebEngineLoadingInfo;
     if (!view_)
-        return; // a load cut off by the end of the window
+        return; // the window has been destroyed during a load
     if (info.status() == Info::LoadStartedStatus) {
-        static_cast<UploadPage*>(view_->page())->setLeaving(false);
+        page_->setLeaving(false);
         return;
     }
     if (info.status() == Info::LoadSucceededStatus) {
-        patience_.stop();
-        widget_->setCurrentWidget(view_); // a page may load itself again after a failure
+        loadTimer_.stop();
+        widget_->setCurrentWidget(view_); // a page may reload itself after a failure
         return;
     }
-    const bool wasAborted = info.errorCode() == kAborted;
-    // Cut off by a later load, which reports for itself, or given up already.
-    if (wasAborted && (view_->page()->isLoading() || widget_->currentWidget() == panel_))
+    const bool isAborted = info.errorCode() == kErrAborted;
+    // Ignore a load that a later load replaced, and one that has timed out.
+    if (isAborted && (page_->isLoading() || widget_->currentWidget() == panel_))
         return;
-    if (wasAborted || info.errorDomain() == Info::HttpStatusCodeDomain)
-        showFailure(QStringLiteral("The service answered, but not with its upload page."),
-                    wasAborted ? QString()
-                               : QStringLiteral("HTTP status %1").arg(info.errorCode()));
+    if (isAborted || info.errorDomain() == Info::HttpStatusCodeDomain)
+        showFailure(QStringLiteral("The service responded, but not with its upload page."),
+                    isAborted ? QString() : QStringLiteral("HTTP status %1").arg(info.errorCode()));
     else
         showFailure(reasonFor(info.errorDomain()), info.errorString());
 }
@@ -367,8 +276,8 @@ void WebServicePage::loadingChanged(const QWebEngineLoadingInfo& info)
 void WebServicePage::showFailure(const QString& reason, const QString& detail)
 {
     if (!view_)
-        return; // a process ended with the window
-    patience_.stop();
+        return; // the window has been destroyed, and the page's process with it
+    loadTimer_.stop();
     logSystem("The upload page is not available: {} {}", reason.toStdString(),
               detail.toStdString());
     const bool hadFocus = widget_->isAncestorOf(QApplication::focusWidget());

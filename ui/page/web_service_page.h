@@ -1,19 +1,22 @@
-// The service's upload page in an embedded browser.
+// The service's upload page in an embedded browser, and the panel that replaces it when a load
+// fails.
 //
-// Everything lives in memory: the browser keeps no cookie, cache or setting on disk. Which
-// certificates are trusted is the machine's affair; one that is not is never accepted. The page
-// gets no permission, download, dialog or window of its own: a link that would open another window
-// opens in the user's own browser.
+// A script in an isolated world of the main frame reports each title together with the values of
+// the page's elements. Nothing is stored on disk. Whether a certificate is trusted is decided by
+// the machine's configuration.
 #pragma once
 
-#include "ui/page/service_page.h"
+#include "ui/service_page.h"
 
 #include <QPointer>
 #include <QTimer>
+#include <QWidget>
 #include <chrono>
 #include <functional>
 #include <memory>
 
+class QLabel;
+class QPushButton;
 class QStackedWidget;
 class QWebEngineLoadingInfo;
 class QWebEngineProfile;
@@ -21,18 +24,40 @@ class QWebEngineView;
 
 namespace quenmoor {
 
-class FailurePanel;
+class RestrictedPage;
 
-// Main thread only. When a load fails, is not answered in time, or the page's process dies, a
-// panel with the reason and a Reload button stands in the page's place until the next load.
+// Shows why the page is not available, with a button that loads it again. Main thread only.
+class FailurePanel : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit FailurePanel(QWidget* parent);
+
+    // `reason` is a sentence for the user, `detail` is for a support person and may be empty.
+    void setFailure(const QString& reason, const QString& detail);
+
+    void focusReload();
+
+Q_SIGNALS:
+    void reloadRequested();
+
+private:
+    QLabel* reason_;
+    QLabel* detail_;
+    QPushButton* reload_;
+};
+
+// Main thread only. The failure panel is shown when a load fails or times out, or when the page's
+// process crashes, until the next load.
 class WebServicePage : public ServicePage {
     Q_OBJECT
 
 public:
-    // Titles count only from documents of the origin of `baseUrl`. `openInBrowser` takes http and
-    // https URLs. A load that makes no progress for `patience` has failed.
+    // Only documents of the origin of `baseUrl` can signal titles. `openInBrowser` is called with
+    // the http and https URLs of links that lead elsewhere. A load fails if it makes no progress
+    // for `loadTimeout`.
     WebServicePage(const QString& baseUrl, std::function<void(const QUrl&)> openInBrowser,
-                   std::chrono::milliseconds patience = std::chrono::seconds(30));
+                   std::chrono::milliseconds loadTimeout = std::chrono::seconds(30));
     ~WebServicePage() override;
 
     QWidget* widget() override;
@@ -41,7 +66,6 @@ public:
 private:
     void makeView();
     void connectPage();
-    void refuseWishes();
     void watchTitles();
     void loadingChanged(const QWebEngineLoadingInfo& info);
     void showFailure(const QString& reason, const QString& detail);
@@ -52,10 +76,11 @@ private:
     std::unique_ptr<QWebEngineProfile> profile_;
     QPointer<QStackedWidget> widget_;
     QPointer<QWebEngineView> view_;
-    FailurePanel* panel_ = nullptr; // a child of widget_
+    QPointer<RestrictedPage> page_; // owned by view_
+    FailurePanel* panel_ = nullptr; // owned by widget_
 
-    QUrl url_; // the last one asked for; what Reload loads
-    QTimer patience_;
+    QUrl url_; // the latest one that load() received; the Reload button loads it
+    QTimer loadTimer_;
 };
 
 } // namespace quenmoor

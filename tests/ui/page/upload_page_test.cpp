@@ -1,9 +1,8 @@
 // The service's own page in the embedded browser: what it signals, and what its tokens are for.
 #include "devservice/page_server.h"
 #include "tests/ui/page/scripted_service.h"
-#include "ui/page/page_url.h"
-#include "ui/page/version_check.h"
 #include "ui/page/web_service_page.h"
+#include "ui/service_page.h"
 
 #include <QApplication>
 #include <QStackedWidget>

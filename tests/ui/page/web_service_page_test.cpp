@@ -3,7 +3,7 @@
 #include "base/text.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/ui/page/web_fixture.h"
-#include "ui/page/page_url.h"
+#include "ui/service_page.h"
 
 #include <QApplication>
 #include <QLabel>
@@ -146,7 +146,7 @@ void WebServicePageTest::aSilentServiceIsGivenUp()
     web.page.load(web.service.url("/silent"));
 
     QVERIFY(panelComes(web));
-    QCOMPARE(panelText(web, u"failureReason"_s), u"The service does not answer."_s);
+    QCOMPARE(panelText(web, u"failureReason"_s), u"The service does not respond."_s);
 }
 
 void WebServicePageTest::aLoadThatCutsOffAnotherOneIsNoFailure()

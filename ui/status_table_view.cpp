@@ -1,16 +1,32 @@
-#include "ui/grid_delegates.h"
+#include "ui/status_table_view.h"
 
-#include "ui/look.h"
+#include "ui/appearance.h"
 #include "ui/status_table_model.h"
 
 #include <QApplication>
+#include <QHeaderView>
 #include <QPainter>
+#include <QProxyStyle>
 
 namespace quenmoor {
 namespace {
 
+constexpr double kRowHeightInLines = 2.0;
 constexpr double kBarHeightInLines = 0.35;
+constexpr int kPercentWidthInCharacters = 20;
 constexpr float kTrackOpacity = 0.16F;
+
+// The application's style with the table's cell margin in the column headers.
+class HeaderStyle : public QProxyStyle {
+public:
+    int pixelMetric(PixelMetric metric, const QStyleOption* option,
+                    const QWidget* widget) const override
+    {
+        if (metric == PM_HeaderMargin && widget != nullptr)
+            return cellMargin(widget->fontMetrics());
+        return QProxyStyle::pixelMetric(metric, option, widget);
+    }
+};
 
 const QStyle* styleOf(const QStyleOptionViewItem& cell)
 {
@@ -19,7 +35,8 @@ const QStyle* styleOf(const QStyleOptionViewItem& cell)
 
 QPalette::ColorRole textRole(const QStyleOptionViewItem& cell)
 {
-    // Styles fill a selected cell with Highlight, or tint it lightly and keep the text's colour.
+    // Some styles fill a selected cell with Highlight, others only tint it and keep the text
+    // colour.
     const bool filled = cell.state.testFlag(QStyle::State_Selected) && cell.showDecorationSelected;
     return filled ? QPalette::HighlightedText : QPalette::Text;
 }
@@ -49,7 +66,42 @@ void paintBar(QPainter& painter, const QStyleOptionViewItem& cell, const QRectF&
 
 } // namespace
 
-void CellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
+StatusTableView::StatusTableView(QWidget* parent) : QTableView(parent)
+{
+    auto* const style = new HeaderStyle;
+    style->setParent(this);
+    horizontalHeader()->setStyle(style);
+    horizontalHeader()->setHighlightSections(false);
+    setItemDelegate(new TextDelegate(this));
+    setItemDelegateForColumn(StatusTableModel::Percent, new PercentDelegate(this));
+    setAccessibleName(QStringLiteral("Uploads"));
+    setSelectionBehavior(SelectRows);
+    setEditTriggers(NoEditTriggers);
+    setTabKeyNavigation(false); // the Tab key leaves the table
+    setTextElideMode(Qt::ElideMiddle);
+    setWordWrap(false);
+    setShowGrid(false);
+    setAlternatingRowColors(true);
+    // With rows of one fixed height, the view measures none of them.
+    verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    verticalHeader()->setDefaultSectionSize(
+        static_cast<int>(fontMetrics().height() * kRowHeightInLines));
+    verticalHeader()->hide();
+}
+
+void StatusTableView::setModel(QAbstractItemModel* model)
+{
+    QTableView::setModel(model);
+    QHeaderView& columns = *horizontalHeader();
+    columns.setSectionResizeMode(QHeaderView::Interactive);
+    columns.setSectionResizeMode(StatusTableModel::File, QHeaderView::Stretch);
+    columns.resizeSection(StatusTableModel::Status, fontMetrics().horizontalAdvance(QStringLiteral(
+                                                        "  Uploading at 0000.000 MB/s  ")));
+    columns.resizeSection(StatusTableModel::Percent,
+                          fontMetrics().averageCharWidth() * kPercentWidthInCharacters);
+}
+
+void TextDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
                          const QModelIndex& index) const
 {
     QStyleOptionViewItem cell = option;
@@ -61,13 +113,13 @@ void CellDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
     paintContent(*painter, cell, cell.rect.adjusted(margin, 0, -margin, 0), index);
 }
 
-void CellDelegate::paintContent(QPainter& painter, const QStyleOptionViewItem& cell,
+void TextDelegate::paintContent(QPainter& painter, const QStyleOptionViewItem& cell,
                                 const QRect& area, const QModelIndex& /*index*/) const
 {
     paintText(painter, cell, area, Qt::AlignLeft);
 }
 
-void CellDelegate::paintText(QPainter& painter, const QStyleOptionViewItem& cell, const QRect& area,
+void TextDelegate::paintText(QPainter& painter, const QStyleOptionViewItem& cell, const QRect& area,
                              Qt::Alignment alignment)
 {
     const Qt::Alignment side =

@@ -1,4 +1,4 @@
-#include "ui/page/version_check.h"
+#include "ui/service_page.h"
 
 #include "base/text.h"
 
@@ -8,12 +8,36 @@
 namespace quenmoor {
 namespace {
 
+constexpr std::uint16_t kHttpsPort = 443;
+
 std::int32_t number(const std::optional<QString>& text)
 {
     return text ? leadingInt32(text->toStdString()) : 0;
 }
 
 } // namespace
+
+QString baseUrl(const QString& host, std::uint16_t port)
+{
+    QUrl url;
+    url.setScheme(QStringLiteral("https"));
+    url.setHost(host);
+    if (port != kHttpsPort)
+        url.setPort(port);
+    url.setPath(QStringLiteral("/files/upload/index.html"));
+    return QString::fromLatin1(url.toEncoded());
+}
+
+QUrl pageUrl(const QString& baseUrl, const std::optional<QString>& session,
+             const std::string& filename, std::int64_t size)
+{
+    QByteArray url = baseUrl.toUtf8();
+    url += "?session=" + session.value_or(QStringLiteral("(null)")).toUtf8();
+    url += "&filename=" + QByteArray::fromStdString(percentEncodeQuery(filename));
+    url += "&size=" + QByteArray::number(static_cast<qlonglong>(size));
+    // The tolerant mode makes a valid URL out of any session.
+    return QUrl::fromEncoded(url, QUrl::TolerantMode);
+}
 
 std::optional<Version> parseVersion(std::string_view text)
 {

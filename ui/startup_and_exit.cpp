@@ -1,14 +1,18 @@
-#include "ui/window_start.h"
+#include "ui/startup_and_exit.h"
 
 #include "base/log.h"
+#include "engine/system_clock.h"
+#include "engine/upload_engine.h"
 #include "ui/app_delegate.h"
-#include "ui/end_process.h"
-#include "ui/page/page_url.h"
 #include "ui/window_settings.h"
 
 #include <QApplication>
 #include <QIcon>
+#include <QSocketNotifier>
+#include <array>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <span>
 #include <string_view>
@@ -20,18 +24,21 @@
 namespace quenmoor {
 namespace {
 
+constexpr std::chrono::milliseconds kThreadEndLimit{500};
+constexpr int kSignalStatus = 128; // shells add the number of the signal
+constexpr std::array kSignals{SIGTERM, SIGINT};
+
 constexpr std::string_view kEndOfOptions = "--";
 
-constexpr const char* kHelp =
-    "Usage: quenmoor-upload [FILE...]\n"
-    "\n"
-    "Opens the upload window. FILE... are queued as if they had been opened with it.\n"
-    "\n"
-    "  -h, --help     show this help\n"
-    "      --version  show the version\n";
+constexpr const char* kHelp = "Usage: quenmoor-upload [FILE...]\n"
+                              "\n"
+                              "Opens the upload window and queues each FILE for upload.\n"
+                              "\n"
+                              "  -h, --help     show this help and exit\n"
+                              "      --version  show the version and exit\n";
 
 #ifdef __APPLE__
-// The bundle's own word, which the system shows too.
+// The version in the bundle, which the Finder shows too.
 std::string versionText()
 {
     std::array<char, 64> text{};
@@ -61,14 +68,14 @@ std::optional<ViewController::Client> thisClient()
     const std::string text = versionText();
     const std::optional<Version> version = parseVersion(text);
     if (!version) {
-        logSystem("The version of this program must have three numbers: \"{}\" has fewer.", text);
+        logSystem("The version of this program must look like 1.2.3, but is \"{}\".", text);
         return std::nullopt;
     }
     return ViewController::Client{QString::fromStdString(text), *version,
                                   baseUrl(QString::fromUtf8(kServiceHost), kServicePagePort)};
 }
 
-bool answerWithoutWindow(int argc, char** argv)
+bool handleInformationOptions(int argc, char** argv)
 {
     for (const std::string_view argument : arguments(argc, argv)) {
         if (argument == kEndOfOptions)
@@ -85,7 +92,7 @@ bool answerWithoutWindow(int argc, char** argv)
     return false;
 }
 
-void nameApplication()
+void setApplicationNames()
 {
     QApplication::setApplicationName(QStringLiteral("quenmoor-upload"));
     QApplication::setApplicationVersion(QString::fromStdString(versionText()));
@@ -110,24 +117,45 @@ std::vector<FileUrl> filesToOpen(int argc, char** argv)
     return files;
 }
 
+EndSignals::EndSignals() : pipe_(kSignals)
+{
+    if (pipe_.readEnd() < 0)
+        return; // the signals then kill the process, which is their default action
+    notifier_ = std::make_unique<QSocketNotifier>(pipe_.readEnd(), QSocketNotifier::Read);
+    connect(notifier_.get(), &QSocketNotifier::activated, this,
+            [this] { Q_EMIT endRequested(kSignalStatus + pipe_.read()); });
+}
+
+EndSignals::~EndSignals() = default;
+
 void connectEnd(ViewController& controller, AppDelegate& delegate, QtUploadView& view,
                 MainThreadBridge& bridge, const EndSignals& endSignals)
 {
     MainWindow& window = controller.window();
     delegate.setWindow(&window);
     QObject::connect(&window, &MainWindow::quitRequested, &delegate, &AppDelegate::terminate);
-    // Queued: a window that closes is on screen until its close event has been answered.
-    QObject::connect(&window, &MainWindow::windowClosed, &delegate, &AppDelegate::lastWindowClosed,
+    // Queued, because a closing window is still visible while it handles the close event.
+    QObject::connect(&window, &MainWindow::windowClosed, &delegate, &AppDelegate::terminate,
                      Qt::QueuedConnection);
     QObject::connect(&controller, &ViewController::terminationRequested, &delegate,
                      &AppDelegate::terminate);
-    // The user has been told that the application will exit; there is nothing left to ask.
+    // The engine's final alert has informed the user that the application will exit.
     QObject::connect(&view, &QtUploadView::terminationRequested, &delegate,
                      [&delegate] { delegate.terminateAtOnce(EXIT_SUCCESS); });
     QObject::connect(&endSignals, &EndSignals::endRequested, &delegate,
                      &AppDelegate::terminateAtOnce);
     QObject::connect(&delegate, &AppDelegate::willTerminate, &delegate,
                      [&bridge] { bridge.close(); });
+}
+
+int endProcess(MainThreadBridge& bridge, SystemClock& clock, UploadEngine& engine, int status)
+{
+    bridge.close();
+    clock.end();
+    if (engine.waitForEnd(kThreadEndLimit))
+        return status;
+    std::fflush(nullptr);
+    std::_Exit(status);
 }
 
 } // namespace quenmoor

@@ -1,13 +1,25 @@
-// How the cells of the status table are drawn. What assistive technology reads is the model's
-// text, whatever is drawn.
+// The status table in the window. Assistive technology reads the text of the model, independent of
+// what the delegates draw.
 #pragma once
 
 #include <QStyledItemDelegate>
+#include <QTableView>
 
 namespace quenmoor {
 
-// Text with room on both sides.
-class CellDelegate : public QStyledItemDelegate {
+// Main thread only. Shows a StatusTableModel.
+class StatusTableView : public QTableView {
+    Q_OBJECT
+
+public:
+    explicit StatusTableView(QWidget* parent = nullptr);
+
+    // Also sets the widths of the columns.
+    void setModel(QAbstractItemModel* model) override;
+};
+
+// Draws a cell's text with a margin on both sides.
+class TextDelegate : public QStyledItemDelegate {
     Q_OBJECT
 
 public:
@@ -17,7 +29,7 @@ public:
                const QModelIndex& index) const override;
 
 protected:
-    // Draws into `area` of the cell, whose background stands already.
+    // Draws into `area` of the cell, over its background.
     virtual void paintContent(QPainter& painter, const QStyleOptionViewItem& cell,
                               const QRect& area, const QModelIndex& index) const;
 
@@ -25,12 +37,12 @@ protected:
                           Qt::Alignment alignment);
 };
 
-// A calm bar with the text beside it.
-class PercentDelegate : public CellDelegate {
+// Draws a progress bar with the percentage beside it.
+class PercentDelegate : public TextDelegate {
     Q_OBJECT
 
 public:
-    using CellDelegate::CellDelegate;
+    using TextDelegate::TextDelegate;
 
 protected:
     void paintContent(QPainter& painter, const QStyleOptionViewItem& cell, const QRect& area,
