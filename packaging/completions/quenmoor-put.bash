@@ -1,0 +1,30 @@
+# Completion of quenmoor-put for bash. The options are those of cli/put_options.cpp;
+# scripts/check-packages compares this file with the help text.
+_quenmoor_put() {
+  local cur prev words cword
+  _init_completion || return
+  case $prev in
+    --host)
+      _known_hosts_real -- "$cur"
+      return
+      ;;
+    --token)
+      return
+      ;;
+    --existing)
+      mapfile -t COMPREPLY < <(compgen -W 'ask resume overwrite cancel' -- "$cur")
+      return
+      ;;
+    --congestion)
+      mapfile -t COMPREPLY < <(compgen -W 'library paced' -- "$cur")
+      return
+      ;;
+  esac
+  if [[ $cur == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W '--host --token --existing --congestion --json --quiet
+      --verbose --version --help' -- "$cur")
+    return
+  fi
+  _filedir
+} &&
+  complete -F _quenmoor_put quenmoor-put
