@@ -2,7 +2,7 @@
 //
 // A benchmark's name, up to the first "/", is the name of its figure.
 #include "base/text.h"
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/documents.h"
 #include "protocol/udt_transfer_link.h"
@@ -83,7 +83,12 @@ void sampleProgress(benchmark::State& state, int rows)
     std::int64_t bytes = 0;
     for ([[maybe_unused]] auto _ : state) {
         bytes = (bytes + kFileSize / 1000) % kFileSize;
-        engine.reportSample(bytes, kFileSize, static_cast<double>(bytes) / 1e6);
+        AttemptEvent sample;
+        sample.kind = AttemptEventKind::Progress;
+        sample.bytes = bytes;
+        sample.total = kFileSize;
+        sample.rate = static_cast<double>(bytes) / 1e6;
+        engine.reportProgress(sample);
     }
 }
 

@@ -1,7 +1,7 @@
 // quenmoor-put: the upload engine on the command line.
 #include "cli/put_options.h"
 #include "cli/put_run.h"
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "protocol/udt_transfer_link.h"
 
 #include <chrono>

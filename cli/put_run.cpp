@@ -63,11 +63,10 @@ public:
           question_(STDIN_FILENO, STDOUT_FILENO),
           clock_(clock),
           view_(
-              queues_.tableList(), *report_, clock,
-              [this](const Alert& alert) { return answer(alert); }, [this] { signals_.wake(); }),
+              *report_, [this](const Alert& alert) { return answer(alert); },
+              [this] { signals_.wake(); }),
           engine_(queues_, link, view_, clock)
     {
-        view_.follow(engine_.attempt());
     }
 
     int run(const OnInterrupt& onInterrupt);

@@ -19,13 +19,8 @@ std::string answerName(const Alert& alert, std::int32_t answer)
 
 } // namespace
 
-PutView::PutView(const StatusTable& table, PutReport& report, const Clock& clock, Answerer answerer,
-                 std::function<void()> onEnd)
-    : table_(table),
-      report_(report),
-      clock_(clock),
-      answerer_(std::move(answerer)),
-      onEnd_(std::move(onEnd))
+PutView::PutView(PutReport& report, Answerer answerer, std::function<void()> onEnd)
+    : report_(report), answerer_(std::move(answerer)), onEnd_(std::move(onEnd))
 {
 }
 
@@ -64,64 +59,60 @@ PutEvent PutView::eventFor(PutEventKind kind) const
     return event;
 }
 
-void PutView::reloadProgressGrid(std::optional<std::int32_t> /*percent*/)
+void PutView::attemptChanged(const AttemptEvent& attempt)
 {
     if (closed_ || current_ >= files_.size())
         return;
-    StatusTable::Row row = table_.objectAtIndex(current_);
-    if (row == nullptr || row == shown_)
+    files_[current_].attempt = attempt.attempt;
+    if (attempt.kind == AttemptEventKind::GaveUp) {
+        PutEvent event = eventFor(PutEventKind::Failed);
+        event.step = stepName(attempt.step);
+        event.message = fmt::format("gave up after {} attempts ({}): {}", attempt.attempt,
+                                    stepName(attempt.step), attempt.reason);
+        report_.report(event);
         return;
-    shown_ = std::move(row);
-    reportStatus(*shown_);
-    if (shown_->status == "Finished")
-        reportFinished();
-    else if (shown_->status == "Canceled")
+    }
+    reportStatus(attempt);
+    if (attempt.kind == AttemptEventKind::Finished)
+        reportFinished(attempt);
+    else if (attempt.kind == AttemptEventKind::Cancelled)
         reportCancelled();
 }
 
-void PutView::reportStatus(const TableContainer& row)
+void PutView::reportStatus(const AttemptEvent& attempt)
 {
-    File& file = files_[current_];
-    if (row.status == "Connecting") {
-        reportedSample_ = 0;
-        if (file.attempt++ == 0)
-            file.startedAt = clock_.nanoseconds();
-    }
+    std::int32_t& percent = files_[current_].percent;
+    if (statusPercent(attempt) >= 0)
+        percent = statusPercent(attempt);
     PutEvent event = eventFor(PutEventKind::Status);
-    event.status = row.status;
-    event.percent = row.percent;
-    if (row.status == "Waiting (Error)")
-        event.step = stepName(attempt_->step);
+    event.status = statusText(attempt);
+    event.percent = percent;
+    if (attempt.kind == AttemptEventKind::Failed) {
+        event.step = stepName(attempt.step);
+        event.message = attempt.reason;
+    }
     report_.report(event);
-}
-
-void PutView::setStatusBar(const std::string& /*filename*/, const std::string& /*rate*/)
-{
-    // Only a sample has a rate of its own; the report that clears the bar has none.
-    if (closed_ || current_ >= files_.size() || attempt_->samples == reportedSample_)
+    if (attempt.kind != AttemptEventKind::Progress)
         return;
-    reportedSample_ = attempt_->samples;
-    PutEvent event = eventFor(PutEventKind::Rate);
-    event.percent = shown_ != nullptr ? shown_->percent : 0;
-    event.bytes = attempt_->bytesSent.load();
-    event.mbps = attempt_->rate.load();
-    report_.report(event);
+    PutEvent rate = eventFor(PutEventKind::Rate);
+    rate.percent = percent;
+    rate.bytes = attempt.bytes;
+    rate.mbps = attempt.rate;
+    report_.report(rate);
 }
 
-void PutView::reportFinished()
+void PutView::reportFinished(const AttemptEvent& attempt)
 {
-    const File& file = files_[current_];
-    const double seconds =
-        static_cast<double>(clock_.nanoseconds() - file.startedAt) / kNanosecondsPerSecond;
-    const std::int64_t sent = attempt_->fileBytes;
+    const double seconds = static_cast<double>(attempt.elapsed.count()) / kNanosecondsPerSecond;
+    const std::int64_t sent = attempt.sentBytes;
     const double rate = seconds > 0 ? static_cast<double>(sent) / kBytesPerMegabyte / seconds : 0;
 
     PutEvent event = eventFor(PutEventKind::Finished);
     event.percent = 100;
-    event.bytes = file.size;
+    event.bytes = attempt.total;
     event.mbps = rate;
-    event.message =
-        fmt::format("finished, {} in {:.1f} s, {:.1f} MB/s", shownSize(file.size), seconds, rate);
+    event.message = fmt::format("finished, {} in {:.1f} s, {:.1f} MB/s", shownSize(attempt.total),
+                                seconds, rate);
     report_.report(event);
     count(&PutTally::finished, sent);
 }
@@ -143,7 +134,6 @@ void PutView::count(std::size_t PutTally::*how, std::int64_t bytes)
         tally_.bytes += bytes;
     }
     ++current_;
-    shown_ = nullptr;
     if (current_ == files_.size())
         onEnd_();
 }
@@ -152,13 +142,8 @@ std::optional<std::int32_t> PutView::runModal(const Alert& alert)
 {
     if (closed_)
         return std::nullopt;
-    if (alert.buttons.empty()) {
-        PutEvent event = eventFor(PutEventKind::Failed);
-        event.step = stepName(attempt_->step);
-        event.message = alert.messageText;
-        report_.report(event);
-        return kFirstButton;
-    }
+    if (alert.buttons.empty())
+        return kFirstButton; // the final alert, which the event of the given-up file precedes
     report_.makeRoom();
     const std::optional<Answer> answer = answerer_(alert);
     if (!answer)

@@ -5,10 +5,7 @@
 #pragma once
 
 #include "cli/put_report.h"
-#include "engine/attempt_record.h"
-#include "engine/clock.h"
 #include "engine/upload_view.h"
-#include "queue/status_table.h"
 
 #include <atomic>
 #include <functional>
@@ -37,11 +34,7 @@ class PutView : public UploadView {
 public:
     // `onEnd` is called once, by the upload thread, when every file has ended or one was given
     // up. Everything outlives the view.
-    PutView(const StatusTable& table, PutReport& report, const Clock& clock, Answerer answerer,
-            std::function<void()> onEnd);
-
-    // Main thread, before the engine starts: where its attempts can be looked at.
-    void follow(const AttemptRecord& attempt) { attempt_ = &attempt; }
+    PutView(PutReport& report, Answerer answerer, std::function<void()> onEnd);
 
     // Main thread, before the engine starts: the file of the next row.
     void addFile(const std::string& file, std::int64_t size);
@@ -54,40 +47,35 @@ public:
     // The row of the file that was given up. Requires tally().gaveUp.
     std::size_t failedRow() const { return tally().finished + tally().cancelled; }
 
-    void reloadProgressGrid(std::optional<std::int32_t> percent) override;
-    void setStatusBar(const std::string& filename, const std::string& rate) override;
+    void reloadProgressGrid(std::optional<std::int32_t> /*percent*/) override {}
+    void setStatusBar(const std::string& /*filename*/, const std::string& /*rate*/) override {}
     std::optional<std::int32_t> runModal(const Alert& alert) override;
     void terminate() override;
-    void attemptChanged(const AttemptEvent& /*event*/) override {}
+    void attemptChanged(const AttemptEvent& event) override;
 
 private:
     struct File {
         std::string name;
         std::int64_t size;
         std::int32_t attempt = 0;
-        std::int64_t startedAt = 0; // nanoseconds of the clock, at the first attempt
+        std::int32_t percent = 0;
     };
 
     PutEvent eventFor(PutEventKind kind) const;
-    void reportStatus(const TableContainer& row);
-    void reportFinished();
+    void reportStatus(const AttemptEvent& attempt);
+    void reportFinished(const AttemptEvent& attempt);
     void reportCancelled();
     // Counts the current file's end and goes on to the next one.
     void count(std::size_t PutTally::*how, std::int64_t bytes);
 
     // Set once, before the engine starts.
-    const StatusTable& table_;
     PutReport& report_;
-    const Clock& clock_;
     const Answerer answerer_;
     const std::function<void()> onEnd_;
-    const AttemptRecord* attempt_ = nullptr;
 
     // Upload and monitor threads, which never call at the same time.
     std::vector<File> files_;
     std::size_t current_ = 0;
-    StatusTable::Row shown_;          // the current row, as last reported
-    std::int32_t reportedSample_ = 0; // of the current attempt
 
     // Any thread.
     std::atomic<bool> closed_{false};

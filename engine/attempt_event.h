@@ -1,48 +1,64 @@
-// What happens to an upload, as values. Front ends derive from them whatever they show beyond the
-// status table: JSON, tool tips, notifications.
+// What happens to an upload, as values, and the text and percentage that its row shows then.
+//
+// The engine reports every change of an upload as one AttemptEvent. Front ends derive from it
+// whatever they show beyond the status table; none of them compares display texts.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace quenmoor {
 
-// How far an attempt has come; a failed one stays at the step that failed.
+// The part of an attempt that is running, or that failed.
 enum class AttemptStep : std::uint8_t {
-    Idle,
-    Announce,
-    Rendezvous,
-    Response,
-    Refused, // the server's response turned the upload down
-    Question,
-    Confirm,
-    Send,
-    Drain,
-    Finish,
+    Announce,   // connect and send the request
+    Rendezvous, // connect the rendezvous socket
+    Response,   // receive the server's response
+    Refused,    // the response refuses the upload
+    Confirm,    // send the decision about an existing copy
+    Send,       // send the file
+    Drain,      // wait until the server has acknowledged every packet
+    Finish,     // receive the size that the server holds
 };
 
 enum class AttemptEventKind : std::uint8_t {
     Started,   // an attempt begins
-    Progress,  // one sample of the transfer
-    Failed,    // the attempt failed at `step` for `reason`
-    Waiting,   // `secondsLeft` until the next attempt
-    Finished,  // the server confirmed the file
-    Cancelled, // the server's copy was left alone
-    GaveUp,    // the tenth failure in a row; `step` and `reason` are those of the last attempt
+    Progress,  // a sample, once a second while the file is sent
+    Failed,    // the attempt failed at `step` because of `reason`
+    Waiting,   // `secondsLeft` until the next attempt; once a second, after Failed
+    Finished,  // the server holds the file
+    Cancelled, // the copy on the server was left unchanged
+    GaveUp,    // the tenth failure in a row, after its Failed; nothing is reported after it
 };
 
 struct AttemptEvent {
     AttemptEventKind kind{};
-    std::size_t row = 0;      // of the status table
-    std::int32_t attempt = 0; // of this file, counted from 1
-    AttemptStep step{};
-    std::int64_t bytes = 0; // position in the file, resume offset included
-    std::int64_t total = 0; // size of the file
-    double rate = 0;        // MiB/s in the latest sample
-    std::chrono::seconds secondsLeft{0};
-    std::string reason; // in words, for a person
+    std::size_t row = 0;                 // of the status table
+    std::int32_t attempt = 0;            // of this file, counted from 1
+    AttemptStep step{};                  // of Failed and GaveUp: the step that failed
+    std::int64_t bytes = 0;              // position in the file, resume offset included
+    std::int64_t total = 0;              // size of the file in bytes
+    std::int64_t sentBytes = 0;          // accepted by the link for this file, in all its attempts
+    std::chrono::nanoseconds elapsed{0}; // since the first attempt of this file began
+    double rate = 0;                     // of Progress: MiB/s since the previous sample
+    std::chrono::seconds secondsLeft{0}; // of Waiting
+    std::string reason; // of Failed and GaveUp: why, in words, without a final full stop
 };
+
+// One lower-case word: "announce", "rendezvous", ...
+std::string_view stepName(AttemptStep step);
+
+// The text of the row after `event`: "Connecting", "Retrying in 5s", ...
+std::string statusText(const AttemptEvent& event);
+
+// The percentage of the row after `event`, 0 to 100. Negative: the row keeps the one it has.
+std::int32_t statusPercent(const AttemptEvent& event);
+
+// `bytes` of `total` in per cent, rounded to the nearest integer, ties to even, limited to 0 to
+// 100. A `total` of 0 gives 100.
+std::int32_t percentSent(std::int64_t bytes, std::int64_t total);
 
 } // namespace quenmoor

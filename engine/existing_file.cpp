@@ -18,9 +18,9 @@ Alert existingFileAlert(const ResponseContainer& response)
     return alert;
 }
 
-std::int32_t choiceForButton(std::int32_t answer)
+std::int32_t choiceForButton(std::int32_t button)
 {
-    switch (answer) {
+    switch (button) {
     case kThirdButton: return kResume;
     case kSecondButton: return kOverwrite;
     default: return kCancel;
@@ -32,7 +32,7 @@ ConfirmContainer confirmationFor(std::int32_t choice)
     switch (choice) {
     case kResume:
     case kNotAsked: return {true, false};
-    // The server takes "resume" as "go on with this upload"; only a cancellation leaves it out.
+    // For the server "resume" means that the upload continues; only a cancellation clears it.
     case kOverwrite: return {true, true};
     default: return {false, false};
     }

@@ -2,7 +2,11 @@
 #include "engine/upload_engine.h"
 #include "protocol/documents.h"
 
+#include <fmt/format.h>
+
 #include <array>
+#include <cerrno>
+#include <system_error>
 
 namespace quenmoor {
 namespace {
@@ -13,14 +17,15 @@ using namespace std::chrono_literals;
 // each block is acknowledged at once.
 constexpr std::size_t kBlockSize = 16384;
 
-// Zero-length sends return at once, fifty million a second. A file that ends too early would keep
-// a core busy until the server gives up.
+// A send of zero bytes returns at once. Without the pause, a file that ends too early would keep
+// one core busy.
 constexpr auto kEmptyReadPause = 10ms;
+constexpr std::int64_t kEmptyReadLimit = 10'000'000'000; // nanoseconds
 
-constexpr auto kEmptyLinkPoll = 2ms;
-constexpr std::int64_t kStalledLinkNanoseconds = 10'000'000'000;
+constexpr auto kAcknowledgementPoll = 2ms;
+constexpr std::int64_t kAcknowledgementLimit = 10'000'000'000; // nanoseconds
 
-constexpr std::int32_t kStateUnknown = -1337; // what the log shows for a state never written
+constexpr std::int32_t kStateUnknown = -1337; // logged for a state that was never read
 
 } // namespace
 
@@ -30,114 +35,154 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
     const std::optional<InfoContainer> head = queues_.uploadHead();
     if (!head)
         return 0;
-    // A file that cannot be opened reads as empty, and ends as a link that sends nothing.
-    std::ifstream file(head->file.path(), std::ios::in | std::ios::binary);
-    file.seekg(offset);
-
     attempt_.step = AttemptStep::Send;
-    attempt_.bytesSent = offset;
-    ProgressMonitorState state{*this, clock_, head->size, true, offset};
-    std::thread monitor(progressMonitor, std::ref(state));
-
-    std::int64_t sent = 0;
-    bool confirmed = sendData(file, state, sent);
-    attempt_.fileBytes += sent;
-    if (confirmed) {
-        logSystem("Exited send data loop.");
-        state.stop();
-        attempt_.bytesSent = state.bytesSent.load();
-        waitForEmptyLink();
-        confirmed = receiveFinished(state.bytesSent);
+    attempt_.bytes = offset;
+    // A file that cannot be opened yields empty reads.
+    std::ifstream file(head->file.path(), std::ios::in | std::ios::binary);
+    if (!file.is_open())
+        attempt_.reason = "the file cannot be opened: " + std::generic_category().message(errno);
+    file.seekg(offset);
+    {
+        ProgressMonitor monitor(clock_, offset, [this, start = attempt_](const auto& sample) {
+            onSample(sample, start);
+        });
+        const SendResult result = sendData(file, monitor);
+        const std::int64_t sent = attempt_.bytes - offset;
+        attempt_.sentBytes += sent;
+        bool confirmed = false;
+        if (result == SendResult::Complete) {
+            logSystem("Exited send data loop.");
+            monitor.stop();
+            attempt_.step = AttemptStep::Drain;
+            if (waitForAcknowledgement())
+                attempt_.step = AttemptStep::Finish;
+            confirmed = receiveFinished();
+        }
+        if (!confirmed) {
+            closeSockets();
+            file.close();
+            return result == SendResult::SourceEnded ? 0 : sent;
+        }
     }
-    if (!confirmed) {
-        closeSockets();
-        file.close();
-        state.stop();
-        monitor.join();
-        return sent;
-    }
-    monitor.join();
     logSystem("Progress monitor thread joined.");
     closeAfterSuccess(file);
-    statusUpdate("Finished", 100);
+    report(AttemptEventKind::Finished);
     return kUploadConfirmed;
 }
 
-bool UploadEngine::sendData(std::ifstream& file, ProgressMonitorState& state, std::int64_t& sent)
+UploadEngine::SendResult UploadEngine::sendData(std::ifstream& file, ProgressMonitor& monitor)
 {
     std::array<char, kBlockSize> buffer{};
-    std::int64_t position = state.bytesSent;
-    while (position < state.totalBytes) {
+    std::int64_t lastRead = clock_.nanoseconds(); // the latest time that a read yielded bytes
+    while (attempt_.bytes < attempt_.total) {
         file.read(buffer.data(), kBlockSize);
         const std::int64_t bytesRead = file.gcount();
         // A file that grew since it was announced is sent up to its announced size.
-        const std::int64_t offered = std::min(bytesRead, state.totalBytes - position);
-        const std::int32_t taken = link_.send(
+        const std::int64_t offered = std::min(bytesRead, attempt_.total - attempt_.bytes);
+        const std::int32_t accepted = link_.send(
             rendezvousSocket_, std::span(buffer.data(), static_cast<std::size_t>(offered)));
-        if (taken == kLinkError) {
-            logSendFailure(file, position, bytesRead);
-            return false;
+        if (accepted == kLinkError) {
+            attempt_.reason = link_.failureReason();
+            logSendFailure(file, bytesRead);
+            return SendResult::Stopped;
         }
-        position += taken;
-        state.bytesSent = position;
-        sent += taken;
+        attempt_.bytes += accepted;
+        monitor.setBytesSent(attempt_.bytes);
         if (file.eof())
             file.clear();
-        if (taken < bytesRead)
-            file.seekg(position); // what the link did not take is read again
-        if (position == state.totalBytes)
+        if (accepted < bytesRead)
+            file.seekg(attempt_.bytes); // the unsent remainder is read again
+        if (attempt_.bytes == attempt_.total)
             logSystem("Correct size sent.");
+        if (bytesRead > 0)
+            lastRead = clock_.nanoseconds();
+        else if (clock_.nanoseconds() - lastRead >= kEmptyReadLimit)
+            return sourceEnded();
         if (bytesRead == 0 ? !clock_.sleepFor(kEmptyReadPause) : clock_.ending())
+            return SendResult::Stopped;
+    }
+    return SendResult::Complete;
+}
+
+UploadEngine::SendResult UploadEngine::sourceEnded()
+{
+    if (attempt_.reason.empty())
+        attempt_.reason =
+            fmt::format("the file ends after {} of {} bytes", attempt_.bytes, attempt_.total);
+    return SendResult::SourceEnded;
+}
+
+void UploadEngine::logSendFailure(std::ifstream& file, std::int64_t bytesRead)
+{
+    logOutput("sendfile: " + link_.lastErrorMessage());
+    logOutput(fmt::format("Last recorded progress: {} bytes read: {} position: {}", attempt_.bytes,
+                          bytesRead, static_cast<std::int64_t>(file.tellg())));
+}
+
+void UploadEngine::onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start)
+{
+    if (!sample) {
+        statusBarUpdate(false, "Upload rate: 0.000 MB/s");
+        return;
+    }
+    AttemptEvent event = start;
+    event.kind = AttemptEventKind::Progress;
+    event.bytes = sample->bytes;
+    event.sentBytes = start.sentBytes + sample->bytes - start.bytes;
+    event.rate = sample->rate;
+    event.elapsed = std::chrono::nanoseconds(clock_.nanoseconds() - startedAt_);
+    reportProgress(event);
+}
+
+void UploadEngine::reportProgress(const AttemptEvent& sample)
+{
+    statusUpdate(statusText(sample), statusPercent(sample));
+    statusBarUpdate(true, fmt::format("Upload rate: {:.03f} MB/s", sample.rate));
+    view_.attemptChanged(sample);
+}
+
+// The library accepts up to 12 MB more than the network has carried. Without this wait the closing
+// receive would time out on a slow uplink, and every upload would fail at its end.
+bool UploadEngine::waitForAcknowledgement()
+{
+    std::int64_t lastProgress = clock_.nanoseconds();
+    std::int32_t left = link_.unacknowledged(rendezvousSocket_).value_or(0);
+    while (left > 0) {
+        if (link_.socketState(rendezvousSocket_) != kSocketConnected ||
+            !clock_.sleepFor(kAcknowledgementPoll))
             return false;
+        const std::int32_t now = link_.unacknowledged(rendezvousSocket_).value_or(0);
+        if (now < left)
+            lastProgress = clock_.nanoseconds();
+        else if (clock_.nanoseconds() - lastProgress >= kAcknowledgementLimit)
+            return false;
+        left = now;
     }
     return true;
 }
 
-void UploadEngine::logSendFailure(std::ifstream& file, std::int64_t position,
-                                  std::int64_t bytesRead)
+bool UploadEngine::receiveFinished()
 {
-    logOutput("sendfile: " + link_.lastErrorMessage());
-    logOutput(fmt::format("Last recorded progress: {} bytes read: {} position: {}", position,
-                          bytesRead, static_cast<std::int64_t>(file.tellg())));
-}
-
-// The library takes up to 12 MB beyond what the link has carried. On a slow uplink that is more
-// than the closing receive waits for, and every upload would fail at its very end.
-void UploadEngine::waitForEmptyLink()
-{
-    attempt_.step = AttemptStep::Drain;
-    std::int64_t lastFall = clock_.nanoseconds();
-    std::int32_t left = link_.unacknowledged(rendezvousSocket_).value_or(0);
-    while (left > 0 && link_.socketState(rendezvousSocket_) == kSocketConnected) {
-        if (!clock_.sleepFor(kEmptyLinkPoll))
-            return;
-        const std::int32_t now = link_.unacknowledged(rendezvousSocket_).value_or(0);
-        if (now < left)
-            lastFall = clock_.nanoseconds();
-        else if (clock_.nanoseconds() - lastFall >= kStalledLinkNanoseconds)
-            return;
-        left = now;
-    }
-}
-
-bool UploadEngine::receiveFinished(std::int64_t position)
-{
-    attempt_.step = AttemptStep::Finish;
     const std::string text = link_.receiveString(rendezvousSocket_);
     logSystem("{}", text);
     if (text.empty()) {
+        attempt_.reason = link_.failureReason();
         logSystem("Failed receiving response back after upload.");
         return false;
     }
+    attempt_.step = AttemptStep::Finish;
     logSystem("Received response object from server.");
     FinishedContainer finished;
-    return finished.parseXML(text).size >= position;
+    const std::int64_t held = finished.parseXML(text).size;
+    if (held >= attempt_.bytes)
+        return true;
+    attempt_.reason = fmt::format("the server holds {} of {} bytes", held, attempt_.bytes);
+    return false;
 }
 
 void UploadEngine::closeAfterSuccess(std::ifstream& file)
 {
-    // Before the close the library may have forgotten the socket already; then the last known
-    // value stands.
+    // The library forgets a closed socket; the last known state is logged then.
     std::int32_t state = kStateUnknown;
     const auto logState = [this, &state] {
         state = link_.socketState(rendezvousSocket_).value_or(state);

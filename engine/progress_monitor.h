@@ -1,43 +1,59 @@
-// Reports a transfer once a second, on a thread of its own beside the sender.
+// Samples the progress of a transfer once a second, on a thread of its own.
+//
+// The first sample of a transfer has a rate close to 0, because it is measured from the origin of
+// the clock: otherwise a resume offset would count as bytes sent within that second.
 #pragma once
+
+#include "engine/clock.h"
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <stop_token>
+#include <thread>
 
 namespace quenmoor {
 
-class Clock;
-class UploadEngine;
-
-// Owned by the sender, shared with the monitor for one transfer.
-struct ProgressMonitorState {
-    // Set once at construction.
-    UploadEngine& controller;
-    Clock& clock;
-    const std::int64_t totalBytes; // size of the file
-
-    // The sender writes, the monitor reads. They feed the display only, so any order does.
-    std::atomic<bool> running{true};
-    std::atomic<std::int64_t> bytesSent; // position in the file, resume offset included
-
-    // Ends the monitor's rest, so that a small file does not pay a second for it.
-    std::stop_source transferEnd{};
-
-    // Sender only. No further sample is taken.
-    void stop()
-    {
-        running = false;
-        transferEnd.request_stop();
-    }
+struct ProgressSample {
+    std::int64_t bytes = 0; // position in the file, resume offset included
+    double rate = 0;        // MiB/s since the previous sample
 };
 
-// The monitor thread's body. Returns when `state` has stopped, after a last report that clears
-// the status bar; what came after the last whole second is not reported.
-void progressMonitor(ProgressMonitorState& state);
+// Constructed, used and destroyed by the sending thread.
+class ProgressMonitor {
+public:
+    // Called on the monitor's thread: with each sample, and once without one as the thread's last
+    // act. The last partial second of a transfer gives no sample.
+    using Callback = std::function<void(const std::optional<ProgressSample>&)>;
 
-// `bytes` of `total` in per cent, rounded to the nearest, ties to even, within 0 to 100. All of
-// nothing is 100.
-std::int32_t percentSent(std::int64_t bytes, std::int64_t total);
+    // Starts the thread. `bytes` is the position that the transfer starts at. `clock` outlives
+    // the monitor.
+    ProgressMonitor(Clock& clock, std::int64_t bytes, Callback callback);
+
+    // Stops, and waits for a running callback and the last one.
+    ~ProgressMonitor();
+
+    ProgressMonitor(const ProgressMonitor&) = delete;
+    ProgressMonitor& operator=(const ProgressMonitor&) = delete;
+
+    void setBytesSent(std::int64_t bytes) { bytesSent_ = bytes; }
+
+    // Any thread. No sample begins after this call; it does not wait for one in progress.
+    void stop() { stop_.request_stop(); }
+
+private:
+    void progressMonitor();
+
+    // Set once at construction.
+    Clock& clock_;
+    const Callback callback_;
+
+    // The sender writes, the monitor reads. Any memory order is enough for a display.
+    std::atomic<std::int64_t> bytesSent_;
+
+    std::stop_source stop_; // synchronises itself
+    std::thread thread_;
+};
 
 } // namespace quenmoor

@@ -1,8 +1,8 @@
-// How long a failed upload waits before it is tried again.
+// The delay before a failed upload is retried.
 //
-// Counts the failed attempts of one file. The first retry comes at once, so that a dropped
-// connection costs nothing; later ones back off to a quarter of an hour. Ten failures in a row
-// are final. Any attempt that moved bytes starts the count over: a slow upload is never given up.
+// Counts the consecutive failed attempts of one file. The first retry is immediate, so a dropped
+// connection costs no time; later retries back off to 15 minutes. Ten consecutive failures are
+// final. An attempt that moved bytes resets the count: a slow upload is never abandoned.
 #pragma once
 
 #include <array>
@@ -14,13 +14,15 @@ namespace quenmoor {
 // Used by the upload thread only.
 class RetrySchedule {
 public:
-    // The failure just met is the last one.
+    // True if the latest failure, which is not counted yet, is final.
     bool exhausted() const { return retries_ >= kDelays.size(); }
 
-    // The wait after the failure just met. Requires !exhausted().
+    // The wait after the latest failure. Requires !exhausted().
     std::chrono::seconds delay() const { return kDelays.at(retries_); }
 
-    void countFailure();
+    // Counts the latest failure; after the wait. Requires !exhausted().
+    void countFailure() { ++retries_; }
+
     void reset() { retries_ = 0; }
 
 private:
@@ -29,7 +31,7 @@ private:
         std::chrono::seconds(30),  std::chrono::seconds(60),  std::chrono::seconds(120),
         std::chrono::seconds(240), std::chrono::seconds(480), std::chrono::seconds(900)};
 
-    std::size_t retries_ = 0; // failures since the last progress
+    std::size_t retries_ = 0; // failed attempts since the last progress
 };
 
 } // namespace quenmoor

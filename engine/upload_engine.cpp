@@ -14,26 +14,19 @@ using namespace std::chrono_literals;
 
 constexpr auto kIdlePoll = 200ms;
 constexpr auto kCountdownTick = 1s;
-constexpr std::int32_t kRefusal = 1; // the one status code that turns an upload down
+constexpr std::int32_t kRefusal = 1; // the only response code that refuses an upload
+
+std::string_view confirmationName(std::int32_t choice)
+{
+    switch (choice) {
+    case kResume:
+    case kNotAsked: return "resume";
+    case kOverwrite: return "overwrite";
+    default: return "cancelation";
+    }
+}
 
 } // namespace
-
-std::string_view stepName(AttemptStep step)
-{
-    switch (step) {
-    case AttemptStep::Idle: return "idle";
-    case AttemptStep::Announce: return "announce";
-    case AttemptStep::Rendezvous: return "rendezvous";
-    case AttemptStep::Response: return "response";
-    case AttemptStep::Refused: return "refused";
-    case AttemptStep::Question: return "question";
-    case AttemptStep::Confirm: return "confirm";
-    case AttemptStep::Send: return "send";
-    case AttemptStep::Drain: return "drain";
-    case AttemptStep::Finish: return "finish";
-    }
-    return "";
-}
 
 UploadEngine::UploadEngine(UploadQueues& queues, TransferLink& link, UploadView& view, Clock& clock)
     : queues_(queues), link_(link), view_(view), clock_(clock)
@@ -90,47 +83,57 @@ bool UploadEngine::runAttempt()
     const std::optional<InfoContainer> head = queues_.uploadHead();
     if (!head)
         return true;
-    const Outcome outcome = attemptUpload(*head);
-    if (choice_ == kCancel)
-        statusUpdate("Canceled", 0);
-    if (outcome == Outcome::Done || choice_ == kCancel) {
-        finishFile();
-        return true;
-    }
-    if (outcome == Outcome::Ended || clock_.ending()) {
-        closeSockets();
-        return false;
+    switch (attemptUpload(*head)) {
+    case Outcome::Cancelled: report(AttemptEventKind::Cancelled); [[fallthrough]];
+    case Outcome::Done: finishFile(); return true;
+    case Outcome::Failed: break;
+    case Outcome::Ended: closeSockets(); return false;
     }
     logSystem("Upload attempt unsuccessful.");
-    statusUpdate("Waiting (Error)", -1);
+    report(AttemptEventKind::Failed);
     closeSockets();
     return waitForRetry();
 }
 
 UploadEngine::Outcome UploadEngine::attemptUpload(const InfoContainer& head)
 {
-    attempt_.bytesSent = 0;
-    attempt_.totalBytes = head.size;
-    attempt_.samples = 0;
-    attempt_.step = AttemptStep::Announce;
-    statusUpdate("Connecting", 0);
-    const std::string text = announce(head);
+    beginAttempt(head);
+    const std::string text = requestUpload(head);
     logSystem("{}", text);
     if (text.empty()) {
-        // However far the attempt came, the user is told of the answer that is missing.
+        // The final alert names the missing response, whichever step failed; the event names the
+        // step.
         reason_ = "Response from server not received.";
-        return Outcome::Failed;
+        attempt_.reason = link_.failureReason();
+        return outcomeOf(0);
     }
     logSystem("Received response object from server.");
     ResponseContainer response;
     if (response.parseXML(text).response == kRefusal) {
         attempt_.step = AttemptStep::Refused;
-        return Outcome::Failed;
+        attempt_.reason = "the server refused the upload";
+        return outcomeOf(0);
     }
-    return settleAndSend(response);
+    if (!resolveExistingCopy(response))
+        return Outcome::Ended;
+    logSystem("Invoking file handler");
+    return outcomeOf(handleFile(choice_, response));
 }
 
-std::string UploadEngine::announce(const InfoContainer& head)
+void UploadEngine::beginAttempt(const InfoContainer& head)
+{
+    AttemptEvent next;
+    next.row = progressRowIndex_;
+    next.attempt = attempt_.attempt + 1;
+    next.total = head.size;
+    next.sentBytes = attempt_.sentBytes;
+    attempt_ = next;
+    if (attempt_.attempt == 1)
+        startedAt_ = clock_.nanoseconds();
+    report(AttemptEventKind::Started);
+}
+
+std::string UploadEngine::requestUpload(const InfoContainer& head)
 {
     const RequestContainer request{head.file.filename(), head.token.value_or(""), head.size};
     const std::string document = buildXML(request.XMLpayload(), "RequestContainer");
@@ -148,29 +151,59 @@ std::string UploadEngine::announce(const InfoContainer& head)
     return link_.receiveString(rendezvousSocket_);
 }
 
-UploadEngine::Outcome UploadEngine::settleAndSend(const ResponseContainer& response)
+bool UploadEngine::resolveExistingCopy(const ResponseContainer& response)
 {
     if (response.exists && choice_ == kUndecided && !InterrogateExists(response))
-        return Outcome::Ended;
+        return false;
     logSystem("Alert selection value: {}", choice_);
     if (choice_ == kUndecided)
         choice_ = kNotAsked;
-
-    logSystem("Invoking file handler");
-    const std::int64_t result = handleFile(choice_, response);
-    if (result >= 1)
-        schedule_.reset();
-    return result == kUploadConfirmed ? Outcome::Done : Outcome::Failed;
+    return true;
 }
 
 bool UploadEngine::InterrogateExists(const ResponseContainer& response)
 {
-    attempt_.step = AttemptStep::Question;
-    const std::optional<std::int32_t> answer = view_.runModal(existingFileAlert(response));
-    if (!answer)
-        return false;
-    choice_ = choiceForButton(*answer);
-    return true;
+    const std::optional<std::int32_t> button = view_.runModal(existingFileAlert(response));
+    if (button)
+        choice_ = choiceForButton(*button);
+    return button.has_value();
+}
+
+std::int64_t UploadEngine::handleFile(std::int32_t choice, const ResponseContainer& response)
+{
+    logSystem("Entered file handling logic.");
+    // A server without a copy expects no confirmation: the bytes follow its response.
+    if (!response.exists)
+        return Upload(0);
+
+    attempt_.step = AttemptStep::Confirm;
+    logSystem("Sending {} confirmation.", confirmationName(choice));
+    const ConfirmContainer confirmation = confirmationFor(choice);
+    const bool sent = link_.sendString(rendezvousSocket_,
+                                       buildXML(confirmation.XMLpayload(), "ConfirmContainer"));
+    if (!confirmation.resume)
+        return kUploadCancelled; // whether or not the server received it
+    if (!sent) {
+        attempt_.reason = link_.failureReason();
+        return 0;
+    }
+    const std::int64_t offset = confirmation.overwrite ? 0 : response.size;
+    if (offset < 0) {
+        attempt_.reason = fmt::format("the server reports a copy of {} bytes", offset);
+        return 0;
+    }
+    return Upload(offset);
+}
+
+UploadEngine::Outcome UploadEngine::outcomeOf(std::int64_t result)
+{
+    if (result == kUploadConfirmed)
+        return Outcome::Done;
+    if (result == kUploadCancelled)
+        return Outcome::Cancelled;
+    if (result >= 1)
+        schedule_.reset();
+    return clock_.ending() ? Outcome::Ended : Outcome::Failed;
 }
 
 void UploadEngine::finishFile()
@@ -179,8 +212,7 @@ void UploadEngine::finishFile()
     ++progressRowIndex_;
     choice_ = kUndecided;
     schedule_.reset();
-    attempt_.step = AttemptStep::Idle;
-    attempt_.fileBytes = 0;
+    attempt_ = {};
     closeSockets();
 }
 
@@ -191,7 +223,8 @@ bool UploadEngine::waitForRetry()
         return false;
     }
     for (auto left = schedule_.delay(); left.count() > 0; left -= kCountdownTick) {
-        statusUpdate(fmt::format("Retrying in {}s", left.count()), -1);
+        attempt_.secondsLeft = left;
+        report(AttemptEventKind::Waiting);
         if (!clock_.sleepFor(kCountdownTick))
             return false;
     }
@@ -201,14 +234,43 @@ bool UploadEngine::waitForRetry()
 
 void UploadEngine::giveUp()
 {
+    AttemptEvent event = attempt_;
+    event.kind = AttemptEventKind::GaveUp;
+    view_.attemptChanged(event);
     const Alert alert{"Upload attempt unsuccessful.  Unable to continue.  The application will "
                       "exit.\nReason: " +
                           reason_,
                       {},
                       {}};
-    // There is one button only, so any answer is as good as none.
+    // The alert has one button only: the answer decides nothing.
     static_cast<void>(view_.runModal(alert));
     view_.terminate();
+}
+
+void UploadEngine::report(AttemptEventKind kind)
+{
+    attempt_.kind = kind;
+    attempt_.elapsed = std::chrono::nanoseconds(clock_.nanoseconds() - startedAt_);
+    statusUpdate(statusText(attempt_), statusPercent(attempt_));
+    view_.attemptChanged(attempt_);
+}
+
+void UploadEngine::statusUpdate(const std::string& status, std::int32_t percent)
+{
+    const bool changed = queues_.tableList().replace(progressRowIndex_, status, percent);
+    std::optional<std::int32_t> shown;
+    if (changed && percent >= 0)
+        shown = percent;
+    view_.reloadProgressGrid(shown);
+}
+
+void UploadEngine::statusBarUpdate(bool showFile, const std::string& rate)
+{
+    std::string name = "[none]";
+    const auto row = queues_.tableList().objectAtIndex(progressRowIndex_);
+    if (showFile && row != nullptr)
+        name = row->filename;
+    view_.setStatusBar(name, rate);
 }
 
 } // namespace quenmoor

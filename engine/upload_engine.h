@@ -1,12 +1,11 @@
-// Sends the queued files, one at a time, over one background thread.
+// Sends the queued files to the server, one at a time, on one background thread.
 //
-// The thread is started by the first initiateUpload() that finds a file and then idles between
-// files; it ends only with the program. Everything that it waits for in between is either a rest
-// of the clock, which the program's end cuts short, or the transfer link, which it does not: a
-// rendezvous takes up to 30 seconds. So nobody may wait for the thread without a limit.
+// The thread is started by the first initiateUpload() that finds a queued file. It polls an empty
+// queue and ends only with the program. The end of the clock interrupts every sleep of the thread,
+// but not the transfer link: a rendezvous can block for 30 seconds. Wait for the thread with a
+// limit only.
 #pragma once
 
-#include "engine/attempt_record.h"
 #include "engine/clock.h"
 #include "engine/existing_file.h"
 #include "engine/progress_monitor.h"
@@ -23,14 +22,14 @@
 
 namespace quenmoor {
 
-// Results of handleFile and Upload. Anything else is the number of bytes that went out before the
-// failure, 0 included.
+// Results of handleFile and Upload. Any other value is the number of bytes that were sent before
+// the failure; it may be 0.
 inline constexpr std::int64_t kUploadConfirmed = -1;
 inline constexpr std::int64_t kUploadCancelled = -2;
 
 class UploadEngine {
 public:
-    // All five outlive the engine.
+    // All four outlive the engine.
     UploadEngine(UploadQueues& queues, TransferLink& link, UploadView& view, Clock& clock);
 
     // The upload thread must have ended: see waitForEnd().
@@ -39,76 +38,84 @@ public:
     UploadEngine(const UploadEngine&) = delete;
     UploadEngine& operator=(const UploadEngine&) = delete;
 
-    // Any thread. Starts the upload thread unless it runs or nothing is queued.
+    // Any thread. Starts the upload thread, unless it is running or nothing is queued.
     void initiateUpload();
 
-    // The upload thread's body; a test may run it on its own thread. Returns when the clock says
-    // that the program is ending, and after the final failure of a file.
+    // The body of the upload thread; a test may run it on its own thread. Returns when the program
+    // is ending, and after the final failure of a file.
     void uploadFile();
 
-    // One thread. Waits for the upload thread to end, at most for `limit`; end the clock first.
-    // False when it is still inside the link: then the engine must not be destroyed, and the
-    // process is to be left without destruction.
+    // One thread, after the end of the clock. Waits at most `limit` for the upload thread to end.
+    // Returns false if it is still blocked in the link: then the engine must not be destroyed, and
+    // the process has to exit without destructors.
     [[nodiscard]] bool waitForEnd(std::chrono::milliseconds limit);
 
-    // Upload or monitor thread, never the one that draws; both return once the view has applied
-    // the change. The current row gets the text and, unless negative, the percentage.
+    // Upload or monitor thread; all block until the view has applied the change. The current row
+    // gets the text and, unless it is negative, the percentage.
     void statusUpdate(const std::string& status, std::int32_t percent);
-    // Shows the current row's file name, or "[none]", beside `rate`.
+    // Shows the file name of the current row, or "[none]", together with `rate`.
     void statusBarUpdate(bool showFile, const std::string& rate);
-
-    // Monitor thread. One sample of the transfer: `bytes` of `total` at `rate` MB/s.
-    void reportSample(std::int64_t bytes, std::int64_t total, double rate);
-
-    // Any thread.
-    const AttemptRecord& attempt() const { return attempt_; }
-
-    // After the upload thread ended, or from a call that it makes to the view: the last recorded
-    // failure, "" at first. It is not cleared between files.
-    const std::string& reason() const { return reason_; }
+    // Shows `sample`, a Progress event, in the row and in the status bar, and reports it.
+    void reportProgress(const AttemptEvent& sample);
 
 private:
-    enum class Outcome : std::uint8_t { Done, Failed, Ended };
+    // What the driver does after an attempt depends on nothing else.
+    enum class Outcome : std::uint8_t { Done, Cancelled, Failed, Ended };
 
-    // One attempt for the head of the upload queue, and what follows from its outcome.
-    // False when the thread is to end.
+    // Runs one attempt for the head of the upload queue and acts on its outcome. Returns false if
+    // the thread has to end.
     bool runAttempt();
 
-    // The attempt itself: announce, response, question, file. Sockets stay open.
+    // The attempt itself. Leaves the sockets open.
     Outcome attemptUpload(const InfoContainer& head);
 
-    // Empty when any step failed; reason_ then says so. Next: settleAndSend().
-    std::string announce(const InfoContainer& head);
+    void beginAttempt(const InfoContainer& head);
 
-    // After announce(). Asks when it must and hands over to handleFile().
-    Outcome settleAndSend(const ResponseContainer& response);
+    // Connects, sends the request and receives the response. Returns an empty string if a step
+    // failed. Previous: beginAttempt(). Next: resolveExistingCopy() with the parsed response.
+    std::string requestUpload(const InfoContainer& head);
 
-    // False when the program ended while the question stood.
+    // Decides about an existing copy and asks the user if necessary. Returns false if the program
+    // ended during the question. Next: handleFile().
+    bool resolveExistingCopy(const ResponseContainer& response);
+
+    // Asks the user about an existing copy and sets choice_. Returns false if there was no answer.
     bool InterrogateExists(const ResponseContainer& response);
 
+    // Sends the confirmation for `choice`, if the server expects one, and then the file.
+    std::int64_t handleFile(std::int32_t choice, const ResponseContainer& response);
+
+    // The only place that interprets a result of handleFile().
+    Outcome outcomeOf(std::int64_t result);
+
     void finishFile();
-    // False when the thread is to end: no further attempt, or the program ended in the wait.
+    // Returns false if the thread has to end: no attempt is left, or the program is ending.
     bool waitForRetry();
     void giveUp();
 
-    // Sends the confirmation that `choice` asks for and then the file. The caller has no
-    // confirmation of its own to give.
-    std::int64_t handleFile(std::int32_t choice, const ResponseContainer& response);
-
     // Streams the file at the head of the upload queue from `offset` and waits for the server to
-    // confirm the size it now holds. Blocks for the whole transfer. On every way out the sockets
-    // and the file are closed and the monitor thread is joined.
+    // confirm the size it now holds. Blocks for the whole transfer. Closes the sockets and the
+    // file and joins the monitor thread before every return.
     std::int64_t Upload(std::int64_t offset);
 
-    // False when the link failed or the program is ending. `sent` counts what the link took.
-    bool sendData(std::ifstream& file, ProgressMonitorState& state, std::int64_t& sent);
-    void waitForEmptyLink();
-    // True when the server confirmed at least `position` bytes.
-    bool receiveFinished(std::int64_t position);
-    void logSendFailure(std::ifstream& file, std::int64_t position, std::int64_t bytesRead);
-    void closeAfterSuccess(std::ifstream& file);
+    enum class SendResult : std::uint8_t { Complete, Stopped, SourceEnded };
 
+    // Sends from attempt_.bytes to attempt_.total. Stopped: the link failed, or the program is
+    // ending. SourceEnded: for ten seconds the file yielded nothing more.
+    SendResult sendData(std::ifstream& file, ProgressMonitor& monitor);
+    SendResult sourceEnded();
+    // Returns false if the server acknowledged nothing for ten seconds, or the link is broken.
+    bool waitForAcknowledgement();
+    // Returns true if the server confirmed at least the bytes that were sent.
+    bool receiveFinished();
+    void logSendFailure(std::ifstream& file, std::int64_t bytesRead);
+    void closeAfterSuccess(std::ifstream& file);
     void closeSockets() { link_.closeSockets(rendezvousSocket_, connectSocket_); }
+
+    // Changes the row to what the event shows and reports the event. Upload thread.
+    void report(AttemptEventKind kind);
+    // What the progress monitor calls for the transfer that `start` describes. Monitor thread.
+    void onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start);
 
     // Set once at construction.
     UploadQueues& queues_;
@@ -118,18 +125,18 @@ private:
 
     // Upload thread only.
     RetrySchedule schedule_;
-    std::string reason_;
+    AttemptEvent attempt_;       // the current attempt, as last reported or since then
+    std::int64_t startedAt_ = 0; // time of the clock when the first attempt of the file began
+    std::string reason_;         // for the final alert; never cleared, also not between files
     std::int32_t choice_ = kUndecided;
     std::int32_t connectSocket_ = 0;
     std::int32_t rendezvousSocket_ = 0;
 
-    // Upload thread; the monitor reads it too, but only while the upload thread is inside
-    // Upload(), where it does not change.
+    // Upload thread. The monitor reads it only while the upload thread is inside Upload(), which
+    // does not change it.
     std::size_t progressRowIndex_ = 0;
 
-    // Any thread.
-    AttemptRecord attempt_;
-    std::atomic<bool> running_{false};
+    std::atomic<bool> running_{false}; // any thread
 
     // The thread that starts and ends the engine.
     std::thread uploadThread_;

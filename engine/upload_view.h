@@ -1,4 +1,5 @@
-// All that the engine asks of whoever shows it: the window, the command line, a test.
+// The engine's only interface to the user. Implemented by the window, the command line and the
+// tests.
 #pragma once
 
 #include "engine/attempt_event.h"
@@ -11,7 +12,7 @@
 namespace quenmoor {
 
 // A question or a message to the user. The style is always critical. The first button is the
-// default; with no button the platform shows its own, "OK".
+// default. Without buttons the front end offers its own single "OK".
 struct Alert {
     std::string messageText;
     std::string informativeText;
@@ -20,33 +21,34 @@ struct Alert {
     bool operator==(const Alert&) const = default;
 };
 
-// Answers to an alert, by position. Any other number is "some other way out", which counts as the
-// first button where it matters.
+// Answers to an alert, by the position of the button. An alert that was closed in another way has
+// any other value, which counts as the first button where it matters.
 inline constexpr std::int32_t kFirstButton = 1000;
 inline constexpr std::int32_t kSecondButton = 1001;
 inline constexpr std::int32_t kThirdButton = 1002;
 
-// Called from the upload and monitor threads, never from the thread that draws. Each call returns
-// once its effect is on screen; the engine holds no lock meanwhile. After the program has begun
-// to end, calls return at once and change nothing.
+// Called from the upload and monitor threads, one at a time, never from the UI thread. Each call
+// returns once its effect is visible; the engine holds no lock meanwhile. After the program has
+// begun to end, calls return at once and have no effect.
 class UploadView {
 public:
     virtual ~UploadView() = default;
 
-    // Shows the table anew and, when given, `percent` in the status bar.
+    // Refreshes the table and, if set, shows `percent` in the status bar.
     virtual void reloadProgressGrid(std::optional<std::int32_t> percent) = 0;
 
-    // `filename` is for showing, "[none]" when no file is under way; `rate` is a whole sentence.
+    // `filename` is for display, "[none]" if no file is being sent; `rate` is a whole sentence.
     virtual void setStatusBar(const std::string& filename, const std::string& rate) = 0;
 
-    // Blocks until the user has answered; no time limit. Nothing when the program ended while the
-    // alert stood: the user has not answered, and the caller must not act as if he had.
+    // Blocks without a time limit until the user has answered. Returns nullopt if the program
+    // ended while the alert was open: the user has not answered, and the caller must not assume
+    // an answer.
     virtual std::optional<std::int32_t> runModal(const Alert& alert) = 0;
 
-    // Asks the program to end. The engine does nothing more afterwards.
+    // Requests the end of the program. The engine does nothing more afterwards.
     virtual void terminate() = 0;
 
-    // Reports what happened to an upload, as values.
+    // Reports what happened to an upload, after the table has changed accordingly.
     virtual void attemptChanged(const AttemptEvent& event) = 0;
 };
 

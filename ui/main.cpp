@@ -1,5 +1,5 @@
 // quenmoor-upload: the upload client with a window.
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
 #include "ui/app_delegate.h"

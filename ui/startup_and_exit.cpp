@@ -1,7 +1,7 @@
 #include "ui/startup_and_exit.h"
 
 #include "base/log.h"
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "ui/app_delegate.h"
 #include "ui/window_settings.h"

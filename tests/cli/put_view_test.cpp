@@ -16,8 +16,7 @@ struct PutViewTest : EngineFixture {
     KeptReport kept;
     int ends = 0;
     Existing existing = Existing::Ask;
-    PutView put{queues.tableList(), kept, clock,
-                [this](const Alert& alert) { return fixedAnswer(existing, alert); },
+    PutView put{kept, [this](const Alert& alert) { return fixedAnswer(existing, alert); },
                 [this] { ++ends; }};
     UploadEngine putEngine{queues, link, put, clock};
 
@@ -27,11 +26,7 @@ struct PutViewTest : EngineFixture {
         return queue(name, size);
     }
 
-    void run()
-    {
-        put.follow(putEngine.attempt());
-        putEngine.uploadFile();
-    }
+    void run() { putEngine.uploadFile(); }
 
     std::vector<std::string> story() const
     {
@@ -69,27 +64,6 @@ TEST_F(PutViewTest, tellsEveryChangeOfARowAndTheEndOfEachFile)
     EXPECT_EQ(put.tally().finished, 1U);
     EXPECT_EQ(put.tally().cancelled, 1U);
     EXPECT_EQ(put.tally().bytes, 10);
-}
-
-TEST_F(PutViewTest, reportsSamplesWithTheirBytes)
-{
-    add("clip.mov", 100000);
-    int sends = 0;
-    clock.onMonitorRest = [] {};
-    link.onSend = [this, &sends] {
-        // hold the sender until a sample was taken
-        if (++sends == 3) {
-            while (putEngine.attempt().samples < 2)
-                std::this_thread::yield();
-        }
-    };
-    run();
-    const auto rate = std::find_if(kept.events.begin(), kept.events.end(),
-                                   [](const PutEvent& e) { return e.kind == PutEventKind::Rate; });
-    ASSERT_NE(rate, kept.events.end());
-    EXPECT_EQ(rate->total, 100000);
-    EXPECT_LE(*rate->bytes, 32768);
-    EXPECT_TRUE(rate->mbps);
 }
 
 TEST_F(PutViewTest, saysWhenAnAnswerIsNotOffered)

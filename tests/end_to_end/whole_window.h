@@ -6,7 +6,7 @@
 #include "devservice/tokens.h"
 #include "devservice/transfer_server.h"
 #include "devservice/upload_store.h"
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
 #include "tests/fakes/quiet_log.h"

@@ -66,8 +66,8 @@ TEST_F(UploadEngineTest, failsOnARefusalWithoutAQuestionOrAReason)
     engine.uploadFile();
     EXPECT_EQ(view.questions(), 0U);
     EXPECT_TRUE(link.confirmations.empty());
-    EXPECT_EQ(engine.reason(), "");
-    EXPECT_EQ(engine.attempt().step, AttemptStep::Refused);
+    EXPECT_TRUE(view.alerts.back().messageText.ends_with("\nReason: "));
+    EXPECT_EQ(view.lastStep(), AttemptStep::Refused);
 }
 
 TEST_F(UploadEngineTest, asksOncePerFileAndReusesTheAnswer)

@@ -87,7 +87,7 @@ private:
         for (int i = 0; i < 40; ++i) {
             LinkPlan plan;
             if (pick(10) < failingInTen)
-                plan = {static_cast<LinkFault>(1 + pick(8)), pick(2) == 0 ? 0 : pick(80000)};
+                plan = {static_cast<LinkFault>(1 + pick(9)), pick(2) == 0 ? 0 : pick(80000)};
             link_.plans.push_back(plan);
         }
     }

@@ -16,14 +16,14 @@ public:
     int idlePolls = 1;
     // Called in the place of every rest of the monitor; without it, such a rest lasts until the
     // transfer has ended, and no sample is taken.
-    std::function<void()> onMonitorRest;
+    std::function<void()> onMonitorSleep;
     // Called before every other rest that takes time.
     std::function<void(std::chrono::milliseconds)> onRest;
 
-    bool rest(std::chrono::milliseconds time, std::stop_token wake) override
+    bool sleep(std::chrono::milliseconds time, std::stop_token wake) override
     {
         if (wake.stop_possible())
-            return restOfMonitor(time, std::move(wake));
+            return monitorSleep(time, std::move(wake));
         if (time.count() > 0 && onRest)
             onRest(time);
         const std::lock_guard lock(mutex_);
@@ -64,12 +64,12 @@ public:
     }
 
 private:
-    bool restOfMonitor(std::chrono::milliseconds time, std::stop_token wake)
+    bool monitorSleep(std::chrono::milliseconds time, std::stop_token wake)
     {
-        if (onMonitorRest)
-            onMonitorRest();
+        if (onMonitorSleep)
+            onMonitorSleep();
         std::unique_lock lock(mutex_);
-        if (!onMonitorRest)
+        if (!onMonitorSleep)
             woken_.wait(lock, std::move(wake), [this] { return ended_; });
         else
             now_ += std::chrono::nanoseconds(time).count();

@@ -21,12 +21,13 @@ enum class LinkFault {
     None,
     RefuseConnect,
     RefuseRendezvous,
-    Silent,       // no response
-    Refuse,       // a response with code 1
-    LoseConfirm,  // the confirmation cannot be sent
-    BreakAfter,   // the link breaks after `bytes` of this attempt
-    NoFinished,   // no closing document
-    SmallFinished // a closing document of one byte less than was sent
+    Silent,        // no response
+    Refuse,        // a response with code 1
+    LoseConfirm,   // the confirmation cannot be sent
+    BreakAfter,    // the link breaks after `bytes` of this attempt
+    NoFinished,    // no closing document
+    SmallFinished, // a closing document of one byte less than was sent
+    Discard        // the server stores nothing of what arrives
 };
 
 struct LinkPlan {
@@ -49,6 +50,7 @@ public:
     std::deque<std::int32_t> unacknowledgedAmounts; // 0 afterwards
     std::optional<std::int32_t> state = kSocketConnected;
     std::function<void()> onSend;
+    std::string reason = "no answer"; // of every failure
 
     std::vector<std::string> requests;
     std::vector<std::string> confirmations; // "resume", "overwrite", "cancel"
@@ -115,7 +117,8 @@ public:
             }
             taken = std::min(taken, plan_.bytes - sent);
         }
-        copy.bytes.append(block.data(), static_cast<std::size_t>(taken));
+        if (plan_.fault != LinkFault::Discard)
+            copy.bytes.append(block.data(), static_cast<std::size_t>(taken));
         sent += taken;
         return static_cast<std::int32_t>(taken);
     }
@@ -131,7 +134,7 @@ public:
 
     std::optional<std::int32_t> socketState(std::int32_t /*socket*/) override { return state; }
     std::string lastErrorMessage() override { return "Connection was broken."; }
-    std::string failureReason() override { return "no answer"; }
+    std::string failureReason() override { return reason; }
 
     void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) override
     {

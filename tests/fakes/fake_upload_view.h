@@ -69,6 +69,9 @@ struct FakeUploadView : UploadView {
         events.push_back(event);
     }
 
+    // The step of the latest event; that of the failure after a failed attempt.
+    AttemptStep lastStep() const { return events.empty() ? AttemptStep{} : events.back().step; }
+
     std::size_t questions() const
     {
         std::size_t count = 0;

@@ -114,7 +114,7 @@ TEST_F(Faulty, anUnknownTokenIsRefusedWithoutAQuestion)
     UdtTransferLink link("127.0.0.1", server->port());
     UploadEngine engine(queues, link, view, clock);
     engine.uploadFile();
-    EXPECT_EQ(engine.attempt().step, AttemptStep::Refused);
+    EXPECT_EQ(view.lastStep(), AttemptStep::Refused);
     EXPECT_EQ(view.questions(), 0U);
     EXPECT_FALSE(std::filesystem::exists(root.path() / "clip.mov"));
 }

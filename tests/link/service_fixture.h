@@ -1,7 +1,7 @@
 // The engine and the link against the local service, over real UDT and in real time.
 #pragma once
 
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
 #include "tests/fakes/fake_upload_view.h"
@@ -51,7 +51,6 @@ struct SendingFixture : ServiceFixture {
                 clock.end();
         };
         engine.uploadFile();
-        lastStep = engine.attempt().step;
     }
 
     bool ended(std::size_t row) const
@@ -59,8 +58,6 @@ struct SendingFixture : ServiceFixture {
         const std::string status = queues.tableList().cell("Status", row);
         return status == "Finished" || status == "Canceled";
     }
-
-    AttemptStep lastStep = AttemptStep::Idle;
 };
 
 } // namespace quenmoor

@@ -1,4 +1,4 @@
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "tests/fakes/fake_transfer_link.h"
 #include "tests/fakes/fake_upload_view.h"

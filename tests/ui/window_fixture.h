@@ -1,7 +1,7 @@
 // The window over a fake page, a fake desktop and a fake link; all else is real.
 #pragma once
 
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "tests/fakes/fake_transfer_link.h"
 #include "tests/fakes/quiet_log.h"

@@ -1,4 +1,4 @@
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ TEST(SystemClock, wakesARestAndGoesOn)
     SystemClock clock;
     std::stop_source wake;
     std::thread waker([&wake] { wake.request_stop(); });
-    EXPECT_TRUE(clock.rest(1h, wake.get_token()));
+    EXPECT_TRUE(clock.sleep(1h, wake.get_token()));
     waker.join();
 }
 

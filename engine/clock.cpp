@@ -1,12 +1,12 @@
-#include "engine/system_clock.h"
+#include "engine/clock.h"
 
 namespace quenmoor {
 
-bool SystemClock::rest(std::chrono::milliseconds time, std::stop_token wake)
+bool SystemClock::sleep(std::chrono::milliseconds time, std::stop_token wake)
 {
     if (time.count() > 0 && !ended_) {
         std::unique_lock lock(mutex_);
-        woken_.wait_for(lock, std::move(wake), time, [this] { return ended_.load(); });
+        wake_.wait_for(lock, std::move(wake), time, [this] { return ended_.load(); });
     }
     return !ended_;
 }
@@ -23,7 +23,7 @@ void SystemClock::end()
         const std::lock_guard lock(mutex_);
         ended_ = true;
     }
-    woken_.notify_all();
+    wake_.notify_all();
 }
 
 } // namespace quenmoor
