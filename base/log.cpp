@@ -28,7 +28,7 @@ public:
     }
 };
 
-// Never destroyed: threads that outlive main may still log.
+// Never destroyed, because threads that outlive main() may still log.
 LogSink& standardSink()
 {
     static auto* const sink = new StandardSink;
@@ -58,11 +58,6 @@ void writeSystemLine(std::string_view line)
 void logOutput(std::string_view line)
 {
     currentSink().outputLine(line);
-}
-
-std::string printableText(std::string_view line)
-{
-    return escapeControls(line, "\t\n");
 }
 
 } // namespace quenmoor

@@ -1,8 +1,8 @@
-// The two diagnostic channels: the system log for plain sentences, and an output channel for the
-// low-level lines of the link and the sender.
+// The two diagnostic channels: the system log for sentences, and the output channel for the
+// low-level lines of the transfer link and the sender. There are no severity levels.
 //
-// Neither has levels. Lines may hold bytes that came from the network or from file names, so a
-// sink decides what of them reaches a screen.
+// A line may contain bytes from the network or from file names. The log sink makes them printable
+// where a terminal shows them.
 #pragma once
 
 #include <fmt/format.h>
@@ -12,37 +12,34 @@
 
 namespace quenmoor {
 
-// Where the lines go. Called from any thread, also from several at once.
+// The destination of all lines. Its functions are called by any thread, also concurrently.
 class LogSink {
 public:
     virtual ~LogSink() = default;
 
-    // One sentence, without its line feed. It may hold line feeds of its own.
+    // `line` is one entry without its final line feed. It may contain line feeds.
     virtual void systemLine(std::string_view line) = 0;
 
-    // One line of raw bytes, without its line feed.
+    // `line` is one line of raw bytes without its final line feed.
     virtual void outputLine(std::string_view line) = 0;
 };
 
-// Sends all further lines to `sink`, or, with nullptr, to the sink that stands at the start: the
-// system log with a copy on standard error, and standard output, flushed after every line. Not
-// owned; it must outlive every thread that logs. Returns the sink that stood before.
+// Sends all later lines to `sink`, which is not owned and must outlive every thread that logs.
+// nullptr restores the default sink: syslog with a copy on standard error, and standard output,
+// flushed after every line. Returns the previous sink, nullptr for the default. Any thread.
 LogSink* setLogSink(LogSink* sink);
 
+// Any thread.
 void writeSystemLine(std::string_view line);
 
-// Writes to the system log: logSystem("Page title: {}", title).
+// Formats a line and writes it to the system log: logSystem("Page title: {}", title). Any thread.
 template <typename... Args>
 void logSystem(fmt::format_string<Args...> format, Args&&... args)
 {
     writeSystemLine(fmt::format(format, std::forward<Args>(args)...));
 }
 
-// Writes one line to the output channel.
+// Writes one line to the output channel. Any thread.
 void logOutput(std::string_view line);
-
-// `line` with its control characters visible, but for the tab and the line feed, which documents
-// hold: what the network sends must not steer a terminal. See escapeControls().
-std::string printableText(std::string_view line);
 
 } // namespace quenmoor

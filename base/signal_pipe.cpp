@@ -14,7 +14,7 @@ namespace {
 std::atomic<int> signalPipe{-1};
 static_assert(std::atomic<int>::is_always_lock_free);
 
-// One byte into a pipe that nobody fills: the write neither blocks nor matters when it fails.
+// Does not block. A write to a full pipe fails, which is harmless: its reader has bytes to read.
 void writeByte(int pipe, int value)
 {
     const auto byte = static_cast<unsigned char>(value);
@@ -28,8 +28,8 @@ extern "C" void onSignal(int number)
     errno = before;
 }
 
-// Without SA_RESTART: a thread sanitizer runs handlers when a blocking call returns, which a call
-// that starts again never does.
+// SA_RESTART is not set: ThreadSanitizer runs handlers when a blocking call returns, and a
+// restarted call does not return.
 void setHandler(int number, void (*handler)(int), int flags)
 {
     struct sigaction action {};

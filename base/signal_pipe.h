@@ -1,32 +1,32 @@
-// Turns the signals that end a program into bytes of a pipe, which a thread can wait for.
+// Writes the number of a received signal into a pipe, so that a thread can wait for it.
 //
-// A second signal of the same kind finds its default again: it kills at once.
+// A signal's default action returns after its first occurrence: the second one kills the process.
 #pragma once
 
 #include <span>
 
 namespace quenmoor {
 
-// One at a time in a process: signal handlers are the process's own.
+// At most one exists in a process at a time, because signal handlers belong to the process.
 class SignalPipe {
 public:
-    // Takes the signals of these `numbers` over. Without a pipe to be had they keep their default:
-    // they kill.
+    // Handles the signals in `numbers`, which must outlive this object. If no pipe can be created,
+    // the signals keep their default action.
     explicit SignalPipe(std::span<const int> numbers);
 
-    // Gives them back to their default.
+    // Restores the default action of the signals.
     ~SignalPipe();
     SignalPipe(const SignalPipe&) = delete;
     SignalPipe& operator=(const SignalPipe&) = delete;
 
-    // For polling; -1 without a pipe.
+    // The descriptor to poll; -1 without a pipe.
     int readEnd() const { return readEnd_; }
 
-    // Blocks until a byte is there. The signal's number, or 0 for a wake() and without a pipe. One
-    // thread.
+    // Blocks until a signal or wake(). Returns the signal's number, or 0 after wake() and without a
+    // pipe. Used by one thread.
     [[nodiscard]] int read() const;
 
-    // Any thread, any number of times.
+    // Makes one read() return 0. Any thread.
     void wake() const;
 
 private:

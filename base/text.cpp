@@ -1,5 +1,7 @@
 #include "base/text.h"
 
+#include <utf8.h>
+
 #include <charconv>
 #include <limits>
 
@@ -7,10 +9,9 @@ namespace quenmoor {
 namespace {
 
 constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
-constexpr std::string_view kQueryMarks = "-._~!$&'()*+,;=:@/?";
-constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+constexpr std::string_view kQueryPunctuation = "-._~!$&'()*+,;=:@/?";
 
-// <cctype> follows the locale; these do not.
+// Unlike <cctype>, these do not depend on the locale.
 constexpr bool isDigit(char c)
 {
     return c >= '0' && c <= '9';
@@ -26,7 +27,7 @@ Integer leadingInteger(std::string_view text)
     text.remove_prefix(std::min(text.find_first_not_of(kWhiteSpace), text.size()));
     const bool negative = text.starts_with('-');
     if (text.starts_with('+')) {
-        text.remove_prefix(1); // from_chars knows only the minus sign
+        text.remove_prefix(1); // from_chars accepts only a minus sign
         if (text.starts_with('-'))
             return 0;
     }
@@ -48,54 +49,30 @@ int hexValue(char c)
     return -1;
 }
 
-struct Utf8Part {
-    std::size_t length; // bytes that belong together, at least 1
-    bool wellFormed;
-};
-
-// The part that `bytes`, not empty, begins with: table 3-7 of the Unicode standard.
-Utf8Part leadingPart(std::string_view bytes)
-{
-    const auto at = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    const unsigned char first = at(0);
-    if (first < 0x80)
-        return {1, true};
-    if (first < 0xC2 || first > 0xF4)
-        return {1, false};
-
-    const std::size_t length = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-    unsigned char lowest = 0x80;
-    unsigned char highest = 0xBF;
-    switch (first) {
-    case 0xE0: lowest = 0xA0; break;  // overlong
-    case 0xED: highest = 0x9F; break; // surrogates
-    case 0xF0: lowest = 0x90; break;  // overlong
-    case 0xF4: highest = 0x8F; break; // past U+10FFFF
-    default: break;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if (i >= bytes.size() || at(i) < lowest || at(i) > highest)
-            return {i, false};
-        lowest = 0x80;
-        highest = 0xBF;
-    }
-    return {length, true};
-}
-
-// What stands for `part`, one character or ill-formed: itself, unless it is a control character.
-std::string visible(std::string_view part)
+// Replaces the control characters of `text` except those in `kept`, which are all below U+0080:
+// U+0000 to U+001F and U+007F by their Unicode control pictures (a line feed becomes U+240A),
+// U+0080 to U+009F, which terminals interpret too, by U+FFFD. Ill-formed UTF-8 remains.
+std::string escapeControls(std::string_view text, std::string_view kept)
 {
     constexpr unsigned char kDelete = 0x7F;
-    constexpr unsigned char kDeletePicture = 0x21; // after the picture of NUL
-    const auto first = static_cast<unsigned char>(part.front());
-    if (first < 0x20 || first == kDelete) {
-        std::string picture = "\u2400"; // of NUL; the others follow in order
-        picture.back() = static_cast<char>(0x80 + (first == kDelete ? kDeletePicture : first));
-        return picture;
+    constexpr unsigned char kDeletePicture = 0xA1; // the last byte of U+2421
+    const auto byteAt = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const unsigned char byte = byteAt(i);
+        if ((byte < 0x20 || byte == kDelete) && kept.find(text[i]) == std::string_view::npos) {
+            std::string picture = "\u2400"; // of U+0000; the pictures have the controls' order
+            picture.back() = static_cast<char>(byte == kDelete ? kDeletePicture : 0x80 + byte);
+            escaped += picture;
+        } else if (byte == 0xC2 && i + 1 < text.size() && (byteAt(i + 1) & 0xE0U) == 0x80) {
+            escaped += "\uFFFD";
+            ++i;
+        } else {
+            escaped += text[i];
+        }
     }
-    const bool high =
-        part.size() == 2 && first == 0xC2 && static_cast<unsigned char>(part[1]) < 0xA0;
-    return std::string(high ? kReplacement : part);
+    return escaped;
 }
 
 } // namespace
@@ -124,7 +101,7 @@ std::string percentEncodeQuery(std::string_view bytes)
     std::string encoded;
     encoded.reserve(bytes.size());
     for (const char c : bytes) {
-        if (isLetter(c) || isDigit(c) || kQueryMarks.find(c) != std::string_view::npos) {
+        if (isLetter(c) || isDigit(c) || kQueryPunctuation.find(c) != std::string_view::npos) {
             encoded += c;
             continue;
         }
@@ -155,45 +132,22 @@ std::string percentDecode(std::string_view text)
 
 bool isUtf8(std::string_view bytes)
 {
-    while (!bytes.empty()) {
-        const Utf8Part part = leadingPart(bytes);
-        if (!part.wellFormed)
-            return false;
-        bytes.remove_prefix(part.length);
-    }
-    return true;
+    return utf8::is_valid(bytes);
 }
 
 std::string toValidUtf8(std::string_view bytes)
 {
-    std::string text;
-    text.reserve(bytes.size());
-    while (!bytes.empty()) {
-        const Utf8Part part = leadingPart(bytes);
-        text += part.wellFormed ? bytes.substr(0, part.length) : kReplacement;
-        bytes.remove_prefix(part.length);
-    }
-    return text;
-}
-
-std::string escapeControls(std::string_view text, std::string_view kept)
-{
-    std::string shown;
-    shown.reserve(text.size());
-    while (!text.empty()) {
-        const std::string_view part = text.substr(0, leadingPart(text).length);
-        if (kept.find(part.front()) != std::string_view::npos)
-            shown += part;
-        else
-            shown += visible(part);
-        text.remove_prefix(part.size());
-    }
-    return shown;
+    return utf8::replace_invalid(bytes);
 }
 
 std::string printableLine(std::string_view bytes)
 {
-    return escapeControls(toValidUtf8(bytes));
+    return escapeControls(toValidUtf8(bytes), {});
+}
+
+std::string printableText(std::string_view bytes)
+{
+    return escapeControls(bytes, "\t\n");
 }
 
 } // namespace quenmoor

@@ -1,5 +1,7 @@
 #include "cli/put_log_sink.h"
 
+#include "base/text.h"
+
 #include <syslog.h>
 
 #include <cstdio>

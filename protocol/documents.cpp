@@ -9,8 +9,8 @@
 namespace quenmoor {
 namespace {
 
-// The server omits a flag that is true, so a missing entry counts as set. A search instead of a
-// comparison, because an entry ends with the line feed that follows its element.
+// The server omits a flag that is true, so a missing entry counts as set. This searches instead of
+// comparing, because an entry ends with the line feed that follows its element.
 bool containsTrue(const std::string* entry)
 {
     return entry == nullptr || entry->find("true") != std::string::npos;
@@ -57,7 +57,7 @@ FinishedContainer& FinishedContainer::parseXML(std::string_view text)
     logSystem("Dictionary size: {}", parser.dictionary().size());
     logSystem("String value for size: {}", value);
     size = leadingInt64(value);
-    // The unsigned view of the number makes a negative one easy to spot in the log.
+    // Logged as unsigned: a negative size appears as a number near 2^64.
     logSystem("Size value: {}", static_cast<std::uint64_t>(size));
     return *this;
 }

@@ -1,11 +1,11 @@
-// The four XML documents that client and transfer server exchange, as records.
+// The four XML documents that client and transfer server exchange, as records, and their writer.
 //
 // request    client to server, once per attempt: announces one file
-// response   server to client: what the server holds under this name
-// confirm    client to server: what to do about an existing copy
-// finished   server to client: how many bytes the server holds after the upload
+// response   server to client: describes the copy that the server already has
+// confirm    client to server: what to do about that copy
+// finished   server to client: the number of bytes stored after the upload
 //
-// Names and tokens are written unescaped: the server reads the bytes between two tags as they are.
+// Names and tokens are written unescaped, because the server does not decode entities.
 #pragma once
 
 #include <cstdint>
@@ -19,28 +19,27 @@ struct RequestContainer {
     std::string token;
     std::int64_t size = 0; // bytes
 
-    // A name with "&" or "<" does not make well-formed XML; the server takes the line, not the
-    // entity, and would store an escaped name under the wrong one.
+    // A name with "&" or "<" makes the document ill-formed XML. Escaping it would change the name
+    // under which the server stores the file.
     std::string XMLpayload() const;
 };
 
 struct ResponseContainer {
-    bool exists = false;        // the server holds a copy under this name
-    bool equal = false;         // the copy is the announced file
-    bool complete = false;      // the copy was uploaded to its end
-    std::int64_t size = -1;     // bytes of the copy, as reported; may be any number
+    bool exists = false;        // the server has a copy of the file
+    bool equal = false;         // the copy is equal to the announced file
+    bool complete = false;      // the upload of the copy was complete
+    std::int64_t size = -1;     // bytes of the copy, as received; any value is possible
     std::int32_t response = -1; // status code; 1 refuses the upload
 
-    // Fills every field from a received document; one that breaks off in the middle fills them
-    // from what came before. A missing flag counts as true, a missing number as 0. Returns this
-    // record.
+    // Sets every field from a received document, or from the well-formed beginning of one. A
+    // missing flag counts as true, a missing number as 0. Returns this record.
     ResponseContainer& parseXML(std::string_view text);
 };
 
 // resume  overwrite
 // true    false      continue the copy
-// true    true       replace it
-// false   false      leave it alone: the upload is cancelled
+// true    true       replace the copy
+// false   false      keep the copy and cancel the upload
 struct ConfirmContainer {
     bool resume = false;
     bool overwrite = false;
@@ -49,14 +48,14 @@ struct ConfirmContainer {
 };
 
 struct FinishedContainer {
-    std::int64_t size = -1; // bytes that the server holds
+    std::int64_t size = -1; // bytes that the server has stored, as received
 
-    // Fills the size from a received document, 0 when it has none. Returns this record.
+    // Sets the size from a received document, to 0 if it contains none. Returns this record.
     FinishedContainer& parseXML(std::string_view text);
 };
 
-// Wraps `payload`, which ends with a line feed, into the document that is sent. `type` names the
-// root element: "RequestContainer" or "ConfirmContainer". The document has no final line feed.
+// Returns the document to send: `payload`, which ends with a line feed, inside the root element
+// `type`, "RequestContainer" or "ConfirmContainer". The document has no final line feed.
 std::string buildXML(std::string_view payload, std::string_view type);
 
 } // namespace quenmoor

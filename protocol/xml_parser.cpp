@@ -9,8 +9,8 @@
 namespace quenmoor {
 namespace {
 
-// Sixteen times what one receive can deliver.
-constexpr std::size_t kMostText = 1U << 20U;
+// In bytes: sixteen times the size of the largest message.
+constexpr std::size_t kTextLimit = 1U << 20U;
 
 using ParserHandle = std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)>;
 
@@ -31,8 +31,8 @@ struct XMLparser::Handlers {
         auto& [reader, parser] = *static_cast<Handlers*>(self);
         const std::string_view piece(data, static_cast<std::size_t>(length));
         logSystem("XML text content: {}", piece);
-        reader.gathered_ += piece.size();
-        if (reader.gathered_ > kMostText) {
+        reader.textSize_ += piece.size();
+        if (reader.textSize_ > kTextLimit) {
             XML_StopParser(parser, XML_FALSE);
             return;
         }

@@ -1,8 +1,8 @@
 // Turns a received document into a flat map from element name to text.
 //
-// Flat means: text belongs to the element that was started last, also after its end tag. The line
-// feed behind "</exists>" is thus part of the entry "exists", and the one behind the root's start
-// tag is the root's own entry. The records read their values with that in mind.
+// Text belongs to the element that started last, even after that element's end tag. The line feed
+// after "</exists>" is therefore part of the entry "exists", and the line feed after the root's
+// start tag is the entry of the root.
 #pragma once
 
 #include <map>
@@ -15,23 +15,22 @@ class XMLparser {
 public:
     using Dictionary = std::map<std::string, std::string, std::less<>>;
 
-    // Parses the whole of `text`, which is UTF-8 whatever its declaration says. At the first
-    // error the parse ends and the dictionary holds what came before it. An element that comes
-    // again appends to its earlier entry. A document whose entities would unfold into more than
-    // a megabyte of text counts as an error too.
+    // Parses all of `text` as UTF-8, whatever encoding it declares. Parsing stops at the first
+    // error; the dictionary then contains the text before it. A repeated element appends to its
+    // entry. More than 1 MiB of text, which only nested entities can produce, is an error too.
     explicit XMLparser(std::string_view text);
 
     const Dictionary& dictionary() const { return dictionary_; }
 
-    // The entry of `name`, or nullptr.
+    // Returns the entry of `name`, or nullptr if there is none.
     const std::string* find(std::string_view name) const;
 
 private:
-    struct Handlers; // what the parsing library calls back
+    struct Handlers; // the callbacks of the XML library
 
     Dictionary dictionary_;
     std::string currentTag_;
-    std::size_t gathered_ = 0; // bytes of text in all entries together
+    std::size_t textSize_ = 0; // bytes in all entries
 };
 
 } // namespace quenmoor

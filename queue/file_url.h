@@ -1,7 +1,7 @@
-// Names one file of this machine as a URL of the "file" scheme.
+// A URL of the "file" scheme for one file of this machine.
 //
-// A name that holds "?" keeps it unencoded, as "?" is a query character. A file URL here has no
-// query: everything behind "file://" is the path, so such a name still means that very file.
+// The URL has no query: everything after "file://" is the path. A "?" in a file name is therefore
+// not encoded and still belongs to the path.
 #pragma once
 
 #include <filesystem>
@@ -16,9 +16,9 @@ public:
     // `path` is absolute; its bytes need not be UTF-8.
     static FileUrl fromPath(const std::filesystem::path& path);
 
-    // A URL that a toolkit or another program hands over: "file:///a%20b", also with the host
-    // "localhost". Nothing for any other scheme or host, for a relative path, and when the
-    // decoded path holds a NUL byte.
+    // Reads a URL from a toolkit or another program, e.g. "file:///a%20b"; the host may be
+    // "localhost". Returns nothing for any other scheme or host, for a relative path, and if the
+    // decoded path contains a NUL byte.
     static std::optional<FileUrl> parse(std::string_view url);
 
     const std::string& text() const { return text_; }

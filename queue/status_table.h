@@ -1,6 +1,6 @@
 // One row per file that ever entered the upload queue, in the same order.
 //
-// Rows are replaced, never changed: a row once fetched stays as it was. The table only grows.
+// Rows are replaced, never modified and never removed: a fetched row does not change.
 #pragma once
 
 #include <cstdint>
@@ -18,28 +18,28 @@ struct TableContainer {
     std::int32_t percent = 0; // 0 to 100
 };
 
-// Any thread. Readers do not hold each other up; no lock outlives a call.
+// Any thread. Readers do not block each other.
 class StatusTable {
 public:
     using Row = std::shared_ptr<const TableContainer>;
 
     std::size_t count() const;
 
-    // The row at `index`; nullptr past the end.
+    // Returns the row at `index`, or nullptr past the end.
     Row objectAtIndex(std::size_t index) const;
 
     void addObject(TableContainer row);
 
-    // Later rows move down by one. An `index` past the end appends.
+    // Inserts `row` before the one at `index`, or appends it if `index` is past the end.
     void insertObject(TableContainer row, std::size_t index);
 
-    // Puts a row with the same file name and a new status in place of the one at `index`. A
-    // negative `percent` keeps the old row's. False when there is no such row or nothing differs:
-    // then the old row object stays.
+    // Replaces the row at `index` by one with the same file name and the new values; a negative
+    // `percent` keeps the old percentage. Returns false, without a replacement, if there is no such
+    // row or if both values are equal to the row's.
     bool replace(std::size_t index, std::string_view status, std::int32_t percent);
 
-    // What the cell of `row` shows in the column "File", "Status" or "Percent" ("45%"). Any other
-    // column shows the bare number of per cent. Empty past the end.
+    // Returns the text of `row` in the column "File", "Status" or "Percent" ("45%"). The text of
+    // any other column is the percentage without a sign. Empty past the end.
     std::string cell(std::string_view column, std::size_t row) const;
 
 private:

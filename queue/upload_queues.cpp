@@ -8,8 +8,8 @@
 namespace quenmoor {
 namespace {
 
-// Nothing unless `path` leads to a plain file: the library reports folders, pipes and devices as
-// errors, like a file that cannot be found.
+// Returns nothing unless `path` leads to a plain file: file_size() fails for folders, pipes and
+// devices as it does for a missing file.
 std::optional<std::int64_t> plainFileSize(const std::filesystem::path& path)
 {
     std::error_code failed;

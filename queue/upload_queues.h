@@ -1,7 +1,7 @@
-// The road of a file before and during its upload: first it waits for a token, then for its turn.
+// The files that wait for a token, then the files that wait for or are under upload.
 //
-// A file gets its row of the status table in the same operation that puts it into the upload
-// queue, so whoever sees a file there finds its row.
+// One operation appends a file to the upload queue and its row to the status table, so the row of
+// every file in the upload queue exists.
 #pragma once
 
 #include "queue/file_url.h"
@@ -18,43 +18,42 @@ namespace quenmoor {
 // One queued file. The token is unset until the service page issues one.
 struct InfoContainer {
     FileUrl file;
-    std::int64_t size = 0; // bytes, at the time when the file was queued
+    std::int64_t size = 0; // bytes, when the file was queued
     std::optional<std::string> token = {};
 };
 
 class UploadQueues {
 public:
-    // Main thread only. Appends every plain file of `files`, in their order, to the files that
-    // wait for a token. Folders, missing files and whatever else has no size are passed over
-    // without a word. The same file given twice is queued twice. Asks the file system for
-    // attributes, never for contents.
+    // Main thread only. Appends every plain file of `files` to the file queue, in their order and
+    // with duplicates. Skips folders, missing files and everything else without a size, without a
+    // message. Reads the files' attributes, never their contents.
     void addFiles(std::span<const FileUrl> files);
 
-    // Main thread only. The files that wait for a token; the service page speaks of the head.
+    // Main thread only. The files that wait for a token. The service page is that of the head.
     const std::deque<InfoContainer>& fileQueue() const { return fileQueue_; }
 
-    // Main thread only. Gives `token` to the head of the file queue and moves it to the upload
-    // queue, with a row "Queued" at 0 per cent. False when no file waits.
+    // Main thread only. Moves the head of the file queue, with `token`, to the upload queue and
+    // appends its row, "Queued" at 0 percent. Returns false if the file queue is empty.
     bool acceptToken(std::optional<std::string> token);
 
-    // Main thread only. Takes the head off the file queue. It gets no row. False when no file
-    // waits.
+    // Main thread only. Removes the head of the file queue, which gets no row. Returns false if the
+    // file queue is empty.
     bool cancelHead();
 
-    // Any thread. The file under upload, or the next one.
+    // Any thread. Returns the file that is under upload or is next, or nothing.
     std::optional<InfoContainer> uploadHead() const;
 
     // Any thread.
     std::size_t uploadCount() const;
 
-    // Upload thread only. The head is done; its row stays.
+    // Upload thread only. Removes the head of the upload queue; its row remains.
     void removeUploadHead();
 
     StatusTable& tableList() { return tableList_; }
     const StatusTable& tableList() const { return tableList_; }
 
 private:
-    // Synchronises itself.
+    // Any thread.
     StatusTable tableList_;
 
     // Main thread only.
