@@ -1,7 +1,7 @@
-// What a benchmark has measured, as a table for people and as JSON for programs.
+// Measured values, as a table for people and as JSON for programs.
 //
-// A figure is judged by its ratio to a limit that was measured beside it, turn by turn in one run:
-// these machines are shared, and a second that one run loses the next would win.
+// A figure is judged by its ratio to a limit that was measured in turn with it: the machine is
+// shared, and the time that it takes away from one run it may give back to the next.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -12,16 +12,7 @@
 
 namespace quenmoor {
 
-struct Spread {
-    double least = 0;
-    double median = 0;
-    double most = 0;
-};
-
-// Of one value at least.
-[[nodiscard]] Spread spreadOf(std::vector<double> values);
-
-// What a figure should be, for its reader. Nothing fails by it.
+// Informs the reader. Missing an aim is no failure.
 struct Aim {
     enum class Bound { AtLeast, AtMost };
 
@@ -30,26 +21,31 @@ struct Aim {
 };
 
 struct Figure {
-    std::string section; // "loopback", "small files", ...
-    std::string name;    // "speed"
-    std::string unit;    // of `ours` and of `limit`
-    std::vector<double> ours;
-    std::vector<double> limit;   // one beside each of `ours`; empty: the figure stands alone
-    std::string limitName = {};  // what the limit is
-    std::optional<Aim> aim = {}; // of the ratios where there is a limit, else of `ours`
+    std::string section;
+    std::string name;
+    std::string unit; // of `values` and `limits`
+    std::vector<double> values;
+    std::vector<double> limits = {}; // one for each value, or empty
+    std::string limitName = {};
+    std::optional<Aim> aim = {}; // for the median of the ratios; without limits, of the values
     std::string note = {};       // one line
 };
 
-// One for each pair; empty without a limit.
-[[nodiscard]] std::vector<double> ratiosOf(const Figure& figure);
+// One member of every record.
+template <typename Record>
+[[nodiscard]] std::vector<double> valuesOf(const std::vector<Record>& records,
+                                           double Record::*member)
+{
+    std::vector<double> values;
+    for (const Record& record : records)
+        values.push_back(record.*member);
+    return values;
+}
 
-// Whether the median keeps to the aim; true without one.
-[[nodiscard]] bool keepsAim(const Figure& figure);
-
-// One line a figure, under the name of its section.
+// One line for each figure, below the names of the sections. Every figure has a value.
 [[nodiscard]] std::string tableOf(const std::vector<Figure>& figures);
 
-// {"machine": {...}, "figures": [{"section", "name", "unit", "ours", "limit", "ratio", "aim"...}]}
+// {"machine": {...}, "figures": [{"section", "name", "unit", "values", "limits", "aim", ...}]}
 [[nodiscard]] nlohmann::json jsonOf(const std::vector<Figure>& figures);
 
 } // namespace quenmoor

@@ -1,20 +1,18 @@
-// quenmoor-bench: what Quenmoor Upload reaches, beside what it could. See docs/performance.md.
-#include "bench/google_figures.h"
-#include "bench/links.h"
-#include "bench/loopback.h"
-#include "bench/window_figures.h"
+// quenmoor-bench: measures the built programs, each figure in turn with what limits it. See
+// docs/performance.md.
+#include "bench/sections.h"
+#include "tests/fakes/temp_folder.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
+#include <functional>
 
 namespace quenmoor {
 
-void sayProgress(const std::string& what, int round, int rounds)
+void printProgress(const std::string& what, int round, int rounds)
 {
     std::fprintf(stderr, "bench: %s, %d of %d\n", what.c_str(), round + 1, rounds);
 }
@@ -24,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Options {
-    BenchSetup setup;
+    Settings settings;
     std::vector<std::string> only;
     std::string json = "bench.json";
     std::string folder = fs::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
@@ -33,93 +31,69 @@ struct Options {
 
 void addOptions(CLI::App& app, Options& options)
 {
-    BenchSetup& setup = options.setup;
-    app.add_option("--only", options.only, "Sections, of: loopback small links window things")
+    Settings& settings = options.settings;
+    std::vector<std::string> links = linkNames();
+    links.emplace_back("all");
+    app.add_option("--only", options.only, "Sections to measure")
         ->check(CLI::IsMember({"loopback", "small", "links", "window", "things"}));
-    app.add_option("--rounds", setup.rounds, "How often a figure and its limit take turns")
+    app.add_option("--rounds", settings.rounds, "Measurements of each figure and its limit")
         ->check(CLI::Range(1, 1000))
         ->capture_default_str();
-    app.add_option("--links", setup.links,
-                   "Links by name, or all:\n" + fmt::format("{}", fmt::join(linkNames(), "\n")));
-    app.add_option("--link-rounds", setup.linkRounds, "The same for links")
+    app.add_option("--links", settings.links, "Links to measure")->check(CLI::IsMember(links));
+    app.add_option("--link-rounds", settings.linkRounds, "Transfers over each link")
         ->check(CLI::Range(1, 1000))
         ->capture_default_str();
-    app.add_option("--seconds", setup.linkSeconds, "On each link, each time")
+    app.add_option("--seconds", settings.linkSeconds, "Length of each transfer over a link")
         ->check(CLI::Range(1.0, 3600.0))
         ->capture_default_str();
-    app.add_option("--json", options.json, "Where the figures go")->capture_default_str();
-    app.add_option("--folder", options.folder, "For 2 GB of files that come and go")
+    app.add_option("--json", options.json, "File for the figures")->capture_default_str();
+    app.add_option("--folder", options.folder, "Folder for up to 2 GB of temporary files")
         ->check(CLI::ExistingDirectory)
         ->capture_default_str();
     app.add_flag("--quick", options.quick,
-                 "Whether every figure can be had: they mean nothing, and none may be left out");
+                 "Only check that every figure can be measured; the values mean nothing");
 }
 
-// A folder of its own, gone at the end.
-class WorkFolder {
-public:
-    explicit WorkFolder(const std::string& parent) : path_(parent + "/quenmoor-bench-XXXXXX")
-    {
-        if (mkdtemp(path_.data()) == nullptr)
-            throw std::runtime_error("no folder can be made in " + parent);
-    }
-    ~WorkFolder()
-    {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    WorkFolder(const WorkFolder&) = delete;
-    WorkFolder& operator=(const WorkFolder&) = delete;
-
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
+// A section that this machine cannot measure is left out, except for a quick check.
 std::vector<Figure> measure(const Options& options)
 {
-    const BenchSetup& setup = options.setup;
+    const Settings& settings = options.settings;
     std::vector<Figure> figures;
-    const auto add = [&](const char* section, const auto& measured) {
-        const auto& only = options.only;
-        if (!only.empty() && std::find(only.begin(), only.end(), section) == only.end())
+    const auto add = [&](const char* section, const auto& measureSection) {
+        if (!options.only.empty() &&
+            std::count(options.only.begin(), options.only.end(), section) == 0)
             return;
-        const std::vector<Figure> more = measured();
-        figures.insert(figures.end(), more.begin(), more.end());
+        try {
+            const std::vector<Figure> more = measureSection();
+            figures.insert(figures.end(), more.begin(), more.end());
+        } catch (const std::exception& error) {
+            if (options.quick)
+                throw;
+            std::fprintf(stderr, "bench: left out of %s: %s\n", section, error.what());
+        }
     };
-    const auto orWhyNot = [&options](auto function) {
-        return [&options, function] {
-            std::string whyNot;
-            std::vector<Figure> more = function(options.setup.programs.string(), whyNot);
-            if (options.quick && !whyNot.empty())
-                throw std::runtime_error(whyNot);
-            if (!whyNot.empty())
-                std::fprintf(stderr, "bench: left out: %s\n", whyNot.c_str());
-            return more;
-        };
-    };
-    add("loopback", [&] { return loopbackFigures(setup); });
-    add("small", [&] { return smallFileFigures(setup); });
-    add("links", [&] { return linkFigures(setup); });
-    add("window", orWhyNot(windowFigures));
-    add("things", orWhyNot(benchmarkFigures));
+    add("loopback", [&] { return largeFileFigures(settings); });
+    add("small", [&] { return smallFileFigures(settings); });
+    add("links", [&] { return linkFigures(settings); });
+    add("window", [&] { return windowFigures(settings); });
+    add("things", [&] { return benchmarkFigures(settings, "quenmoor-table-bench", "table"); });
+    add("things", [&] { return benchmarkFigures(settings, "quenmoor-micro-bench", "functions"); });
     return figures;
 }
 
 int run(Options& options)
 {
+    Settings& settings = options.settings;
     if (options.quick) {
-        options.setup.rounds = 1;
-        options.setup.linkRounds = 1;
-        options.setup.largeFile = 8 << 20;
-        options.setup.smallFiles = 2;
-        options.setup.linkSeconds = 2;
-        options.setup.links = {linkNames().front()};
+        settings.rounds = 1;
+        settings.linkRounds = 1;
+        settings.largeFile = 8 << 20;
+        settings.smallFiles = 2;
+        settings.linkSeconds = 2;
+        settings.links = {linkNames().front()};
     }
-    const WorkFolder folder(options.folder);
-    options.setup.folder = folder.path();
-    options.setup.programs = fs::read_symlink("/proc/self/exe").parent_path();
+    setenv("TMPDIR", options.folder.c_str(), 1); // every temporary folder is made there
+    settings.programs = fs::read_symlink("/proc/self/exe").parent_path();
     const std::vector<Figure> figures = measure(options);
     std::fputs(tableOf(figures).c_str(), stdout);
     std::ofstream json(options.json);
@@ -128,7 +102,7 @@ int run(Options& options)
     if (!json)
         throw std::runtime_error("cannot write " + options.json);
     std::printf("\nThe figures are in %s\n", options.json.c_str());
-    return EXIT_SUCCESS;
+    return figures.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 } // namespace

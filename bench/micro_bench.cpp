@@ -1,6 +1,6 @@
-// quenmoor-micro-bench: the small things that every file or every second pays for.
+// quenmoor-micro-bench: the costs of functions that run for every file or every second.
 //
-// A benchmark's name, up to the first "/", is the name of its figure.
+// The name of a benchmark, up to the first "/", is the name of its figure.
 #include "base/text.h"
 #include "engine/clock.h"
 #include "engine/upload_engine.h"
@@ -17,7 +17,7 @@
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kDocumentSize = 65'536; // the most that one receive delivers
+constexpr std::size_t kDocumentSize = 65'536; // the largest that one receive delivers
 constexpr int kManyFiles = 100'000;
 constexpr std::int64_t kFileSize = 1'000'000'000;
 
@@ -30,21 +30,24 @@ const std::string kResponse = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                               "<response>0</response>\n"
                               "</ResponseContainer>\n";
 
-// Entities that unfold into single characters, each of them one call of the reader, until the
-// reader's own limit ends it.
+std::string repeated(const std::string& text, std::size_t times)
+{
+    std::string all;
+    for (std::size_t i = 0; i < times; ++i)
+        all += text;
+    return all;
+}
+
+// Each reference expands to 1000 entities of one character, and each of these is one callback of
+// the XML library, until its own limit on expansion ends the document.
 std::string hostileDocument()
 {
     std::string text = "<!DOCTYPE r [<!ENTITY e0 \"0\">";
-    for (int i = 1; i <= 3; ++i) {
-        text += "<!ENTITY e" + std::to_string(i) + " \"";
-        for (int k = 0; k < 10; ++k)
-            text += "&e" + std::to_string(i - 1) + ";";
-        text += "\">";
-    }
+    for (int i = 1; i <= 3; ++i)
+        text += "<!ENTITY e" + std::to_string(i) + " \"" +
+                repeated("&e" + std::to_string(i - 1) + ";", 10) + "\">";
     text += "]><r>";
-    while (text.size() < kDocumentSize - 8)
-        text += "&e3;";
-    return text + "</r>";
+    return text + repeated("&e3;", (kDocumentSize - text.size() - 4) / 4) + "</r>";
 }
 
 void readResponse(benchmark::State& state, const std::string& document)
@@ -55,17 +58,9 @@ void readResponse(benchmark::State& state, const std::string& document)
     }
 }
 
-class NobodyLooks : public UploadView {
-public:
-    void reloadProgressGrid(std::optional<std::int32_t> percent) override
-    {
-        benchmark::DoNotOptimize(percent);
-    }
-    void setStatusBar(const std::string& filename, const std::string& rate) override
-    {
-        benchmark::DoNotOptimize(filename.data());
-        benchmark::DoNotOptimize(rate.data());
-    }
+struct NullView : UploadView {
+    void reloadProgressGrid(std::optional<std::int32_t> /*progress*/) override {}
+    void setStatusBar(const std::string& /*filename*/, const std::string& /*rate*/) override {}
     std::optional<std::int32_t> runModal(const Alert& /*alert*/) override { return {}; }
     void terminate() override {}
     void attemptChanged(const AttemptEvent& /*event*/) override {}
@@ -77,7 +72,7 @@ void sampleProgress(benchmark::State& state, int rows)
     for (int i = 0; i < rows; ++i)
         queues.tableList().addObject({"A001_C001_0101AB_001.mov", "Queued", 0});
     UdtTransferLink link("localhost", kTransferPort); // connects to nothing before an attempt
-    NobodyLooks view;
+    NullView view;
     SystemClock clock;
     UploadEngine engine(queues, link, view, clock);
     std::int64_t bytes = 0;
@@ -92,65 +87,40 @@ void sampleProgress(benchmark::State& state, int rows)
     }
 }
 
-std::string repeated(const std::string& text, int times)
-{
-    std::string all;
-    for (int i = 0; i < times; ++i)
-        all += text;
-    return all;
-}
-
 void encodeQuery(benchmark::State& state, const std::string& name)
 {
     for ([[maybe_unused]] auto _ : state)
         benchmark::DoNotOptimize(percentEncodeQuery(name));
 }
 
-// A camera card's worth of names, on a file system in memory where there is one: what is timed is
-// our own work and the kernel's.
-class ManyFiles {
-public:
-    ManyFiles()
-    {
-        for (int i = 0; i < kManyFiles; ++i) {
-            const auto path = folder_.file("A001_C" + std::to_string(i) + "_0101AB.mov", "");
-            std::error_code failed;
-            std::filesystem::resize_file(path, kFileSize, failed); // a hole: it takes no room
-            if (failed)
-                return;
-            urls_.push_back(FileUrl::fromPath(path));
-        }
-    }
-
-    // All of them, or fewer when they could not be made.
-    const std::vector<FileUrl>& urls() const { return urls_; }
-
-private:
-    TempFolder folder_;
-    std::vector<FileUrl> urls_;
-};
-
-// Made when first asked for, gone at the end of the program.
-const ManyFiles& manyFiles()
+// Sparse files, in memory where there is such a file system, so that the benchmark measures our own
+// work and the kernel's. Fewer than kManyFiles if they cannot be made.
+const std::vector<FileUrl>& manyFiles()
 {
-    static const ManyFiles files;
+    static const TempFolder folder;
+    static const std::vector<FileUrl> files = [] {
+        std::vector<FileUrl> made;
+        std::error_code failed;
+        for (int i = 0; i < kManyFiles && !failed; ++i) {
+            const auto path = folder.file("A001_C" + std::to_string(i) + "_0101AB.mov", "");
+            std::filesystem::resize_file(path, kFileSize, failed);
+            made.push_back(FileUrl::fromPath(path));
+        }
+        return made;
+    }();
     return files;
 }
 
 void addFiles(benchmark::State& state)
 {
-    const std::vector<FileUrl>& files = manyFiles().urls();
-    if (files.size() != kManyFiles) {
-        state.SkipWithError("the files could not be made");
-        return;
-    }
-    UploadQueues().addFiles(files); // warms the cache
+    const std::vector<FileUrl>& files = manyFiles();
+    UploadQueues().addFiles(files); // fills the kernel's cache
     for ([[maybe_unused]] auto _ : state) {
         UploadQueues queues;
         queues.addFiles(files);
         state.PauseTiming();
         if (queues.fileQueue().size() != kManyFiles)
-            state.SkipWithError("not every file was queued");
+            state.SkipWithError("not every file was made and queued");
         state.ResumeTiming();
     }
 }
@@ -159,17 +129,17 @@ using benchmark::kMicrosecond;
 using benchmark::kMillisecond;
 using benchmark::kSecond;
 
-BENCHMARK_CAPTURE(readResponse, real, kResponse)->Name("response read")->Unit(kMicrosecond);
-BENCHMARK_CAPTURE(readResponse, hostile, hostileDocument())
+BENCHMARK_CAPTURE(readResponse, , kResponse)->Name("response read")->Unit(kMicrosecond);
+BENCHMARK_CAPTURE(readResponse, , hostileDocument())
     ->Name("hostile response of 64 kB read")
     ->Unit(kMillisecond);
-BENCHMARK_CAPTURE(sampleProgress, few, 10)->Name("sample, 10 rows")->Unit(kMicrosecond);
-BENCHMARK_CAPTURE(sampleProgress, some, 1'000)->Name("sample, 1,000 rows")->Unit(kMicrosecond);
-BENCHMARK_CAPTURE(sampleProgress, many, 100'000)->Name("sample, 100,000 rows")->Unit(kMicrosecond);
-BENCHMARK_CAPTURE(encodeQuery, ordinary, "A001_C001_0101AB_001 (take 2).mov")
+BENCHMARK_CAPTURE(sampleProgress, , 10)->Name("sample, 10 rows")->Unit(kMicrosecond);
+BENCHMARK_CAPTURE(sampleProgress, , 1'000)->Name("sample, 1,000 rows")->Unit(kMicrosecond);
+BENCHMARK_CAPTURE(sampleProgress, , 100'000)->Name("sample, 100,000 rows")->Unit(kMicrosecond);
+BENCHMARK_CAPTURE(encodeQuery, , "A001_C001_0101AB_001 (take 2).mov")
     ->Name("query of an ordinary name")
     ->Unit(kMicrosecond);
-BENCHMARK_CAPTURE(encodeQuery, foreign, repeated("映", 84))
+BENCHMARK_CAPTURE(encodeQuery, , repeated("映", 84))
     ->Name("query of 252 bytes of UTF-8")
     ->Unit(kMicrosecond);
 BENCHMARK(addFiles)->Name("100,000 files added")->Unit(kSecond)->UseRealTime()->Iterations(1);

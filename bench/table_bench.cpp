@@ -1,7 +1,7 @@
-// quenmoor-table-bench: what one refresh of the status table costs the main thread, in the real
-// window and with all the painting that follows.
+// quenmoor-table-bench: the cost of one refresh of the status table on the main thread, in the real
+// window and with the painting that follows. Needs no display.
 //
-// A benchmark's name, up to the first "/", is the name of its figure. Needs no display.
+// The name of a benchmark, up to the first "/", is the name of its figure.
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
 #include "ui/main_window.h"
@@ -22,9 +22,9 @@ namespace quenmoor {
 namespace {
 
 constexpr int kMostRows = 100'000;
-constexpr std::size_t kCurrentRow = 0; // nothing is done yet, so the first row is under upload
+constexpr std::size_t kCurrentRow = 0; // no upload has finished, so the first row is current
 
-// Bytes; 0 when the system does not say.
+// Bytes; 0 if the system does not report them.
 std::int64_t residentMemory()
 {
     std::ifstream statm("/proc/self/statm");
@@ -47,7 +47,7 @@ public:
     std::int64_t count = 0;
 };
 
-// The window with the table on show, its rows made as files and tokens make them.
+// The window with the table visible. Its rows are made from files and tokens, as by a user.
 class Table {
 public:
     Table()
@@ -72,8 +72,8 @@ public:
         QApplication::processEvents();
     }
 
-    // Or scrolls it away: in the smallest window, ten rows do not fit. False when the row is not
-    // where it should be.
+    // Scrolls to the current row, or away from it: in the smallest window, ten rows do not fit.
+    // Returns false if the row is not as visible as requested.
     [[nodiscard]] bool showCurrentRow(bool visible)
     {
         window_.resize(window_.minimumSize());
@@ -84,7 +84,7 @@ public:
         return grid.viewport()->rect().intersects(row) == visible;
     }
 
-    // One sample of the progress, until the window has nothing left to do.
+    // Processes one progress sample and all events that it causes.
     void refresh()
     {
         ++samples_;
@@ -106,7 +106,8 @@ private:
     int samples_ = 0;
 };
 
-// By their rows. Each is made for the first benchmark that asks; they go before the application.
+// By their number of rows. Each is made by the first benchmark that uses it. main() deletes them
+// before the application.
 std::map<int, std::unique_ptr<Table>> tables;
 
 Table& tableOf(int rows)
@@ -135,7 +136,7 @@ void refresh(benchmark::State& state, int rows, bool visible)
 {
     Table& table = tableOf(rows);
     if (!table.showCurrentRow(visible)) {
-        state.SkipWithError("the row is not where it should be");
+        state.SkipWithError("the current row is not visible as requested");
         return;
     }
     const std::int64_t before = table.paintCount();
@@ -143,39 +144,26 @@ void refresh(benchmark::State& state, int rows, bool visible)
         table.refresh();
     const std::int64_t paints = table.paintCount() - before;
     if (visible ? paints < state.iterations() : paints > 0)
-        state.SkipWithError("the painting is not what it should be");
+        state.SkipWithError("a visible row was not painted, or a hidden one was");
 }
 
-using benchmark::kMillisecond;
-using benchmark::kSecond;
-
-// First and once: later, the process has room left over from before.
-BENCHMARK(fill)->Name("memory per row")->Unit(kSecond)->Repetitions(1)->Iterations(1);
-
-BENCHMARK_CAPTURE(refresh, few, 10, true)
-    ->Name("refresh, 10 rows")
-    ->Unit(kMillisecond)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(refresh, some, 1'000, true)
-    ->Name("refresh, 1,000 rows")
-    ->Unit(kMillisecond)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(refresh, many, kMostRows, true)
-    ->Name("refresh, 100,000 rows")
-    ->Unit(kMillisecond)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(refresh, fewAway, 10, false)
-    ->Name("refresh, 10 rows, unseen")
-    ->Unit(kMillisecond)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(refresh, someAway, 1'000, false)
-    ->Name("refresh, 1,000 rows, unseen")
-    ->Unit(kMillisecond)
-    ->UseRealTime();
-BENCHMARK_CAPTURE(refresh, manyAway, kMostRows, false)
-    ->Name("refresh, 100,000 rows, unseen")
-    ->Unit(kMillisecond)
-    ->UseRealTime();
+// The first one measures the process before any memory has been freed in it, and only once.
+void registerBenchmarks()
+{
+    benchmark::RegisterBenchmark("memory per row", fill)
+        ->Unit(benchmark::kSecond)
+        ->Repetitions(1)
+        ->Iterations(1);
+    const std::map<int, std::string> rowTexts{
+        {10, "10 rows"}, {1'000, "1,000 rows"}, {kMostRows, "100,000 rows"}};
+    for (const bool visible : {true, false}) {
+        for (const auto& [rows, text] : rowTexts)
+            benchmark::RegisterBenchmark(("refresh, " + text + (visible ? "" : ", unseen")).c_str(),
+                                         refresh, rows, visible)
+                ->Unit(benchmark::kMillisecond)
+                ->UseRealTime();
+    }
+}
 
 } // namespace
 } // namespace quenmoor
@@ -189,6 +177,7 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return EXIT_FAILURE;
+    quenmoor::registerBenchmarks();
     benchmark::RunSpecifiedBenchmarks();
     quenmoor::tables.clear();
     benchmark::Shutdown();
