@@ -13,6 +13,12 @@ namespace {
 
 constexpr std::int64_t kMaxTokenSeconds = 10LL * 365 * 24 * 60 * 60;
 
+constexpr const char* kExitStatuses =
+    "Exit status:\n"
+    "  0    stopped by SIGINT or SIGTERM\n"
+    "  1    the service cannot start: a port is in use, or a file or folder cannot be used\n"
+    "  2    wrong command line";
+
 ServiceExit usageError(const std::string& text)
 {
     return {kServiceUsage, "quenmoor-devservice: " + text + "\nTry: quenmoor-devservice --help\n"};
@@ -20,7 +26,7 @@ ServiceExit usageError(const std::string& text)
 
 void describe(CLI::App& app, ServiceOptions& options, std::vector<std::string>& faults)
 {
-    app.footer("Faults: " + faultNames());
+    app.footer("Faults: " + faultNames() + "\n\n" + kExitStatuses);
     app.add_option("--root", options.root, "Folder that uploads are stored in; created if missing")
         ->type_name("DIR")
         ->required();

@@ -82,7 +82,8 @@ std::optional<std::string> SessionStore::open(std::string_view previous)
     if (extend(previous))
         return std::string(previous);
     const Time now = now_();
-    std::erase_if(sessions_, [now](const auto& session) { return session.second <= now; });
+    if (sessions_.size() >= kMaxSessions)
+        std::erase_if(sessions_, [now](const auto& session) { return session.second <= now; });
     std::string session = randomText();
     if (session.empty() || sessions_.size() >= kMaxSessions)
         return std::nullopt;

@@ -30,6 +30,8 @@ struct HeldCopy {
     bool equal = false;    // the announced size is the size of the whole file
     bool complete = false; // finished, under its own name
     std::int64_t size = 0; // bytes on disk
+
+    bool operator==(const HeldCopy&) const = default;
 };
 
 // One upload into the store. Has exclusive use of its name from UploadStore::upload() until it is

@@ -1,4 +1,6 @@
-#include "tests/devservice/upload_client.h"
+// The transfer server against a client that sends one document at a time over the real link.
+#include "devservice/service_documents.h"
+#include "protocol/udt_transfer_link.h"
 #include "tests/fakes/local_service.h"
 
 #include <gtest/gtest.h>
@@ -8,255 +10,176 @@ namespace {
 
 using namespace std::chrono_literals;
 
+// One attempt of a client.
+class Client {
+public:
+    explicit Client(std::uint16_t port) : link_("127.0.0.1", port) {}
+    ~Client() { link_.closeSockets(rendezvous_, connect_); }
+    Client(const Client&) = delete;
+    Client& operator=(const Client&) = delete;
+
+    bool request(const std::string& name, std::int64_t size, const std::string& token)
+    {
+        const RequestContainer document{name, token, size};
+        return link_.connectAndSendRequest(connect_,
+                                           buildXML(document.XMLpayload(), "RequestContainer"));
+    }
+
+    // Returns the response.
+    std::string announce(const std::string& name, std::int64_t size,
+                         const std::string& token = LocalService::kToken)
+    {
+        EXPECT_TRUE(request(name, size, token) &&
+                    link_.rendezvousWithServer(connect_, rendezvous_));
+        return receive();
+    }
+
+    void send(std::string_view bytes) { EXPECT_EQ(link_.send(rendezvous_, bytes), bytes.size()); }
+    std::string receive() { return link_.receiveString(rendezvous_); }
+
+    // Whether the server closes the link without sending anything.
+    bool awaitEnd()
+    {
+        return receive().empty() && link_.socketState(rendezvous_) != kSocketConnected;
+    }
+
+private:
+    UdtTransferLink link_;
+    std::int32_t connect_ = 0;
+    std::int32_t rendezvous_ = 0;
+};
+
+std::string confirmation(bool resume)
+{
+    return buildXML(ConfirmContainer{resume, false}.XMLpayload(), "ConfirmContainer");
+}
+
+// The response for an unfinished copy of `held` bytes; none if it is 0.
+std::string response(std::int64_t held, bool equal = true)
+{
+    return responseDocument({held > 0, held > 0 && equal, false, held, 0});
+}
+
 class TransferServerTest : public ::testing::Test, protected LocalService {
 protected:
     TransferServerTest()
     {
-        for (const char* const other : {"other", "t0", "t1", "t2", "t3"})
-            tokens.add(other);
+        for (const char* const token : {"t0", "t1", "t2"})
+            tokens.add(token);
         startServer();
     }
 
-    UploadClient client() const { return UploadClient(server->port()); }
+    Client client() const { return Client(server->port()); }
 
-    // Leaves a copy of the first `held` bytes.
-    void leavePart(const std::string& name, const std::string& content, std::int64_t held)
+    // Leaves an unfinished copy by closing the link.
+    void leavePart(const std::string& bytes, std::int64_t size)
     {
-        server->setFaults({{FaultKind::DropAfter, held}}, 1);
-        UploadClient cut = client();
-        const auto response = cut.announce(name, std::ssize(content));
-        ASSERT_TRUE(response && !response->exists);
-        (void)cut.send(content);
+        std::optional<Client> leaving(server->port());
+        ASSERT_EQ(leaving->announce("clip.mov", size), response(0));
+        leaving->send(bytes);
+        leaving.reset();
         ASSERT_TRUE(awaitIdle());
     }
 
-    // A whole upload; the size in the closing document.
-    std::optional<std::int64_t> upload(const std::string& name, const std::string& content,
-                                       const std::string& token = "token") const
-    {
-        UploadClient whole = client();
-        const auto response = whole.announce(name, std::ssize(content), token);
-        EXPECT_TRUE(response && !response->exists);
-        EXPECT_TRUE(whole.send(content));
-        const auto size = whole.finished();
-        EXPECT_EQ(stored(name), content);
-        return size;
-    }
+    const std::string content = sampleContent(50'000);
+    const std::string kRefused = responseDocument({false, false, false, 0, 1});
 };
-
-void expectResponse(const std::optional<ResponseContainer>& response, HeldCopy expected)
-{
-    ASSERT_TRUE(response);
-    EXPECT_EQ(response->exists, expected.exists);
-    EXPECT_EQ(response->equal, expected.equal);
-    EXPECT_EQ(response->complete, expected.complete);
-    EXPECT_EQ(response->size, expected.size);
-    EXPECT_EQ(response->response, 0);
-}
 
 } // namespace
 
-TEST_F(TransferServerTest, aNewFileArrivesByteForByteUnderAnyName)
+TEST_F(TransferServerTest, aClosedLinkLeavesACopyThatCanBeCancelledAndResumedAfterARestart)
 {
-    const std::string content = sampleContent(3'000'001);
-    for (const char* const name : {"clip.mov", "a&b <c> \"50%\"\n#?.mov", "caf\xE9.mov"})
-        EXPECT_EQ(upload(name, content), std::ssize(content));
-    EXPECT_EQ(server->attempts(), 3);
-}
-
-TEST_F(TransferServerTest, aCutUploadGoesOnWhereItStoodAlsoAfterARestart)
-{
-    const std::string content = sampleContent(1'000'000);
-    leavePart("clip.mov", content, 300'000);
+    leavePart(content.substr(0, 30'000), 50'000);
     startServer();
-
-    UploadClient rest = client();
-    expectResponse(rest.announce("clip.mov", 1'000'000), {true, true, false, 300'000});
-    // confirmation and file in one message
-    ASSERT_TRUE(rest.send(UploadClient::confirmation(true, false) + content.substr(300'000)));
-    EXPECT_EQ(rest.finished(), 1'000'000);
+    for (const bool cancel : {true, false}) { // or resumed as a file of another size
+        Client leaving = client();
+        EXPECT_EQ(leaving.announce("clip.mov", cancel ? 50'000 : 40'000), response(30'000, cancel));
+        leaving.send(confirmation(!cancel));
+        EXPECT_TRUE(leaving.awaitEnd());
+    }
+    Client rest = client();
+    EXPECT_EQ(rest.announce("clip.mov", 50'000), response(30'000));
+    // the confirmation and the first bytes of the file in one message
+    rest.send(confirmation(true) + content.substr(30'000));
+    EXPECT_EQ(rest.receive(), finishedDocument(50'000));
     EXPECT_EQ(stored("clip.mov"), content);
 }
 
-TEST_F(TransferServerTest, aClientThatClosesInTheMiddleLosesNothing)
+TEST_F(TransferServerTest, anEmptyFileIsConfirmedInADocumentOfItsOwn)
 {
-    const std::string content = sampleContent(100'000);
-    {
-        UploadClient leaving = client();
-        ASSERT_TRUE(leaving.announce("clip.mov", 100'000));
-        ASSERT_TRUE(leaving.send(content.substr(0, 60'000)));
-    }
-    ASSERT_TRUE(awaitIdle());
-    UploadClient again = client();
-    expectResponse(again.announce("clip.mov", 100'000), {true, true, false, 60'000});
-}
-
-TEST_F(TransferServerTest, anOverwriteReplacesTheFileAtItsEnd)
-{
-    upload("clip.mov", "the first one");
-    UploadClient second = client();
-    expectResponse(second.announce("clip.mov", 10), {true, false, true, 13});
-    ASSERT_TRUE(second.send(UploadClient::confirmation(true, true)));
-    ASSERT_TRUE(second.send("the se"));
-    EXPECT_EQ(stored("clip.mov"), "the first one");
-    ASSERT_TRUE(second.send("cond"));
-    EXPECT_EQ(second.finished(), 10);
-    EXPECT_EQ(stored("clip.mov"), "the second");
-}
-
-TEST_F(TransferServerTest, aCopyStaysWhenItIsOfAnotherFileOrTheUploadIsCancelled)
-{
-    leavePart("clip.mov", sampleContent(1000), 400);
-    for (const std::int64_t size : {1000, 2000}) {
-        UploadClient leaving = client();
-        expectResponse(leaving.announce("clip.mov", size), {true, size == 1000, false, 400});
-        ASSERT_TRUE(leaving.send(UploadClient::confirmation(size != 1000, false)));
-        EXPECT_TRUE(leaving.wasDropped());
-    }
-    UploadClient again = client();
-    expectResponse(again.announce("clip.mov", 1000), {true, true, false, 400});
-}
-
-TEST_F(TransferServerTest, aFileWithoutBytesGetsTwoSeparateDocuments)
-{
-    transferSettings.timeouts.closingPause = 400ms;
+    transferSettings.timeouts.closingPause = 1000ms;
     startServer();
-    UploadClient empty = client();
-    expectResponse(empty.announce("empty.mov", 0), {});
-    const auto between = std::chrono::steady_clock::now();
-    EXPECT_EQ(empty.finished(), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - between, 200ms);
-    EXPECT_TRUE(std::filesystem::exists(root.path() / "empty.mov"));
+    Client empty = client();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(empty.announce("empty.mov", 0), response(0));
+    EXPECT_EQ(empty.receive(), finishedDocument(0));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 1000ms);
 }
 
-TEST_F(TransferServerTest, unknownTokensAndNamesThatEscapeAreRefused)
+TEST_F(TransferServerTest, aNewerAttemptWithTheSameTokenReplacesTheOlderOne)
 {
-    EXPECT_TRUE(client().refused("clip.mov", 1, "stranger"));
-    EXPECT_TRUE(client().refused("../clip.mov", 1));
-    EXPECT_TRUE(client().refused("..", 1));
-    EXPECT_TRUE(client().refused("", 1));
-    EXPECT_TRUE(client().refused("clip.mov", -1));
-    EXPECT_FALSE(std::filesystem::exists(root.path().parent_path() / "clip.mov"));
-}
+    Client older = client();
+    EXPECT_EQ(older.announce("clip.mov", 50'000), response(0));
+    older.send(content.substr(0, 20'000));
+    ASSERT_TRUE(awaitPart("clip.mov", 20'000));
 
-TEST_F(TransferServerTest, aNewerAttemptTakesThePlaceOfAnOlderOne)
-{
-    const std::string content = sampleContent(50'000);
-    UploadClient older = client();
-    ASSERT_TRUE(older.announce("clip.mov", 50'000));
-    ASSERT_TRUE(older.send(content.substr(0, 20'000)));
-    const auto part = root.path() / ".quenmoor/parts/clip.mov";
-    for (int i = 0; i < 500 && contentOf(part).size() < 20'000; ++i)
-        std::this_thread::sleep_for(10ms);
-
-    // one with another token has to stay away
-    EXPECT_TRUE(client().refused("clip.mov", 50'000, "other"));
-
-    UploadClient newer = client();
-    expectResponse(newer.announce("clip.mov", 50'000), {true, true, false, 20'000});
-    EXPECT_TRUE(older.wasDropped());
-    ASSERT_TRUE(newer.send(UploadClient::confirmation(true, false)));
-    ASSERT_TRUE(newer.send(content.substr(20'000)));
-    EXPECT_EQ(newer.finished(), 50'000);
+    EXPECT_EQ(client().announce("clip.mov", 50'000, "t1"), kRefused) << "the name is in use";
+    EXPECT_EQ(client().announce("../clip.mov", 1), kRefused);
+    Client newer = client();
+    EXPECT_EQ(newer.announce("clip.mov", 50'000), response(20'000));
+    EXPECT_TRUE(older.awaitEnd());
+    newer.send(confirmation(true) + content.substr(20'000));
+    EXPECT_EQ(newer.receive(), finishedDocument(50'000));
     EXPECT_EQ(stored("clip.mov"), content);
 }
 
-TEST_F(TransferServerTest, manyClientsAreServedAtOnce)
-{
-    std::vector<std::thread> clients;
-    for (unsigned i = 0; i < 4; ++i)
-        clients.emplace_back([this, i] {
-            const std::string number = std::to_string(i);
-            EXPECT_EQ(upload("clip" + number, sampleContent(2'000'000, i), "t" + number),
-                      2'000'000);
-        });
-    for (std::thread& thread : clients)
-        thread.join();
-}
-
-TEST_F(TransferServerTest, clientsThatFallSilentAreLetGo)
+TEST_F(TransferServerTest, clientsThatSendNothingAreDisconnectedAndFurtherOnesRejected)
 {
     transferSettings.timeouts.rendezvous = 1500ms;
     transferSettings.timeouts.idle = 300ms;
+    transferSettings.maxSessions = 2;
     startServer();
-    UploadClient absent = client();
-    ASSERT_TRUE(absent.request("absent.mov", 10));
-    UploadClient silent = client();
-    ASSERT_TRUE(silent.announce("silent.mov", 10, "other"));
-    EXPECT_TRUE(silent.wasDropped());
-    ASSERT_TRUE(awaitIdle());
+    Client absent = client();
+    ASSERT_TRUE(absent.request("absent.mov", 10, kToken));
+    Client silent = client();
+    EXPECT_EQ(silent.announce("silent.mov", 10, "t0"), response(0));
+    Client third = client();
+    std::ignore = third.request("third.mov", 10, "t1"); // may fail: the server closes at once
+    EXPECT_TRUE(silent.awaitEnd());
+    EXPECT_TRUE(awaitIdle());
+
+    server->stop(); // ends the thread that logs
+    const auto lines = log.system();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Attempt 3: rejected, 2 others are active"),
+              1);
 }
 
-TEST_F(TransferServerTest, clientsBeyondTheLimitAreTurnedAway)
+TEST_F(TransferServerTest, stoppingEndsClientsInEveryStepAndKeepsTheReceivedBytes)
 {
-    transferSettings.maxSessions = 1;
-    startServer();
-    UploadClient first = client();
-    ASSERT_TRUE(first.announce("first.mov", 10));
-    UploadClient second = client();
-    (void)second.request("second.mov", 10, "other");
-    ASSERT_TRUE(first.send("ten bytes!"));
-    EXPECT_EQ(first.finished(), 10);
-    EXPECT_FALSE(std::filesystem::exists(root.path() / ".quenmoor/parts/second.mov"));
-}
+    leavePart("he", 4);
+    Client absent = client();
+    ASSERT_TRUE(absent.request("absent.mov", 10, "t0"));
+    Client asking = client();
+    EXPECT_EQ(asking.announce("clip.mov", 4, "t1"), response(2));
+    Client sending = client();
+    EXPECT_EQ(sending.announce("sending.mov", 90'000, "t2"), response(0));
+    sending.send(content);
+    ASSERT_TRUE(awaitPart("sending.mov", 50'000));
 
-TEST_F(TransferServerTest, stoppingEndsClientsInEveryPhaseAndKeepsWhatCame)
-{
-    upload("held.mov", "held");
-    UploadClient absent = client();
-    ASSERT_TRUE(absent.request("absent.mov", 10));
-    UploadClient asking = client();
-    ASSERT_TRUE(asking.announce("held.mov", 4, "t0"));
-    UploadClient sending = client();
-    ASSERT_TRUE(sending.announce("sending.mov", 1000, "t1"));
-    ASSERT_TRUE(sending.send(sampleContent(600)));
-    std::this_thread::sleep_for(50ms);
-
-    const auto before = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
     server->stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - before, 5s);
-    EXPECT_EQ(stored(".quenmoor/parts/sending.mov"), sampleContent(600));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 20s);
+    EXPECT_EQ(contentOf(part("sending.mov")), content);
 }
 
-TEST_F(TransferServerTest, aTakenAddressIsAnError)
+TEST_F(TransferServerTest, anAddressThatIsInUseOrNotValidIsAnError)
 {
     std::string error;
-    for (const std::string address : {"127.0.0.1", "localhost", ""}) {
-        TransferServerSettings same = transferSettings;
-        same.port = server->port();
-        same.bindAddress = address;
-        TransferServer second(same, *store, tokens);
-        EXPECT_FALSE(second.start(error));
-        EXPECT_FALSE(error.empty());
-    }
-}
-
-TEST_F(TransferServerTest, aSpoiltResponseStoresNothing)
-{
-    for (const FaultKind kind : {FaultKind::GarbageResponse, FaultKind::CutOffResponse}) {
-        server->setFaults({{kind}}, 1);
-        UploadClient confused = client();
-        EXPECT_FALSE(confused.announce("clip.mov", 10));
-        (void)confused.send(UploadClient::confirmation(true, false));
-        confused.close();
-        ASSERT_TRUE(awaitIdle());
-        EXPECT_FALSE(std::filesystem::exists(root.path() / ".quenmoor/parts/clip.mov"));
-    }
-}
-
-TEST_F(TransferServerTest, faultsInTheClosingDocumentLastAsManyAttemptsAsTold)
-{
-    server->setFaults({{FaultKind::SmallerFinalSize}}, 2);
-    for (const std::int64_t size : {9, 9, 10})
-        EXPECT_EQ(upload("clip" + std::to_string(server->attempts()), "ten bytes!"), size);
-}
-
-TEST_F(TransferServerTest, aSlowReaderTakesItsTime)
-{
-    server->setFaults({{FaultKind::SlowReading, 100'000}});
-    const auto before = std::chrono::steady_clock::now();
-    upload("clip.mov", sampleContent(50'000));
-    EXPECT_GE(std::chrono::steady_clock::now() - before, 490ms);
+    transferSettings.port = server->port();
+    EXPECT_FALSE(TransferServer(transferSettings, *store, tokens).start(error));
+    EXPECT_NE(error.find("127.0.0.1"), std::string::npos) << error;
+    transferSettings.bindAddress = "localhost";
+    EXPECT_FALSE(TransferServer(transferSettings, *store, tokens).start(error));
 }
 
 } // namespace quenmoor

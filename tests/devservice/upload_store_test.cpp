@@ -2,9 +2,6 @@
 #include "tests/fakes/temp_folder.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <csignal>
 
 namespace quenmoor {
 namespace {
@@ -13,7 +10,7 @@ class UploadStoreTest : public ::testing::Test {
 protected:
     UploadStoreTest() { restart(); }
 
-    // As after a kill: what the old store had in memory is gone.
+    // Opens the store anew, as after a kill.
     void restart()
     {
         store.reset();
@@ -26,213 +23,130 @@ protected:
         return store->upload("clip.mov", size, error);
     }
 
-    // A copy of `held` bytes of an upload of `size`.
-    void leavePart(const std::string& held, std::int64_t size)
+    // Leaves an unfinished copy with the bytes `held`, or a finished one if they are all.
+    void leave(std::string_view held, std::int64_t size)
     {
-        const auto begun = upload(size);
-        ASSERT_TRUE(begun->startOver() && begun->append(held));
+        const auto started = upload(size);
+        ASSERT_TRUE(started->startOver() && started->append(held));
+        ASSERT_TRUE(started->missing() > 0 || started->complete());
     }
 
-    void leaveFile(const std::string& content)
+    // Resumes the held copy with `rest`.
+    void finish(std::int64_t size, std::string_view rest)
     {
-        const auto begun = upload(static_cast<std::int64_t>(content.size()));
-        ASSERT_TRUE(begun->startOver() && begun->append(content) && begun->complete());
+        const auto resumed = upload(size);
+        ASSERT_TRUE(resumed->resume());
+        ASSERT_EQ(resumed->missing(), std::ssize(rest));
+        ASSERT_TRUE((rest.empty() || resumed->append(rest)) && resumed->complete());
     }
 
-    std::filesystem::path part() const { return folder.path() / ".quenmoor/parts/clip.mov"; }
-    std::filesystem::path record() const { return folder.path() / ".quenmoor/records/clip.mov"; }
-    std::filesystem::path file() const { return folder.path() / "clip.mov"; }
+    void expectHeld(std::int64_t announced, HeldCopy expected)
+    {
+        const auto inspected = upload(announced);
+        ASSERT_NE(inspected, nullptr) << error;
+        EXPECT_EQ(inspected->held(), expected) << inspected->held().size;
+    }
 
-    TempFolder folder;
+    const TempFolder folder;
+    const std::filesystem::path file = folder.path() / "clip.mov";
+    const std::filesystem::path part = folder.path() / ".quenmoor/parts/clip.mov";
+    const std::filesystem::path record = folder.path() / ".quenmoor/records/clip.mov";
     std::string error;
     std::unique_ptr<UploadStore> store;
 };
 
-void expectHeld(const std::unique_ptr<StoredUpload>& upload, HeldCopy expected)
-{
-    ASSERT_NE(upload, nullptr);
-    EXPECT_EQ(upload->held().exists, expected.exists);
-    EXPECT_EQ(upload->held().equal, expected.equal);
-    EXPECT_EQ(upload->held().complete, expected.complete);
-    EXPECT_EQ(upload->held().size, expected.size);
-}
-
 } // namespace
 
-TEST_F(UploadStoreTest, aFileTakesItsNameOnlyWhenItIsWhole)
+TEST_F(UploadStoreTest, anUnfinishedCopyIsResumedAfterARestartAndRenamedOnceItIsComplete)
 {
-    const std::string content = sampleContent(1000);
-    leavePart(content.substr(0, 400), 1000);
-    EXPECT_FALSE(std::filesystem::exists(file()));
-
+    constexpr std::int64_t kSize = 5'000'000'000; // does not fit in 32 bits
+    expectHeld(kSize, {});
+    EXPECT_FALSE(std::filesystem::exists(part)) << "an inspection changes nothing";
+    leave("x", kSize);
+    std::filesystem::resize_file(part, kSize - 1);
     restart();
-    auto rest = upload(1000);
-    expectHeld(rest, {true, true, false, 400});
-    ASSERT_TRUE(rest->resume());
-    EXPECT_EQ(rest->missing(), 600);
-    ASSERT_TRUE(rest->append(std::string_view(content).substr(400)) && rest->complete());
-
-    EXPECT_EQ(contentOf(file()), content);
-    EXPECT_FALSE(std::filesystem::exists(part()));
-    EXPECT_FALSE(std::filesystem::exists(record()));
+    expectHeld(kSize, {true, true, false, kSize - 1});
+    EXPECT_FALSE(std::filesystem::exists(file));
+    finish(kSize, "y");
+    EXPECT_EQ(std::filesystem::file_size(file), static_cast<std::uintmax_t>(kSize));
+    EXPECT_FALSE(std::filesystem::exists(part) || std::filesystem::exists(record));
 }
 
-TEST_F(UploadStoreTest, aCompleteCopyIsEqualWhenItsSizeIs)
+TEST_F(UploadStoreTest, anOverwriteKeepsTheFinishedCopyUntilTheNewOneIsComplete)
 {
-    leaveFile("twelve bytes");
-    expectHeld(upload(12), {true, true, true, 12});
-    expectHeld(upload(13), {true, false, true, 12});
-
-    // a client that missed the closing document resumes at the end
-    const auto again = upload(12);
-    ASSERT_TRUE(again->resume());
-    EXPECT_EQ(again->missing(), 0);
-    EXPECT_TRUE(again->complete());
-    EXPECT_EQ(contentOf(file()), "twelve bytes");
+    leave("the old one", 11);
+    expectHeld(12, {true, false, true, 11});
+    ASSERT_TRUE(upload(500)->startOver());
+    expectHeld(11, {true, true, true, 11}); // an empty part does not count
+    leave("the ", 11);
+    EXPECT_EQ(contentOf(file), "the old one");
+    expectHeld(11, {true, true, false, 4});
+    finish(11, "new one");
+    finish(11, ""); // a finished copy has no missing bytes
+    EXPECT_EQ(contentOf(file), "the new one");
 }
 
-TEST_F(UploadStoreTest, anOverwriteLeavesTheOldFileUntilTheNewOneIsWhole)
+TEST_F(UploadStoreTest, aPartWithoutAValidRecordOfTheSameSizeIsAnotherFile)
 {
-    leaveFile("the old one");
-    leavePart("the ", 11);
-    EXPECT_EQ(contentOf(file()), "the old one");
-    expectHeld(upload(11), {true, true, false, 4});
-
-    const auto rest = upload(11);
-    ASSERT_TRUE(rest->resume() && rest->append(std::string_view("new one")) && rest->complete());
-    EXPECT_EQ(contentOf(file()), "the new one");
-}
-
-TEST_F(UploadStoreTest, anOverwriteGivenUpBeforeItsFirstByteShowsTheOldFile)
-{
-    leaveFile("the old one");
-    leavePart("", 500);
-    expectHeld(upload(11), {true, true, true, 11});
-}
-
-TEST_F(UploadStoreTest, lookingChangesNothingAndACopyOfAnotherFileIsNeverContinued)
-{
-    expectHeld(upload(5), {});
-    EXPECT_FALSE(std::filesystem::exists(part()));
-    EXPECT_FALSE(std::filesystem::exists(record()));
-
-    leavePart("half", 8);
-    const auto other = upload(9);
-    expectHeld(other, {true, false, false, 4});
-    EXPECT_FALSE(other->resume());
-    EXPECT_EQ(contentOf(part()), "half");
-}
-
-TEST_F(UploadStoreTest, aPartThatItsRecordDoesNotExplainIsAnotherFile)
-{
-    for (const std::string text : {"", "{", "[]", "{\"size\":\"8\"}", "{\"size\":-8}",
+    for (const char* const text : {"", "{", "[]", "{\"size\":\"8\"}", "{\"size\":-8}",
                                    "{\"size\":18446744073709551615}", "{\"size\":3}"}) {
-        leavePart("half", 8);
-        std::ofstream(record()) << text;
-        for (const std::int64_t size : {8, 3})
-            expectHeld(upload(size), {true, false, false, 4});
+        leave("half", 8);
+        std::ofstream(record) << text;
+        expectHeld(8, {true, false, false, 4});
+        expectHeld(3, {true, false, false, 4});
     }
-    std::filesystem::remove(record());
-    expectHeld(upload(8), {true, false, false, 4});
-
-    const auto again = upload(3);
-    ASSERT_TRUE(again->startOver() && again->append(std::string_view("new")) && again->complete());
-    EXPECT_EQ(contentOf(file()), "new");
+    std::filesystem::remove(record);
+    expectHeld(8, {true, false, false, 4});
+    EXPECT_FALSE(upload(8)->resume());
+    EXPECT_EQ(contentOf(part), "half");
+    leave("new", 3);
+    EXPECT_EQ(contentOf(file), "new");
 }
 
-TEST_F(UploadStoreTest, aKillBetweenTheTwoStepsLeavesAResumableCopy)
+TEST_F(UploadStoreTest, aKillBetweenTwoStepsNeverMixesTwoUploads)
 {
-    // whole, and not yet renamed
-    leavePart("whole", 5);
-    {
-        const auto rest = upload(5);
-        ASSERT_TRUE(rest->resume());
-        EXPECT_EQ(rest->missing(), 0);
-        ASSERT_TRUE(rest->complete());
-    }
-    // renamed, and the record not yet gone
-    std::ofstream(record()) << "{\"size\":7}";
-    expectHeld(upload(7), {true, false, true, 5});
-    // emptied, and the record still of the upload before
-    std::filesystem::remove(file());
-    std::ofstream(part()).flush();
-    expectHeld(upload(7), {});
-}
-
-TEST_F(UploadStoreTest, theOldBytesAreGoneBeforeTheRecordChanges)
-{
-    leavePart("half", 8);
+    // complete, but not renamed yet
+    leave("whole", 6);
+    std::ofstream(record) << "{\"size\":5}";
+    restart();
+    finish(5, "");
+    // renamed, but the record not removed yet
+    std::ofstream(record) << "{\"size\":7}";
+    expectHeld(7, {true, false, true, 5});
+    // emptied, but the record not replaced yet: the folder makes replacing it fail
+    std::filesystem::remove(file);
+    leave("half", 8);
     std::filesystem::create_directory(folder.path() / ".quenmoor/drafts/clip.mov");
     EXPECT_FALSE(upload(4)->startOver());
-    EXPECT_EQ(contentOf(part()), "");
+    EXPECT_EQ(contentOf(part), "");
+    expectHeld(8, {});
 }
 
-// The process dies at a moment that nobody chose. Whatever lies there as one of the two uploads
-// holds bytes of that one only.
-TEST_F(UploadStoreTest, aKillAtAnyMomentNeverMixesTwoUploads)
+TEST_F(UploadStoreTest, onlyAFileNameIsAccepted)
 {
-    constexpr std::int64_t kSizes[] = {30'000, 50'000};
-    store.reset();
-    for (int round = 0; round < 60; ++round) {
-        const pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            const auto own = UploadStore::open(folder.path(), error);
-            for (int turn = round % 2;; turn = 1 - turn) {
-                const std::string block(5'000, turn == 0 ? 'a' : 'b');
-                const auto begun = own->upload("clip.mov", kSizes[turn], error);
-                bool good = begun->startOver();
-                while (good && begun->missing() > 0)
-                    good = begun->append(block);
-                if (!good || !begun->complete())
-                    _exit(1);
-            }
-        }
-        usleep(static_cast<useconds_t>(2'000 + round * 3'571 % 30'000));
-        kill(child, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFSIGNALED(status));
-
-        restart();
-        for (int which = 0; which < 2; ++which) {
-            const HeldCopy held = upload(kSizes[which])->held();
-            const std::string content = contentOf(held.complete ? file() : part());
-            if (held.equal) {
-                EXPECT_EQ(content, std::string(content.size(), which == 0 ? 'a' : 'b'));
-            }
-        }
-        store.reset();
-    }
-}
-
-TEST_F(UploadStoreTest, noNameLeavesTheFolder)
-{
-    for (const std::string name : {"", ".", "..", "../up", "a/b", "/", ".quenmoor"})
+    for (const std::string& name :
+         {std::string(), std::string("."), std::string(".."), std::string("../up"),
+          std::string("a/b"), std::string("/"), std::string(".quenmoor"), std::string("nul\0", 4),
+          std::string(256, 'n')})
         EXPECT_EQ(store->upload(name, 1, error), nullptr) << name;
-    for (const std::string& name : {std::string("nul\0", 4), std::string(256, 'n')})
-        EXPECT_EQ(store->upload(name, 1, error), nullptr) << name;
-    EXPECT_EQ(store->upload("negative", -1, error), nullptr);
-
-    for (const std::string& name : {std::string("%2e%2e & <\"?#\n>"), std::string("caf\xE9"),
-                                    std::string("..."), std::string(255, 'n')}) {
-        const auto begun = store->upload(name, 0, error);
-        ASSERT_NE(begun, nullptr) << name << error;
-        EXPECT_TRUE(begun->startOver() && begun->complete()) << begun->error();
+    EXPECT_EQ(upload(-1), nullptr);
+    for (const std::string& name :
+         {std::string("%2e & <\"?#\n>"), std::string("caf\xE9"), std::string(255, 'n')}) {
+        const auto started = store->upload(name, 0, error);
+        EXPECT_TRUE(started && started->startOver() && started->complete()) << name << error;
         EXPECT_TRUE(std::filesystem::exists(folder.path() / name));
     }
 }
 
-TEST_F(UploadStoreTest, neitherLinkNorFolderIsWrittenThrough)
+TEST_F(UploadStoreTest, nothingIsWrittenThroughALinkOrOverAFolder)
 {
-    const TempFolder elsewhere;
-    const auto target = elsewhere.file("target", "untouched");
-    for (const auto& link : {file(), part()}) {
+    const auto target = folder.file("target", "untouched");
+    for (const auto& link : {file, part}) {
         std::filesystem::create_symlink(target, link);
         EXPECT_EQ(upload(3), nullptr);
         std::filesystem::remove(link);
     }
-    std::filesystem::create_directory(file());
+    std::filesystem::create_directory(file);
     EXPECT_EQ(upload(3), nullptr);
     EXPECT_EQ(contentOf(target), "untouched");
 }
@@ -244,21 +158,7 @@ TEST_F(UploadStoreTest, aNameHasOneWriterAndAFolderOneStore)
     EXPECT_NE(store->upload("other.mov", 3, error), nullptr);
     first.reset();
     EXPECT_NE(upload(3), nullptr);
-
     EXPECT_EQ(UploadStore::open(folder.path(), error), nullptr);
-}
-
-TEST_F(UploadStoreTest, sizesBeyondFourGigabytesAreCountedRight)
-{
-    constexpr std::int64_t kSize = 5'000'000'000;
-    leavePart("x", kSize);
-    std::filesystem::resize_file(part(), kSize - 1);
-    const auto rest = upload(kSize);
-    expectHeld(rest, {true, true, false, kSize - 1});
-    ASSERT_TRUE(rest->resume());
-    EXPECT_EQ(rest->missing(), 1);
-    EXPECT_TRUE(rest->append(std::string_view("y")));
-    EXPECT_EQ(std::filesystem::file_size(part()), static_cast<std::uintmax_t>(kSize));
 }
 
 } // namespace quenmoor

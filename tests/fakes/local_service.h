@@ -61,6 +61,12 @@ public:
 
     std::string stored(const std::string& name) const { return contentOf(root.path() / name); }
 
+    // Waits until the unfinished copy of `name` has at least `bytes` bytes. False after 30 seconds.
+    [[nodiscard]] bool awaitPart(const std::string& name, std::size_t bytes) const
+    {
+        return waitUntil([&] { return contentOf(part(name)).size() >= bytes; }, true);
+    }
+
     // The path of the unfinished copy of `name`.
     std::filesystem::path part(const std::string& name) const
     {

@@ -1,0 +1,88 @@
+#include "devservice/service_options.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace quenmoor {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::variant<ServiceOptions, ServiceExit> parse(std::vector<const char*> arguments)
+{
+    arguments.insert(arguments.begin(), {"quenmoor-devservice", "--root", "store"});
+    return parseServiceOptions(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(ServiceOptions, withoutATokenThereIsAPage)
+{
+    setenv("XDG_STATE_HOME", "/state", 1);
+    const auto options = std::get<ServiceOptions>(parse({}));
+    EXPECT_EQ(options.bindAddress + ":" + std::to_string(options.port), "127.0.0.1:65000");
+    EXPECT_EQ(options.faultCount, std::nullopt);
+    ASSERT_TRUE(options.page);
+    EXPECT_EQ(options.page->stateFolder, "/state/quenmoor-devservice");
+    EXPECT_EQ(options.page->tokenLifetime, 24h);
+}
+
+TEST(ServiceOptions, withATokenThereIsAPageOnlyOnRequest)
+{
+    const auto plain = std::get<ServiceOptions>(
+        parse({"--token", "t1", "t2", "--fault", "drop-after=5000000000", "--token", "t3",
+               "--fault", "never-answer", "--fault-count", "2"}));
+    EXPECT_EQ(plain.tokens, (std::vector<std::string>{"t1", "t2", "t3"}));
+    EXPECT_EQ(plain.faults,
+              (Faults{{FaultKind::DropAfter, 5'000'000'000}, {FaultKind::NeverAnswer}}));
+    EXPECT_EQ(plain.faultCount, 2);
+    EXPECT_FALSE(plain.page);
+
+    setenv("XDG_STATE_HOME", "relative", 1); // to be ignored
+    setenv("HOME", "/home/me", 1);
+    const auto both = std::get<ServiceOptions>(
+        parse({"--token", "t1", "--page-port", "0", "--newest-version", "1.20.3",
+               "--token-lifetime", "60", "--update-url", "https://x/", "--page", "p", "--auto"}));
+    ASSERT_TRUE(both.page && both.page->automatic);
+    EXPECT_EQ(both.page->newestVersion, (std::array<std::string, 3>{"1", "20", "3"}));
+    EXPECT_EQ(both.page->tokenLifetime, 60s);
+    EXPECT_EQ(both.page->updateUrl + both.page->folder, "https://x/p");
+    EXPECT_EQ(both.page->stateFolder, "/home/me/.local/state/quenmoor-devservice");
+}
+
+TEST(ServiceOptions, errorsExitWithStatusTwoAndNameTheOption)
+{
+    for (const std::string line : {"--port 65536",
+                                   "--token ",
+                                   "--fault-count -1",
+                                   "--token-lifetime 0",
+                                   "--nonsense x",
+                                   "--update-url \xFF",
+                                   "--newest-version ",
+                                   "--newest-version 1.2",
+                                   "--newest-version 1..3",
+                                   "--newest-version 1.2.-3",
+                                   "--newest-version 1.2.3.4",
+                                   "--fault ",
+                                   "--fault =",
+                                   "--fault Never-Answer",
+                                   "--fault never-answer=",
+                                   "--fault never-answer=1",
+                                   "--fault drop-after",
+                                   "--fault drop-after=",
+                                   "--fault drop-after=-1",
+                                   "--fault drop-after=1k",
+                                   "--fault slow-reading=0",
+                                   "--fault drop-after=9223372036854775808"}) {
+        const std::string option = line.substr(0, line.find(' '));
+        const auto parsed = parse({option.c_str(), line.c_str() + option.size() + 1});
+        ASSERT_TRUE(std::holds_alternative<ServiceExit>(parsed)) << line;
+        EXPECT_EQ(std::get<ServiceExit>(parsed).status, 2) << line;
+        EXPECT_NE(std::get<ServiceExit>(parsed).text.find(option), std::string::npos) << line;
+    }
+    const std::string faults = faultNames();
+    EXPECT_EQ(std::count(faults.begin(), faults.end(), ','),
+              static_cast<int>(FaultKind::LargerFinalSize));
+}
+
+} // namespace
+} // namespace quenmoor
