@@ -5,48 +5,100 @@
 namespace quenmoor {
 namespace {
 
-const char* kindName(PutEventKind kind)
+using Json = nlohmann::ordered_json;
+
+// The members that every object about a queued file has.
+Json objectFor(const char* event, const Source& source)
 {
-    switch (kind) {
-    case PutEventKind::Queued: return "queued";
-    case PutEventKind::Status: return "status";
-    case PutEventKind::Rate: return "rate";
-    case PutEventKind::Question: return "question";
-    case PutEventKind::Finished: return "finished";
-    case PutEventKind::Failed: return "failed";
-    case PutEventKind::Cancelled: return "cancelled";
-    case PutEventKind::Summary: return "summary";
+    Json object{{"event", event}, {"file", source.name}};
+    if (source.row)
+        object["row"] = *source.row;
+    object["total"] = source.size;
+    if (source.attempt > 0)
+        object["attempt"] = source.attempt;
+    return object;
+}
+
+Json statusObject(const Source& source, const AttemptEvent& event)
+{
+    Json object = objectFor("status", source);
+    object["status"] = statusText(event);
+    object["percent"] = source.percent;
+    if (event.kind == AttemptEventKind::Failed) {
+        object["step"] = stepName(event.step);
+        object["message"] = event.reason;
     }
-    return "";
+    return object;
 }
 
 } // namespace
 
-std::string jsonLine(const PutEvent& event)
+void JsonReport::queued(const Source& source)
 {
-    nlohmann::ordered_json object;
-    const auto add = [&object](const char* key, const auto& value) {
-        if (value)
-            object[key] = *value;
-    };
-    object["event"] = kindName(event.kind);
-    if (!event.file.empty())
-        object["file"] = event.file;
-    add("row", event.row);
-    add("status", event.status);
-    add("percent", event.percent);
-    add("bytes", event.bytes);
-    add("total", event.total);
-    add("mbps", event.mbps);
-    add("attempt", event.attempt);
-    add("step", event.step);
-    add("message", event.message);
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    Json object = objectFor("queued", source);
+    object["status"] = "Queued";
+    object["percent"] = 0;
+    write(object);
 }
 
-void JsonReport::report(const PutEvent& event)
+void JsonReport::unreadable(const Source& source, const std::string& why)
 {
-    const std::string line = jsonLine(event) + '\n';
+    write({{"event", "failed"},
+           {"file", source.name},
+           {"step", "open"},
+           {"message", unreadableText(why)}});
+}
+
+void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event)
+{
+    if (event.kind != AttemptEventKind::GaveUp)
+        write(statusObject(source, event));
+    Json object;
+    switch (event.kind) {
+    case AttemptEventKind::Progress:
+        object = objectFor("rate", source);
+        object["percent"] = source.percent;
+        object["bytes"] = event.bytes;
+        object["mib_per_s"] = event.rate;
+        break;
+    case AttemptEventKind::Finished:
+        object = objectFor("finished", source);
+        object["percent"] = source.percent;
+        object["bytes"] = event.total;
+        object["mib_per_s"] = averageRate(event);
+        object["message"] = eventText(event);
+        break;
+    case AttemptEventKind::Cancelled:
+        object = objectFor("cancelled", source);
+        object["message"] = eventText(event);
+        break;
+    case AttemptEventKind::GaveUp:
+        object = objectFor("failed", source);
+        object["step"] = stepName(event.step);
+        object["message"] = eventText(event);
+        break;
+    case AttemptEventKind::Started:
+    case AttemptEventKind::Failed:
+    case AttemptEventKind::Waiting: return;
+    }
+    write(object);
+}
+
+void JsonReport::answered(const Source& source, const std::string& text)
+{
+    Json object = objectFor("question", source);
+    object["message"] = text;
+    write(object);
+}
+
+void JsonReport::summary(const RunOutcome& outcome)
+{
+    write({{"event", "summary"}, {"bytes", outcome.sentBytes}, {"message", summaryText(outcome)}});
+}
+
+void JsonReport::write(const Json& object)
+{
+    const std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
     std::fwrite(line.data(), 1, line.size(), out_);
     std::fflush(out_);
 }

@@ -1,24 +1,29 @@
-// One JSON object a line, for programs.
+// One JSON object per line, for programs. README.md lists the members of each object.
 #pragma once
 
 #include "cli/put_report.h"
+
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdio>
 
 namespace quenmoor {
 
-// The event as one line of JSON, without the line feed. Bytes that are not UTF-8 become U+FFFD.
-std::string jsonLine(const PutEvent& event);
-
+// Writes and flushes each line. Bytes of a name that are not UTF-8 become U+FFFD.
 class JsonReport : public PutReport {
 public:
     // `out` is not owned.
     explicit JsonReport(std::FILE* out) : out_(out) {}
 
-    // Writes the line and flushes it.
-    void report(const PutEvent& event) override;
+    void queued(const Source& source) override;
+    void unreadable(const Source& source, const std::string& why) override;
+    void attemptChanged(const Source& source, const AttemptEvent& event) override;
+    void answered(const Source& source, const std::string& text) override;
+    void summary(const RunOutcome& outcome) override;
 
 private:
+    void write(const nlohmann::ordered_json& object);
+
     std::FILE* const out_;
 };
 

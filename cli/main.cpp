@@ -11,8 +11,8 @@
 
 namespace {
 
-// An interrupted run ends within a second, whatever the process hangs on by then.
-void leaveWithinASecond(int status)
+// Exits within a second of an interrupt even if the main thread is blocked.
+void exitWithinASecond(int status)
 {
     std::thread([status] {
         std::this_thread::sleep_for(std::chrono::milliseconds(900));
@@ -25,12 +25,12 @@ void leaveWithinASecond(int status)
 int main(int argc, char** argv)
 {
     const auto parsed = quenmoor::parsePutOptions(argc, argv);
-    if (const auto* const exit = std::get_if<quenmoor::PutExit>(&parsed)) {
+    if (const auto* const exit = std::get_if<quenmoor::EarlyExit>(&parsed)) {
         std::fputs(exit->text.c_str(), exit->status == 0 ? stdout : stderr);
         return exit->status;
     }
     const auto& options = std::get<quenmoor::PutOptions>(parsed);
     quenmoor::SystemClock clock;
     quenmoor::UdtTransferLink link(options.host, options.port, options.congestion);
-    return quenmoor::runPut(options, clock, link, leaveWithinASecond);
+    return quenmoor::runPut(options, clock, link, exitWithinASecond);
 }

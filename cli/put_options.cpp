@@ -14,22 +14,22 @@
 namespace quenmoor {
 namespace {
 
-const char* const kFooter =
-    "Exit status:\n"
-    "  0    every file finished\n"
-    "  1    gave up: a file failed ten times in a row\n"
-    "  2    wrong command line; nothing was sent\n"
-    "  3    a file was cancelled because the server holds a copy\n"
-    "  4    a file cannot be read; the others were sent\n"
-    "  130  interrupted from the keyboard (128 plus the number of any signal)";
+const char* const kFooter = "Exit status:\n"
+                            "  0    every file finished\n"
+                            "  1    gave up: a file failed ten times in a row\n"
+                            "  2    wrong command line; nothing was sent\n"
+                            "  3    a file was cancelled because the server holds a copy\n"
+                            "  4    a file cannot be read, or became shorter while it was sent\n"
+                            "  129, 130, 143  interrupted by a signal: 128 plus its number\n"
+                            "If several apply, the status is the first of 129 to 143, 1, 4 and 3.";
 
-// "HOST" or "HOST:PORT"; what is wrong with it otherwise.
+// Reads "HOST" or "HOST:PORT" into `options`. Returns an error message for any other text.
 std::optional<std::string> splitHost(const std::string& text, PutOptions& options)
 {
     const std::size_t colon = text.find(':');
     options.host = text.substr(0, colon);
     if (options.host.empty())
-        return "--host: the host is missing in \"" + printableLine(text) + "\"";
+        return "--host: \"" + printableLine(text) + "\" has no host before the colon";
     if (colon == std::string::npos)
         return std::nullopt;
     const auto port = wholeNumber(std::string_view(text).substr(colon + 1));
@@ -40,82 +40,84 @@ std::optional<std::string> splitHost(const std::string& text, PutOptions& option
     return std::nullopt;
 }
 
-std::optional<std::string> faultIn(const PutOptions& options)
+std::optional<std::string> checkFiles(const PutOptions& options)
 {
     if (options.files.size() != options.tokens.size())
         return fmt::format(
-            "{} for {}: each file needs a --token of its own, in the same order",
+            "{} for {}: give one --token for each file, in the same order",
             options.tokens.size() == 1 ? "1 token"
                                        : fmt::format("{} tokens", options.tokens.size()),
             options.files.size() == 1 ? "1 file" : fmt::format("{} files", options.files.size()));
     for (const std::string& token : options.tokens) {
         if (token.empty())
-            return "--token: a token is empty";
+            return "--token: a token must not be empty";
     }
     return std::nullopt;
 }
 
-PutExit usageError(const std::string& text)
+EarlyExit usageError(const std::string& text)
 {
     return {kExitUsage, "quenmoor-put: " + text + "\nTry: quenmoor-put --help\n"};
 }
 
 } // namespace
 
-std::variant<PutOptions, PutExit> parsePutOptions(int argc, const char* const* argv)
+std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv)
 {
     PutOptions options;
     options.port = kTransferPort;
     std::string host = kServiceHost;
     bool json = false;
     bool quiet = false;
-    const std::map<std::string, Existing> existing{{"ask", Existing::Ask},
-                                                   {"resume", Existing::Resume},
-                                                   {"overwrite", Existing::Overwrite},
-                                                   {"cancel", Existing::Cancel}};
+    const std::map<std::string, ExistingPolicy> existing{{"ask", ExistingPolicy::Ask},
+                                                         {"resume", ExistingPolicy::Resume},
+                                                         {"overwrite", ExistingPolicy::Overwrite},
+                                                         {"cancel", ExistingPolicy::Cancel}};
     const std::map<std::string, Congestion> congestion{{"library", Congestion::Library},
                                                        {"paced", Congestion::Paced}};
 
     CLI::App app("Sends files to a Quenmoor transfer server over UDT.", "quenmoor-put");
     app.footer(kFooter);
     app.set_version_flag("--version", std::string("quenmoor-put ") + kVersion);
-    app.add_option("--host", host, "Transfer server, with a port unless it is 65000")
+    app.add_option("--host", host, "Transfer server; the default port is 65000")
         ->type_name("HOST[:PORT]")
         ->capture_default_str();
-    app.add_option("--token", options.tokens, "Upload token; once for each file, in their order")
+    app.add_option("--token", options.tokens,
+                   "Upload token; repeat it for each file, in the order of the files")
         ->type_name("TOKEN")
         ->required()
         ->allow_extra_args(false);
     app.add_option("--existing", options.existing,
-                   "When the server holds a copy. Unless told otherwise it asks on a terminal and "
-                   "cancels elsewhere")
+                   "What to do if the server already holds a copy. The default, ask, asks on a "
+                   "terminal and cancels without one")
         ->type_name("ask|resume|overwrite|cancel")
         ->transform(CLI::CheckedTransformer(existing).description(""));
     app.add_option("--congestion", options.congestion,
-                   "Congestion control: the transport library's own, or ours")
+                   "Congestion control: that of the transport library, or paced by a model of the "
+                   "path")
         ->type_name("library|paced")
         ->transform(CLI::CheckedTransformer(congestion).description(""));
     CLI::Option* const jsonOption =
-        app.add_flag("--json", json, "One JSON object a line on standard output");
-    app.add_flag("--quiet", quiet, "Nothing but errors")->excludes(jsonOption);
+        app.add_flag("--json", json, "Write one JSON object per line to standard output");
+    app.add_flag("--quiet", quiet, "Write errors only")->excludes(jsonOption);
     app.add_flag("-v,--verbose", options.verbose,
-                 "Diagnostics on standard error, not only in the system log");
+                 "Write diagnostics to standard error as well as to the system log");
     app.add_option("FILE", options.files, "Files to send")->required();
 
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
-        return PutExit{kExitFinished, app.help()};
+        return EarlyExit{kExitFinished, app.help()};
     } catch (const CLI::CallForVersion&) {
-        return PutExit{kExitFinished, app.version() + "\n"};
+        return EarlyExit{kExitFinished, app.version() + "\n"};
     } catch (const CLI::Error& error) {
         return usageError(error.what());
     }
-    options.output = json ? Output::Json : quiet ? Output::Quiet : Output::Human;
-    if (const auto fault = splitHost(host, options))
-        return usageError(*fault);
-    if (const auto fault = faultIn(options))
-        return usageError(*fault);
+    options.output = json ? OutputMode::Json : quiet ? OutputMode::Quiet : OutputMode::Human;
+    if (const auto error = splitHost(host, options))
+        return usageError(*error);
+    if (const auto error = checkFiles(options))
+        return usageError(*error);
     return options;
 }
 

@@ -1,47 +1,52 @@
-// What quenmoor-put tells the world, as data. The reports turn it into JSON, lines or a display.
+// The interface of the reports of quenmoor-put, and the sentences that they share. A report turns
+// what happens into JSON, plain lines or a display on the terminal.
 #pragma once
 
-#include <cstdint>
-#include <optional>
+#include "cli/sources.h"
+#include "engine/attempt_event.h"
+
 #include <string>
 
 namespace quenmoor {
 
-enum class PutEventKind : std::uint8_t {
-    Queued,
-    Status,    // the row's own text changed
-    Rate,      // one sample of a transfer
-    Question,  // the server holds a copy; `message` has the question and its answer
-    Finished,  // the server confirmed the file
-    Failed,    // the file was given up, or cannot be read
-    Cancelled, // the server's copy was left alone
-    Summary,   // the last event
-};
-
-// A field without a value does not apply.
-struct PutEvent {
-    PutEventKind kind = PutEventKind::Summary;
-    std::string file; // as given, byte for byte; empty in the summary
-    std::optional<std::size_t> row;
-    std::optional<std::string> status;   // the row's text
-    std::optional<std::int32_t> percent; // 0 to 100
-    std::optional<std::int64_t> bytes;   // position in the file; in the summary, bytes sent
-    std::optional<std::int64_t> total;   // size of the file
-    std::optional<double> mbps;          // MB/s (1048576 bytes); of the whole file when finished
-    std::optional<std::int32_t> attempt; // counts from 1
-    std::optional<std::string> step;     // see stepName(); "open" for a file that cannot be read
-    std::optional<std::string> message;  // a sentence for people
-};
-
-// The upload thread, the monitor thread and the main thread, one call at a time.
+// Called from the main thread, the upload thread and the monitor thread, one call at a time.
+// File names are bytes: a report makes them displayable.
 class PutReport {
 public:
     virtual ~PutReport() = default;
 
-    virtual void report(const PutEvent& event) = 0;
+    virtual void queued(const Source& source) = 0;
 
-    // The user is about to be asked on the same terminal: leave the cursor on a fresh line.
-    virtual void makeRoom() {}
+    // `why` as whyUnreadable() returns it.
+    virtual void unreadable(const Source& source, const std::string& why) = 0;
+
+    // `source` is in the state after `event`.
+    virtual void attemptChanged(const Source& source, const AttemptEvent& event) = 0;
+
+    // The question about an existing copy was answered; `text` has both.
+    virtual void answered(const Source& source, const std::string& text) = 0;
+
+    // The last call.
+    virtual void summary(const RunOutcome& outcome) = 0;
+
+    // A question is about to be written to the same terminal: the cursor has to be at the start of
+    // an empty line.
+    virtual void prepareQuestion() {}
 };
+
+// Of the whole file, all attempts and the waits between them included. MiB/s.
+double averageRate(const AttemptEvent& finished);
+
+// "finished, 1.2 GB in 10.1 s, 121.7 MB/s"; "attempt 2 failed (rendezvous): ...";
+// "gave up after 10 attempts (rendezvous): ..."; "cancelled: ...". For other events statusText().
+std::string eventText(const AttemptEvent& event);
+
+std::string unreadableText(const std::string& why);
+
+// "2 finished, 1 cancelled; 1.2 GB sent"
+std::string summaryText(const RunOutcome& outcome);
+
+// "1.2 GB"; 1 MB is 1048576 bytes here, as in the status texts.
+std::string formatSize(std::int64_t bytes);
 
 } // namespace quenmoor

@@ -1,4 +1,4 @@
-// One run of quenmoor-put, from the checked command line to the exit status.
+// One run of quenmoor-put, from the parsed command line to the exit status.
 #pragma once
 
 #include "cli/put_options.h"
@@ -9,13 +9,13 @@
 
 namespace quenmoor {
 
-// Called with the status of the process when a signal came, before anything else is tried: a last
-// resort for a run that is held up, by a reader that does not read for one.
+// Called with the exit status of the process when a signal has arrived, before anything else. It
+// may limit the time that the rest of the run takes, which a blocked standard output can delay.
 using OnInterrupt = std::function<void(int status)>;
 
-// Main thread, one at a time in a process. Blocks until every file ended, one was given up, or a
-// signal came; then it ends `clock` and returns the status of the process. When the upload thread
-// is still inside `link` half a second after a signal, the process is left from here.
+// Main thread, one call at a time in a process. Blocks until every file has ended, one was given
+// up, or a signal arrived; then ends `clock` and returns the exit status. If the upload thread is
+// still blocked in `link` half a second after a signal, exits the process instead of returning.
 int runPut(const PutOptions& options, Clock& clock, TransferLink& link,
            const OnInterrupt& onInterrupt);
 

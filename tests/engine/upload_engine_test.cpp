@@ -37,7 +37,7 @@ TEST_F(UploadEngineTest, givesUpAfterTenFailuresInARow)
         expected.insert(expected.end(), {"Connecting", "Waiting (Error)"});
     }
     EXPECT_EQ(view.statuses(0), expected);
-    EXPECT_EQ(clock.restedInAll(), 1850s);
+    EXPECT_EQ(clock.totalSleep(), 1850s);
     EXPECT_EQ(view.alerts, std::vector<Alert>{kFinalAlert});
     EXPECT_TRUE(view.terminated);
     EXPECT_EQ(queues.uploadCount(), 2U);

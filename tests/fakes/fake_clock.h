@@ -1,4 +1,4 @@
-// A clock that never waits: rests return at once and move its time forward.
+// A clock that never blocks: a sleep returns at once and advances the time.
 #pragma once
 
 #include "engine/clock.h"
@@ -6,30 +6,28 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
-#include <vector>
 
 namespace quenmoor {
 
 class FakeClock : public Clock {
 public:
-    // The program ends at this poll of an empty queue, so that a test's uploadFile() returns.
+    // The program ends at this poll of an empty queue; uploadFile() returns then.
     int idlePolls = 1;
-    // Called in the place of every rest of the monitor; without it, such a rest lasts until the
+    // Called for every sleep of the progress monitor. Without it such a sleep lasts until the
     // transfer has ended, and no sample is taken.
     std::function<void()> onMonitorSleep;
-    // Called before every other rest that takes time.
-    std::function<void(std::chrono::milliseconds)> onRest;
+    // Called before every other sleep that takes time.
+    std::function<void(std::chrono::milliseconds)> onSleep;
 
     bool sleep(std::chrono::milliseconds time, std::stop_token wake) override
     {
         if (wake.stop_possible())
             return monitorSleep(time, std::move(wake));
-        if (time.count() > 0 && onRest)
-            onRest(time);
+        if (time.count() > 0 && onSleep)
+            onSleep(time);
         const std::lock_guard lock(mutex_);
         now_ += std::chrono::nanoseconds(time).count();
-        if (time.count() > 0)
-            rests_.push_back(time);
+        total_ += time;
         if (time == std::chrono::milliseconds(200) && --idlePolls <= 0)
             ended_ = true;
         return !ended_;
@@ -48,19 +46,11 @@ public:
         woken_.notify_all();
     }
 
-    // Every rest that was asked for outside the monitor, in order.
-    std::vector<std::chrono::milliseconds> rests() const
+    // Of all sleeps outside the monitor.
+    std::chrono::milliseconds totalSleep() const
     {
         const std::lock_guard lock(mutex_);
-        return rests_;
-    }
-
-    std::chrono::milliseconds restedInAll() const
-    {
-        std::chrono::milliseconds sum{0};
-        for (const auto time : rests())
-            sum += time;
-        return sum;
+        return total_;
     }
 
 private:
@@ -78,9 +68,10 @@ private:
 
     mutable std::mutex mutex_;
     std::condition_variable_any woken_;
-    std::int64_t now_ = 1'000'000'000'000; // guarded by mutex_, like all below
+    // Guarded by mutex_.
+    std::int64_t now_ = 1'000'000'000'000;
     bool ended_ = false;
-    std::vector<std::chrono::milliseconds> rests_;
+    std::chrono::milliseconds total_{0};
 };
 
 } // namespace quenmoor

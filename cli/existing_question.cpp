@@ -1,4 +1,4 @@
-#include "cli/terminal_question.h"
+#include "cli/existing_question.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -13,10 +13,10 @@
 namespace quenmoor {
 namespace {
 
-constexpr std::int32_t kOtherWayOut = 0;
-constexpr std::size_t kLongestLine = 256;
+constexpr std::int32_t kNoButton = 0;
+constexpr std::size_t kMaxLineLength = 256;
 
-std::string lowered(std::string text)
+std::string lowerCase(std::string text)
 {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -44,25 +44,40 @@ std::string prompt(const std::vector<std::string>& buttons)
 std::optional<std::int32_t> buttonFor(const std::string& line,
                                       const std::vector<std::string>& buttons)
 {
-    const std::string answer = lowered(trimmed(line));
+    const std::string answer = lowerCase(trimmed(line));
     if (answer.empty())
         return std::nullopt;
-    std::optional<std::int32_t> meant;
+    std::optional<std::int32_t> selected;
     for (std::size_t i = 0; i < buttons.size(); ++i) {
-        if (answer != std::to_string(i + 1) && !lowered(buttons[i]).starts_with(answer))
+        if (answer != std::to_string(i + 1) && !lowerCase(buttons[i]).starts_with(answer))
             continue;
-        if (meant)
+        if (selected)
             return std::nullopt;
-        meant = kFirstButton + static_cast<std::int32_t>(i);
+        selected = kFirstButton + static_cast<std::int32_t>(i);
     }
-    return meant;
+    return selected;
+}
+
+CopyAnswer policyAnswer(ExistingPolicy policy, const Alert& alert)
+{
+    switch (policy) {
+    case ExistingPolicy::Ask:
+        return {kFirstButton, "There is no terminal to ask on; use --existing to choose."};
+    case ExistingPolicy::Overwrite: return {kSecondButton, {}};
+    case ExistingPolicy::Resume:
+        if (alert.buttons.size() >= 3)
+            return {kThirdButton, {}};
+        return {kFirstButton, "\"Resume\" is not offered for this copy."};
+    case ExistingPolicy::Cancel: break;
+    }
+    return {kFirstButton, {}};
 }
 
 TerminalQuestion::TerminalQuestion(int in, int out) : in_(in), out_(out)
 {
     std::array<int, 2> ends{-1, -1};
     if (pipe(ends.data()) != 0)
-        return; // then a question that stands ends with its answer only
+        return; // without the pipe only an answer ends an open question
     wakeRead_ = ends[0];
     wakeWrite_ = ends[1];
     fcntl(wakeRead_, F_SETFD, FD_CLOEXEC);
@@ -77,12 +92,12 @@ TerminalQuestion::~TerminalQuestion()
 
 std::optional<std::int32_t> TerminalQuestion::ask(const Alert& alert)
 {
-    say(alert.messageText + "\n" + alert.informativeText + "\n");
+    write(alert.messageText + "\n" + alert.informativeText + "\n");
     while (!abandoned_) {
-        say(prompt(alert.buttons));
+        write(prompt(alert.buttons));
         const std::optional<std::string> line = readLine();
         if (!line && !abandoned_)
-            return kOtherWayOut;
+            return kNoButton;
         if (!line)
             break;
         if (const auto button = buttonFor(*line, alert.buttons))
@@ -94,7 +109,7 @@ std::optional<std::int32_t> TerminalQuestion::ask(const Alert& alert)
 void TerminalQuestion::abandon()
 {
     if (!abandoned_.exchange(true)) {
-        [[maybe_unused]] const ssize_t written = write(wakeWrite_, "", 1);
+        [[maybe_unused]] const ssize_t written = ::write(wakeWrite_, "", 1);
     }
 }
 
@@ -102,28 +117,28 @@ std::optional<std::string> TerminalQuestion::readLine()
 {
     std::string line;
     while (true) {
-        std::array<pollfd, 2> waits{pollfd{in_, POLLIN, 0}, pollfd{wakeRead_, POLLIN, 0}};
-        if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR)
+        std::array<pollfd, 2> descriptors{pollfd{in_, POLLIN, 0}, pollfd{wakeRead_, POLLIN, 0}};
+        if (poll(descriptors.data(), descriptors.size(), -1) < 0 && errno != EINTR)
             return std::nullopt;
         if (abandoned_)
             return std::nullopt;
-        if (waits[0].revents == 0)
+        if (descriptors[0].revents == 0)
             continue;
         char c = 0;
         if (read(in_, &c, 1) != 1)
             return std::nullopt;
         if (c == '\n')
             return line;
-        if (line.size() < kLongestLine)
+        if (line.size() < kMaxLineLength)
             line += c;
     }
 }
 
-void TerminalQuestion::say(const std::string& text) const
+void TerminalQuestion::write(const std::string& text) const
 {
     std::size_t done = 0;
     while (done < text.size()) {
-        const ssize_t written = write(out_, text.data() + done, text.size() - done);
+        const ssize_t written = ::write(out_, text.data() + done, text.size() - done);
         if (written <= 0)
             return;
         done += static_cast<std::size_t>(written);

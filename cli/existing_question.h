@@ -1,0 +1,60 @@
+// Answers the question about an existing copy on the server: by the policy of the command line, or
+// by asking on the terminal.
+#pragma once
+
+#include "cli/put_options.h"
+#include "engine/upload_view.h"
+
+#include <atomic>
+#include <functional>
+#include <string>
+
+namespace quenmoor {
+
+struct CopyAnswer {
+    std::int32_t button = kFirstButton;
+    std::string note; // why it differs from what the user may expect; may be empty
+};
+
+// Returns nullopt if the program ended during the question.
+using AskAboutCopy = std::function<std::optional<CopyAnswer>(const Alert&)>;
+
+// The answer without a question. An answer that the alert does not offer becomes "Cancel", and so
+// does ExistingPolicy::Ask: there is no terminal then.
+CopyAnswer policyAnswer(ExistingPolicy policy, const Alert& alert);
+
+// Asks on the terminal, with numbered answers. One thread calls ask(), any thread abandon().
+class TerminalQuestion {
+public:
+    // `in` and `out` are descriptors of a terminal; not owned.
+    TerminalQuestion(int in, int out);
+    ~TerminalQuestion();
+    TerminalQuestion(const TerminalQuestion&) = delete;
+    TerminalQuestion& operator=(const TerminalQuestion&) = delete;
+
+    // Blocks until the user has typed the number of a button, its name or the beginning of the
+    // name; repeats the question after any other line. Returns 0, which is no button, at the end
+    // of the input, and nullopt after abandon().
+    std::optional<std::int32_t> ask(const Alert& alert);
+
+    // Ends the current question and every later one without an answer.
+    void abandon();
+
+private:
+    // One line without its line feed; nullopt after abandon() and at the end of the input.
+    std::optional<std::string> readLine();
+    void write(const std::string& text) const;
+
+    const int in_;
+    const int out_;
+    int wakeRead_ = -1;
+    int wakeWrite_ = -1;
+    std::atomic<bool> abandoned_{false};
+};
+
+// The button that `line` selects by its number, its name or an unambiguous beginning of the name,
+// in any case; nullopt if it selects none.
+std::optional<std::int32_t> buttonFor(const std::string& line,
+                                      const std::vector<std::string>& buttons);
+
+} // namespace quenmoor

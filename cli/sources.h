@@ -1,0 +1,56 @@
+// The files of one run of quenmoor-put with their state, and the outcome of the run.
+#pragma once
+
+#include "cli/put_options.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quenmoor {
+
+enum class SourceState : std::uint8_t {
+    Unreadable, // when the run began, or since then
+    Queued,     // waiting, or being sent
+    Finished,   // the server holds the file
+    Cancelled,  // the copy on the server was left unchanged
+    GaveUp,     // failed ten times in a row
+};
+
+// One FILE of the command line.
+struct Source {
+    std::string name;           // as given, byte for byte
+    std::filesystem::path path; // absolute
+    std::string token;
+    SourceState state = SourceState::Queued;
+    std::int64_t size = 0;          // bytes, when it was queued
+    std::optional<std::size_t> row; // of the status table, once it is queued
+    std::int32_t percent = 0;       // in that row
+    std::int32_t attempt = 0;       // the latest one, counted from 1; 0 before the first
+    std::int64_t sentBytes = 0;     // accepted by the link, in all attempts
+};
+
+// One source for each file of `options`. Those that cannot be read are marked, and `why` gets the
+// reason of each source, empty for a readable one.
+std::vector<Source> listSources(const PutOptions& options, std::vector<std::string>& why);
+
+// The reason why `path` cannot be sent as a plain file of at least `size` bytes, in words; nullopt
+// if it can. Opens the file, reads nothing and never blocks on a named pipe.
+std::optional<std::string> whyUnreadable(const std::filesystem::path& path, std::int64_t size);
+
+struct RunOutcome {
+    int status = kExitFinished; // exit status of the process
+    bool interrupted = false;
+    std::size_t finished = 0;
+    std::size_t cancelled = 0;
+    std::size_t unreadable = 0;
+    std::size_t unfinished = 0;
+    std::int64_t sentBytes = 0; // of the finished files
+};
+
+// `signal` is the number of the signal that interrupted the run, or 0.
+RunOutcome outcomeOf(const std::vector<Source>& sources, int signal);
+
+} // namespace quenmoor
