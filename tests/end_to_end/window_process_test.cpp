@@ -2,7 +2,7 @@
 // status. It speaks to the ports that are built in, so one test at a time.
 #include "bench/process.h"
 #include "tests/fakes/temp_folder.h"
-#include "tests/ui/page/scripted_service.h"
+#include "tests/ui/page/trusting_home.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // What a user does with the window, from the drop to the stored bytes.
 #include "tests/end_to_end/whole_window.h"
-#include "tests/ui/page/scripted_service.h"
+#include "tests/ui/page/trusting_home.h"
 #include "ui/appearance.h"
 #include "ui/drag_view.h"
 

@@ -1,7 +1,6 @@
 #include "tests/ui/window_fixture.h"
 #include "ui/appearance.h"
 #include "ui/drag_view.h"
-#include "ui/view_controller.h"
 
 #include <QLabel>
 #include <QProgressBar>
@@ -9,7 +8,6 @@
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
-#include <array>
 
 namespace quenmoor {
 
@@ -19,7 +17,7 @@ class ViewControllerTest : public QObject {
     Q_OBJECT
 
 private:
-    // What the window shows, as one line.
+    // The names of the visible widgets, and "drops" if the window accepts drops.
     static QString shown(const MainWindow& window)
     {
         QStringList parts;
@@ -34,20 +32,8 @@ private:
         return parts.join(u' ');
     }
 
-    // What a page says that publishes version 2.3 of this `build`.
-    static PageSignal index(const QString& build, const QString& updateUrl)
-    {
-        PageSignal signal;
-        signal.title = u"index"_s;
-        signal.macMajor = u"2"_s;
-        signal.macMinor = u"3"_s;
-        signal.macBuild = build;
-        signal.updateUrl = updateUrl;
-        return signal;
-    }
-
 private Q_SLOTS:
-    void loadingTakesTheOpenedFilesAndLoadsThePageWithoutAQuery()
+    void loadingQueuesTheOpenedFilesAndLoadsThePageWithoutAQuery()
     {
         WindowFixture with;
         with.delegate.applicationOpenFiles({with.file("a"), with.file("b")});
@@ -60,21 +46,21 @@ private Q_SLOTS:
                                            "Update view called.", "Byte length of long: 8"}));
     }
 
-    void eachSignalLeadsFromStateToState()
+    void everySignalChangesTheStateOfTheWindow()
     {
         WindowFixture with;
         with.controller.viewDidLoad();
         QCOMPARE(shown(with.window), u"webView"_s); // Starting
 
         with.controller.addFiles({with.file("a b.mov"), with.file("c.mov")});
-        with.page.say(u"session"_s);
+        with.page.signal(u"session"_s);
         QCOMPARE(shown(with.window), u"webView"_s);
         QCOMPARE(with.page.loads.size(), 1U);
 
-        with.page.say(u"index"_s); // Ready
+        with.page.signal(u"index"_s); // Ready
         QCOMPARE(shown(with.window), u"webView statusBarProgressBar"_s);
 
-        with.page.say(u"session"_s); // Asking, one more in the queue
+        with.page.signal(u"session"_s); // Asking, one more in the queue
         QCOMPARE(shown(with.window),
                  u"webView infoLabel filenameLabel queueLabel statusBarProgressBar"_s);
         QCOMPARE(with.window.filenameLabel->text(), u"a b.mov"_s);
@@ -82,32 +68,32 @@ private Q_SLOTS:
         QCOMPARE(with.page.loads.back(),
                  std::string("https://host/page?session=s1&filename=a%20b.mov&size=10"));
 
-        with.page.say(u"upload"_s);
-        with.page.say(u"cancel"_s, u"s2"_s); // Asking, for the last one
+        with.page.signal(u"upload"_s);
+        with.page.signal(u"cancel"_s, u"s2"_s); // Asking, for the last one
         QCOMPARE(shown(with.window), u"webView infoLabel filenameLabel statusBarProgressBar"_s);
         QCOMPARE(with.page.loads.back(),
                  std::string("https://host/page?session=s2&filename=c.mov&size=10"));
 
-        with.page.say(u"cancel"_s); // Idle, no rows
+        with.page.signal(u"cancel"_s); // Idle, no rows
         QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
 
         with.controller.addFiles({with.file("d.mov")});
-        with.page.say(u"token"_s, u"s3"_s, u"t"_s); // Idle, with a row
+        with.page.signal(u"token"_s, u"s3"_s, u"t"_s); // Idle, with a row
         QCOMPARE(shown(with.window), u"progressPanel statusBarProgressBar drops"_s);
 
-        with.page.say(u"upload"_s); // in whatever state
+        with.page.signal(u"upload"_s); // in any state
         QCOMPARE(shown(with.window), u"statusBarProgressBar drops"_s);
-        with.page.say(u"index"_s);
+        with.page.signal(u"index"_s);
         QCOMPARE(shown(with.window), u"webView statusBarProgressBar drops"_s);
     }
 
-    void aTokenMovesTheHeadAndGivesItARow()
+    void aTokenMovesTheHeadAndAddsItsRow()
     {
         WindowFixture with;
         with.start();
         with.controller.addFiles({with.file("a"), with.file("b", 20)});
-        with.page.say(u"token"_s, u"s9"_s, u"t1"_s);
-        with.page.say(u"token"_s, u"s9"_s, {});
+        with.page.signal(u"token"_s, u"s9"_s, u"t1"_s);
+        with.page.signal(u"token"_s, u"s9"_s, {});
 
         QCOMPARE(with.waiting(), 0U);
         QCOMPARE(with.queues.uploadCount(), 2U);
@@ -122,35 +108,35 @@ private Q_SLOTS:
         with.start();
         with.delegate.applicationOpenFiles({with.file("a"), with.file("b")});
         with.delegate.applicationOpenFiles({with.file("c")});
-        with.page.say(u"session"_s);
-        with.page.say(u"session"_s);
+        with.page.signal(u"session"_s);
+        with.page.signal(u"session"_s);
         QCOMPARE(with.waiting(), 2U);
         QCOMPARE(with.queues.fileQueue().front().file.filename(), std::string("c"));
     }
 
-    void aBadPageLosesNothing()
+    void anInvalidSignalLosesNothing()
     {
         WindowFixture with;
         with.start();
-        with.page.say(u"token"_s, u"s1"_s, u"t"_s); // nothing waits
-        with.page.say(u"cancel"_s);
-        with.page.say(u"Token"_s);
-        with.page.say(u" index "_s);
+        with.page.signal(u"token"_s, u"s1"_s, u"t"_s); // no file is waiting
+        with.page.signal(u"cancel"_s);
+        with.page.signal(u"Token"_s);
+        with.page.signal(u" index "_s);
         QCOMPARE(with.queues.uploadCount(), 0U);
         QCOMPARE(with.queues.tableList().count(), 0U);
         QVERIFY(with.logged("Page title: Token") == 1);
 
         // absent elements are absent values
         with.controller.addFiles({with.file("a"), with.file("b")});
-        with.page.say(u"token"_s, {}, {});
+        with.page.signal(u"token"_s, {}, {});
         QCOMPARE(with.queues.uploadHead()->token, std::nullopt);
         QCOMPARE(with.page.loads.back(),
                  std::string("https://host/page?session=(null)&filename=b&size=10"));
-        with.page.say(u"session"_s, {});
+        with.page.signal(u"session"_s, {});
         QCOMPARE(with.logged("Session value: (null)"), 1U);
     }
 
-    void anOutdatedClientIsStoppedAndLedToAPageOfTheWebOnly()
+    void anOutdatedClientIsStoppedAndOpensOnlyWebUrls()
     {
         struct Row {
             QString build;
@@ -166,30 +152,31 @@ private Q_SLOTS:
             with.controller.viewDidLoad();
             with.desktop.answers = {kFirstButton};
             QSignalSpy terminations(&with.controller, &ViewController::terminationRequested);
-            Q_EMIT with.page.titleReceived(index(row.build, row.url));
+            Q_EMIT with.page.titleReceived(
+                {u"index"_s, {}, {}, u"2"_s, u"3"_s, row.build, row.url});
             QCOMPARE(with.desktop.alerts.size(), row.stopped);
             QCOMPARE(with.desktop.opened, row.opened);
             QCOMPARE(static_cast<std::size_t>(terminations.count()), row.stopped);
-            // whoever refuses to quit goes on as if current
+            // the user may refuse to quit
             QCOMPARE(shown(with.window), u"webView statusBarProgressBar"_s);
         }
     }
 
-    void titlesThatComeDuringAQuestionWaitForTheirTurn()
+    void aTitleDuringAnAlertIsHandledAfterIt()
     {
         WindowFixture with;
         with.controller.viewDidLoad();
         with.desktop.answers = {kFirstButton};
         with.desktop.whileModal = [&with] {
-            with.page.say(u"session"_s);
+            with.page.signal(u"session"_s);
             QCOMPARE(with.logged("Page title: session"), 0U);
         };
-        Q_EMIT with.page.titleReceived(index(u"5"_s, {}));
-        // "session" came last, so the window is Idle, not Ready
+        Q_EMIT with.page.titleReceived({u"index"_s, {}, {}, u"3"_s, {}, {}, {}});
+        // "session" is handled last, so the window is Idle, not Ready
         QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
     }
 
-    void theWindowAsksBeforeItClosesWhileFilesWaitOrUpload()
+    void closingAsksWhileFilesAreQueuedOrUploading()
     {
         WindowFixture with;
         with.start();
@@ -203,20 +190,20 @@ private Q_SLOTS:
         const Alert expected{"Not all uploads are finished.  Quit?", {}, {"No", "Yes"}};
         QVERIFY(with.desktop.alerts == std::vector<Alert>(4, expected));
 
-        with.page.say(u"token"_s, u"s"_s, u"t"_s); // under upload counts too
+        with.page.signal(u"token"_s, u"s"_s, u"t"_s);
         with.desktop.answers = {kFirstButton};
-        with.desktop.whileModal = [&with] { // asked again meanwhile: no second question
+        with.desktop.whileModal = [&with] { // a second request opens no second alert
             QVERIFY(!with.controller.windowShouldClose());
         };
         QVERIFY(!with.controller.windowShouldClose());
         QCOMPARE(with.desktop.alerts.size(), 5U);
     }
 
-    void browseHandsOnTheChoice()
+    void browseQueuesTheChosenFiles()
     {
         WindowFixture with;
         with.start();
-        with.window.browseButton->click(); // given up
+        with.window.browseButton->click(); // cancelled
         QCOMPARE(with.waiting(), 0U);
         with.desktop.choice = {with.file("a"), with.file("b")};
         with.window.show();
@@ -225,34 +212,27 @@ private Q_SLOTS:
         QTRY_COMPARE(with.waiting(), 2U);
     }
 
-    void theEnginesReportsReachTheWindow()
-    {
-        WindowFixture with;
-        with.start();
-        with.controller.addFiles({with.file("clip.mov", 1 << 20)});
-        with.page.say(u"token"_s, u"s"_s, u"t"_s);
-        QTRY_COMPARE(with.queues.uploadCount(), 0U);
-        QCOMPARE(with.queues.tableList().cell("Status", 0), std::string("Finished"));
-        QCOMPARE(with.window.statusBarProgressBar->value(), 100);
-        QCOMPARE(with.window.filenameStatusBarLabel->text(), u"[none]"_s);
-        QCOMPARE(with.window.uploadStatusBarLabel->text(), u"Upload rate: 0.000 MB/s"_s);
-        QVERIFY(with.controller.windowShouldClose());
-    }
-
-    void theEnginesQuestionIsAnsweredInTheWindow()
+    void theEngineReportsAndAsksInTheWindow()
     {
         WindowFixture with;
         with.start();
         with.fakeLink.copies["clip.mov"] = {std::string(4, 'x'), 10};
         with.controller.addFiles({with.file("clip.mov")});
-        with.page.say(u"token"_s, u"s"_s, u"t"_s);
-        QTRY_VERIFY(with.desktop.openQuestion != nullptr);
+        with.page.signal(u"token"_s, u"s"_s, u"t"_s);
+        QTRY_VERIFY(with.desktop.answer != nullptr);
         QCOMPARE(with.desktop.alerts.back().buttons.size(), 3U);
-        QCOMPARE(with.desktop.questionTitle, u"clip.mov"_s);
-        with.desktop.openQuestion(kThirdButton);
+        QCOMPARE(with.desktop.title, u"clip.mov"_s);
+        Q_EMIT with.view.statusBarChanged(u"a\nb.mov"_s, u"Upload rate: 1.000 MB/s"_s);
+        QCOMPARE(with.window.filenameStatusBarLabel->text(), u"a␊b.mov"_s);
+        QCOMPARE(with.window.uploadStatusBarLabel->text(), u"Upload rate: 1.000 MB/s"_s);
+        with.desktop.answer(kThirdButton);
         QTRY_COMPARE(with.queues.uploadCount(), 0U);
         QCOMPARE(with.fakeLink.confirmations, std::vector<std::string>{"resume"});
         QCOMPARE(with.fakeLink.copies["clip.mov"].bytes.size(), 10U);
+        QCOMPARE(with.queues.tableList().cell("Status", 0), std::string("Finished"));
+        QCOMPARE(with.window.statusBarProgressBar->value(), 100);
+        QCOMPARE(with.window.filenameStatusBarLabel->text(), u"[none]"_s);
+        QVERIFY(with.controller.windowShouldClose());
     }
 };
 

@@ -1,4 +1,4 @@
-// The window over a fake page, a fake desktop and a fake link; all else is real.
+// The window over a fake page, a fake desktop and a fake link; all other parts are real.
 #pragma once
 
 #include "engine/clock.h"
@@ -6,16 +6,72 @@
 #include "tests/fakes/fake_transfer_link.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
-#include "tests/ui/fakes.h"
 #include "ui/app_delegate.h"
+#include "ui/desktop.h"
 #include "ui/view_controller.h"
 
+#include <QUrl>
 #include <algorithm>
+#include <deque>
 
 namespace quenmoor {
 
-// The upload thread waits for the event loop at its first report, so as long as a test does not
-// run the loop, a file that got its token stays at the head of the upload queue.
+class FakePage : public ServicePage {
+public:
+    std::vector<std::string> loads;
+
+    QWidget* widget() override { return widget_; }
+    void load(const QUrl& url) override { loads.push_back(url.toEncoded().toStdString()); }
+
+    void signal(const QString& title, const std::optional<QString>& session = QStringLiteral("s1"),
+                const std::optional<QString>& token = {})
+    {
+        Q_EMIT titleReceived({title, session, token, {}, {}, {}, {}});
+    }
+
+private:
+    QWidget* widget_ = new QWidget; // the window takes ownership
+};
+
+struct FakeDesktop : Desktop {
+    std::deque<std::optional<std::int32_t>> answers; // of runModal; nullopt when it is empty
+    std::function<void()> whileModal;                // called by runModal
+    std::vector<FileUrl> choice;                     // of chooseFiles; empty means cancelled
+
+    std::vector<Alert> alerts;
+    std::vector<std::string> opened;
+    QString title;                            // of the latest openModal
+    std::function<void(std::int32_t)> answer; // answers it
+
+    std::optional<std::int32_t> runModal(QWidget* /*window*/, const Alert& alert) override
+    {
+        alerts.push_back(alert);
+        if (whileModal)
+            whileModal();
+        if (answers.empty())
+            return std::nullopt;
+        const auto given = answers.front();
+        answers.pop_front();
+        return given;
+    }
+    void openModal(QWidget* /*window*/, const QString& alertTitle, const Alert& alert,
+                   std::function<void(std::int32_t)> onAnswer) override
+    {
+        title = alertTitle;
+        alerts.push_back(alert);
+        answer = std::move(onAnswer);
+    }
+    void chooseFiles(QWidget* /*window*/,
+                     std::function<void(const std::vector<FileUrl>&)> onChosen) override
+    {
+        if (!choice.empty())
+            onChosen(choice);
+    }
+    void openUrl(const QUrl& url) override { opened.push_back(url.toEncoded().toStdString()); }
+};
+
+// The upload thread blocks in its first report until the event loop runs. A test that does not run
+// the loop therefore finds a file with a token at the head of the upload queue.
 class WindowFixture {
 public:
     const TempFolder folder;
@@ -39,12 +95,10 @@ public:
     {
         delegate.setWindow(&window);
     }
-
     ~WindowFixture()
     {
         bridge.close();
         clock.end();
-        // Without a limit that a slow machine could meet: a test's links let go by themselves.
         if (!engine.waitForEnd(std::chrono::minutes(1)))
             std::abort();
     }
@@ -54,12 +108,12 @@ public:
         return FileUrl::fromPath(folder.file(name, std::string(size, 'x')));
     }
 
-    // Up to the idle state, with what the page would say.
+    // Brings the window to the idle state.
     void start()
     {
         controller.viewDidLoad();
-        page.say(QStringLiteral("index"));
-        page.say(QStringLiteral("session"));
+        page.signal(QStringLiteral("index"));
+        page.signal(QStringLiteral("session"));
         page.loads.clear();
     }
 

@@ -1,9 +1,8 @@
-// What the embedded page may do, what goes over the wire, and what stands in its place when there
-// is none.
+// What the embedded page may do, what is sent to the service, and the panel that replaces a page
+// that cannot be loaded.
 #include "base/text.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/ui/page/web_fixture.h"
-#include "ui/service_page.h"
 
 #include <QApplication>
 #include <QLabel>
@@ -19,256 +18,185 @@ class WebServicePageTest : public QObject {
     Q_OBJECT
 
 public:
-    explicit WebServicePageTest(const TrustingHome& home) : home_(home), files_(home.files()) {}
+    explicit WebServicePageTest(const TrustingHome& home)
+        : home_(home), files_(home.files()), web_(home.certificate())
+    {
+    }
 
 private Q_SLOTS:
-    void theQueryGoesOutByteForByte();
-    void aHostileSessionStaysInTheQuery();
-    void aFailedLoadShowsWhyAndReloadTriesTheSameAgain_data();
-    void aFailedLoadShowsWhyAndReloadTriesTheSameAgain();
-    void aSilentServiceIsGivenUp();
-    void aLoadThatCutsOffAnotherOneIsNoFailure();
-    void aDeadRendererShowsThePanelAndReloadBringsThePageBack();
+    void init() { web_.reset(); }
+    void theQueryIsSentByteForByteAndKeepsAHostileSession();
+    void aFailedLoadShowsThePanelAndReloadSendsTheSameRequest();
+    void aLoadTimesOutUnlessTheWindowDeletedThePage();
+    void aReplacedLoadIsNoFailure();
+    void aCrashedRendererShowsThePanelAndReloadShowsThePageAgain();
     void anUntrustedCertificateIsNeverAccepted();
     void linksToOtherWindowsAndSitesOpenInTheBrowser();
-    void scriptsOpenNoWindowAndAskNothing();
-    void aPageThatWillNotBeLeftIsLeft();
-    void theWindowMayDeleteThePageFirst();
-    void nothingIsLeftInTheHomeFolder();
+    void scriptsCannotOpenWindowsDialogsOrDevices();
+    void aPageCannotPreventTheNextLoad();
+    void nothingIsStoredInTheHomeFolder();
 
 private:
-    const TrustingHome& home_;
-    const std::map<std::string, std::string> files_; // of the home folder, at the start
+    static bool waitForPanel(WebFixture& web)
+    {
+        return QTest::qWaitFor([&web] { return web.isPanelShown(); }, 20'000);
+    }
+    static QString panelReason(WebFixture& web)
+    {
+        return web.page.widget()->findChild<QLabel*>(u"failureReason"_s)->text();
+    }
+    void pressReload()
+    {
+        auto* const button = web_.page.widget()->findChild<QPushButton*>(u"reloadButton"_s);
+        QTest::keyClick(button, Qt::Key_Space);
+        QTRY_VERIFY(!web_.received.empty() && web_.received.back().title == u"end");
+        QVERIFY(!web_.isPanelShown());
+    }
+    // Shows `html`, clicks on it and waits for the title "clicked".
+    void showAndClick(const std::string& html)
+    {
+        // A page accepts clicks after it has been painted.
+        web_.show("<style>a { position: fixed; inset: 0; }</style>" + html +
+                  "<script>onclick = () => setTimeout(() => document.title = 'clicked', 50);"
+                  "requestAnimationFrame(() => requestAnimationFrame(() => {"
+                  "  document.title = 'end'; }));</script>");
+        QTest::mouseClick(web_.view()->focusProxy(), Qt::LeftButton, {}, QPoint(50, 50));
+        QTRY_COMPARE(web_.received.back().title, u"clicked"_s);
+    }
+
     const SilentLog log_;
+    const TrustingHome& home_;
+    const std::map<std::string, std::string> files_; // of the home folder at the start
+    WebFixture web_;
 };
 
-namespace {
-
-QString panelText(WebFixture& web, const QString& name)
+void WebServicePageTest::theQueryIsSentByteForByteAndKeepsAHostileSession()
 {
-    return web.page.widget()->findChild<QLabel*>(name)->text();
-}
-
-void pressReload(WebFixture& web)
-{
-    QTest::keyClick(web.page.widget()->findChild<QPushButton*>(u"reloadButton"_s), Qt::Key_Space);
-}
-
-bool panelComes(WebFixture& web)
-{
-    return QTest::qWaitFor([&] { return web.isPanelShown(); }, 20'000);
-}
-
-// Clicks where the page's only content, a link over all of it, lies.
-void clickPage(WebFixture& web)
-{
-    QTest::mouseClick(web.view()->focusProxy(), Qt::LeftButton, Qt::NoModifier, QPoint(50, 50));
-}
-
-// A page that has been painted takes clicks.
-const QByteArray kEndWhenPainted = "requestAnimationFrame(() => requestAnimationFrame(() => {"
-                                   "  document.title = 'end'; }));";
-const QByteArray kLinkStyle = "<style>a { position: fixed; inset: 0; }</style>";
-
-} // namespace
-
-void WebServicePageTest::theQueryGoesOutByteForByte()
-{
-    WebFixture web(home_.certificate());
-    web.service.setPage(kIndex, "<title>end</title>");
+    web_.service.setPage(kIndex, {"<title>end</title>", 200});
+    const QString base = web_.service.url(kIndex).toString();
     std::string name;
     for (int byte = 1; byte < 256; ++byte)
-        if (byte != '\'') // the engine writes it as %27
+        if (byte != '\'') // the engine sends it as %27
             name += static_cast<char>(byte);
-
-    web.load(pageUrl(web.service.baseUrl(), std::nullopt, name, 9'223'372'036'854'775'807));
-    web.load(pageUrl(web.service.baseUrl(), u"5e55"_s, "it's %41 100%.mov", 0));
-
-    const std::string path = "/files/upload/index.html";
-    QCOMPARE(web.service.targets().at(0),
-             path + "?session=(null)&filename=" + percentEncodeQuery(name) +
+    web_.load(pageUrl(base, std::nullopt, name, 9'223'372'036'854'775'807));
+    QCOMPARE(web_.service.targets().back(),
+             std::string(kIndex) + "?session=(null)&filename=" + percentEncodeQuery(name) +
                  "&size=9223372036854775807");
-    QCOMPARE(web.service.targets().at(1),
-             path + "?session=5e55&filename=it%27s%20%2541%20100%25.mov&size=0");
-}
-
-void WebServicePageTest::aHostileSessionStaysInTheQuery()
-{
-    WebFixture web(home_.certificate());
-    web.service.setPage(kIndex, "<title>end</title>");
     for (const QString& session : {u"@evil.example/"_s, u" \n\t<\">"_s, u"\\\\evil%zz%"_s,
                                    u"http://evil.example"_s, u"a#b"_s, u"\u00e9\U0001F600"_s}) {
-        web.load(pageUrl(web.service.baseUrl(), session, "a", 1));
-        QCOMPARE(web.view()->url().adjusted(QUrl::RemoveQuery | QUrl::RemoveFragment),
-                 QUrl(web.service.baseUrl()));
-        QVERIFY(web.service.targets().back().starts_with(std::string(kIndex) + "?session="));
+        web_.load(pageUrl(base, session, "a", 1));
+        QCOMPARE(web_.view()->url().adjusted(QUrl::RemoveQuery | QUrl::RemoveFragment), QUrl(base));
+        QVERIFY(web_.service.targets().back().starts_with(std::string(kIndex) + "?session="));
     }
 }
 
-void WebServicePageTest::aFailedLoadShowsWhyAndReloadTriesTheSameAgain_data()
+void WebServicePageTest::aFailedLoadShowsThePanelAndReloadSendsTheSameRequest()
 {
-    QTest::addColumn<int>("status");
-    QTest::addColumn<bool>("attachment");
-    QTest::newRow("no page") << 404 << false;
-    QTest::newRow("service in trouble") << 503 << false;
-    QTest::newRow("no content") << 204 << false;
-    QTest::newRow("a download") << 200 << true;
+    for (const ScriptedService::Page& failing :
+         {ScriptedService::Page{"<title>token</title>The service's own text.", 404},
+          ScriptedService::Page{{}, 204},
+          ScriptedService::Page{"bytes", 200, "attachment; filename=unwanted.bin"}}) {
+        web_.reset();
+        web_.service.setPage(kIndex, failing);
+        web_.page.load(pageUrl(web_.service.url(kIndex).toString(), u"s"_s, "it's.mov", 1));
+        QVERIFY(waitForPanel(web_));
+        QCOMPARE(panelReason(web_), u"The service responded, but not with its upload page."_s);
+
+        web_.service.setPage(kIndex, {"<title>end</title>", 200});
+        pressReload();
+        const std::vector<std::string> targets = web_.service.targets();
+        QCOMPARE(targets.size(), 2U);
+        QCOMPARE(targets[0], targets[1]);
+    }
 }
 
-void WebServicePageTest::aFailedLoadShowsWhyAndReloadTriesTheSameAgain()
+void WebServicePageTest::aLoadTimesOutUnlessTheWindowDeletedThePage()
 {
-    QFETCH(int, status);
-    QFETCH(bool, attachment);
-    WebFixture web(home_.certificate());
-    const QUrl url = pageUrl(web.service.baseUrl(), u"s"_s, "it's.mov", 1);
-    if (attachment)
-        web.service.setAttachment(kIndex);
-    else
-        web.service.setPage(kIndex, "<title>token</title>The service's own words.", status);
+    WebFixture deleted(home_.certificate(), std::chrono::milliseconds(100));
+    WebFixture later(home_.certificate(), std::chrono::milliseconds(300));
+    for (WebFixture* const web : {&deleted, &later})
+        web->service.setPage("/silent", {{}, ScriptedService::kSilent});
+    deleted.page.load(deleted.service.url("/silent"));
+    delete deleted.page.widget();
+    QVERIFY(deleted.page.widget() == nullptr);
+    deleted.page.load(deleted.service.url(kIndex));
 
-    web.page.load(url);
-    QVERIFY(panelComes(web));
-    QVERIFY(!panelText(web, u"failureReason"_s).isEmpty());
-
-    web.service.setPage(kIndex, "<title>end</title>");
-    pressReload(web);
-    QTRY_VERIFY(!web.signals_.empty() && web.signals_.back().title == u"end");
-    QVERIFY(!web.isPanelShown());
-    const std::vector<std::string> targets = web.service.targets();
-    QCOMPARE(targets.size(), std::size_t{2});
-    QCOMPARE(targets[0], targets[1]);
+    later.page.load(later.service.url("/silent"));
+    QVERIFY(waitForPanel(later));
+    QCOMPARE(panelReason(later), u"The service does not respond."_s);
 }
 
-void WebServicePageTest::aSilentServiceIsGivenUp()
+void WebServicePageTest::aReplacedLoadIsNoFailure()
 {
-    WebFixture web(home_.certificate(), std::chrono::milliseconds(300));
-    web.service.setSilent("/silent");
-    web.page.load(web.service.url("/silent"));
-
-    QVERIFY(panelComes(web));
-    QCOMPARE(panelText(web, u"failureReason"_s), u"The service does not respond."_s);
+    web_.service.setPage("/silent", {{}, ScriptedService::kSilent});
+    web_.page.load(web_.service.url("/silent"));
+    QTRY_VERIFY(!web_.service.targets().empty());
+    web_.show("<title>end</title>");
+    QTRY_VERIFY(!web_.view()->page()->isLoading());
+    QVERIFY(!web_.isPanelShown());
 }
 
-void WebServicePageTest::aLoadThatCutsOffAnotherOneIsNoFailure()
+void WebServicePageTest::aCrashedRendererShowsThePanelAndReloadShowsThePageAgain()
 {
-    WebFixture web(home_.certificate());
-    web.service.setSilent("/silent");
-    web.service.setPage(kIndex, "<title>end</title>");
-    web.page.load(web.service.url("/silent"));
-    QTRY_VERIFY(!web.service.targets().empty());
-    web.load(web.service.url(kIndex));
-
-    QTRY_VERIFY(!web.view()->page()->isLoading());
-    QVERIFY(!web.isPanelShown());
-}
-
-void WebServicePageTest::aDeadRendererShowsThePanelAndReloadBringsThePageBack()
-{
-    WebFixture web(home_.certificate());
-    web.show("<title>end</title>");
-    ::kill(static_cast<pid_t>(web.view()->page()->renderProcessPid()), SIGKILL);
-
-    QVERIFY(panelComes(web));
-    pressReload(web);
-    QTRY_COMPARE(web.titles(), u"end|end"_s);
-    QVERIFY(!web.isPanelShown());
+    web_.show("<title>end</title>");
+    web_.received.clear();
+    ::kill(static_cast<pid_t>(web_.view()->page()->renderProcessPid()), SIGKILL);
+    QVERIFY(waitForPanel(web_));
+    pressReload();
 }
 
 void WebServicePageTest::anUntrustedCertificateIsNeverAccepted()
 {
     WebFixture web(home_.untrustedCertificate());
-    web.service.setPage(kIndex, "<title>end</title>");
     web.page.load(web.service.url(kIndex));
-
-    QVERIFY(panelComes(web));
-    QVERIFY(panelText(web, u"failureReason"_s).contains(u"certificate"_s));
+    QVERIFY(waitForPanel(web));
+    QVERIFY(panelReason(web).contains(u"certificate"_s));
     QVERIFY(web.service.targets().empty());
 }
 
 void WebServicePageTest::linksToOtherWindowsAndSitesOpenInTheBrowser()
 {
-    WebFixture web(home_.certificate());
-    for (const char* link : {"<a target=_blank href='https://one.example/?x=1'>",
-                             "<a target=_blank rel=noopener href='https://two.example/'>",
-                             "<a href='http://three.example/'>",
-                             "<a target=_blank href='mailto:someone@four.example'>",
-                             "<a href='file:///etc/passwd'>", "<a target=_blank href='/own'>"}) {
-        web.show(kLinkStyle + link +
-                 "link</a><script>onclick = () => setTimeout(() => {"
-                 "document.title = 'clicked'; }, 100);" +
-                 kEndWhenPainted + "</script>");
-        clickPage(web);
-        QTRY_COMPARE(web.signals_.back().title, u"clicked"_s);
-    }
-
-    QCOMPARE(web.opened.size(), std::size_t{4});
-    QCOMPARE(web.opened[0], QUrl(u"https://one.example/?x=1"_s));
-    QCOMPARE(web.opened[1], QUrl(u"https://two.example/"_s));
-    QCOMPARE(web.opened[2], QUrl(u"http://three.example/"_s));
-    QCOMPARE(web.opened[3], web.service.url("/own"));
-    QVERIFY(!web.isPanelShown());
+    for (const char* link :
+         {"<a target=_blank href='https://one.example/?x=1'>", "<a href='http://two.example/'>",
+          "<a target=_blank href='/own'>", "<a target=_blank href='mailto:someone@three.example'>",
+          "<a href='file:///etc/passwd'>"})
+        showAndClick(std::string(link) + "link</a>");
+    QCOMPARE(web_.opened, (std::vector{QUrl(u"https://one.example/?x=1"_s),
+                                       QUrl(u"http://two.example/"_s), web_.service.url("/own")}));
+    QVERIFY(!web_.isPanelShown());
 }
 
-void WebServicePageTest::scriptsOpenNoWindowAndAskNothing()
+void WebServicePageTest::scriptsCannotOpenWindowsDialogsOrDevices()
 {
-    WebFixture web(home_.certificate());
-    web.show("<script>onload = async () => {"
-             "  const said = [open('https://popup.example/'), alert('a'), confirm('b'),"
-             "    prompt('c')];"
-             "  said.push(await Notification.requestPermission());"
-             "  said.push(await new Promise(done => navigator.geolocation.getCurrentPosition("
-             "    () => done('here'), error => done(error.code))));"
-             "  said.push(await navigator.mediaDevices.getUserMedia({ audio: true })"
-             "    .then(() => 'heard', () => 'deaf'));"
-             "  document.title = JSON.stringify(said); document.title = 'end'; };</script>");
-
-    QCOMPARE(web.signals_[0].title, u"[null,null,false,null,\"denied\",1,\"deaf\"]"_s);
-    QVERIFY(web.opened.empty());
+    web_.show("<script>onload = async () => {"
+              "  const results = [open('https://popup.example/'), alert('a'), confirm('b'),"
+              "    prompt('c')];"
+              "  results.push(await Notification.requestPermission());"
+              "  results.push(await new Promise(done =>"
+              "    navigator.geolocation.getCurrentPosition("
+              "      () => done('found'), error => done(error.code))));"
+              "  results.push(await navigator.mediaDevices.getUserMedia({ audio: true })"
+              "    .then(() => 'open', () => 'rejected'));"
+              "  document.title = JSON.stringify(results); document.title = 'end'; };</script>");
+    QCOMPARE(web_.received[0].title, u"[null,null,false,null,\"denied\",1,\"rejected\"]"_s);
+    QVERIFY(web_.opened.empty());
 }
 
-void WebServicePageTest::aPageThatWillNotBeLeftIsLeft()
+void WebServicePageTest::aPageCannotPreventTheNextLoad()
 {
-    WebFixture web(home_.certificate());
-    web.show("<p>Something to paint.</p><script>onbeforeunload = event => { event.preventDefault();"
-             "  return event.returnValue = 'stay'; };"
-             "onclick = () => { document.title = 'clicked' };" +
-             kEndWhenPainted + "</script>");
-    clickPage(web); // only a page that the user has touched may ask
-    QTRY_COMPARE(web.signals_.back().title, u"clicked"_s);
-
-    web.show("<title>end</title>");
-    QCOMPARE(web.titles(), u"end|clicked|end"_s);
+    // Only a page that the user has clicked may ask.
+    showAndClick("<p>Text</p><script>onbeforeunload = event => { event.preventDefault();"
+                 "  return event.returnValue = 'stay'; };</script>");
+    web_.show("<title>end</title>");
+    QCOMPARE(web_.titles(), u"end|clicked|end"_s);
 }
 
-void WebServicePageTest::theWindowMayDeleteThePageFirst()
+void WebServicePageTest::nothingIsStoredInTheHomeFolder()
 {
-    constexpr auto kPatience = std::chrono::milliseconds(300);
-    WebFixture web(home_.certificate(), kPatience);
-    web.service.setSilent("/silent");
-    web.page.load(web.service.url("/silent"));
-    QTRY_VERIFY(!web.service.targets().empty());
-    delete web.page.widget();
-    QVERIFY(web.page.widget() == nullptr);
-    web.page.load(web.service.url(kIndex));
-
-    // the time of the load that was cut off passes
-    WebFixture later(home_.certificate(), kPatience);
-    later.service.setSilent("/silent");
-    later.page.load(later.service.url("/silent"));
-    QVERIFY(panelComes(later));
-    QCOMPARE(web.service.targets().size(), std::size_t{1});
-}
-
-void WebServicePageTest::nothingIsLeftInTheHomeFolder()
-{
-    {
-        WebFixture web(home_.certificate());
-        web.show(
-            "<script>onload = async () => { document.cookie = 'a=b; max-age=99999';"
-            "  localStorage.a = 'b'; await (await caches.open('c')).put('/d', new Response('e'));"
-            "  indexedDB.open('f').onsuccess = () => document.title = 'end'; };</script>");
-        QVERIFY(web.view()->page()->profile()->isOffTheRecord());
-    }
+    web_.show("<script>onload = async () => { document.cookie = 'a=b; max-age=99999';"
+              "  localStorage.a = 'b'; await (await caches.open('c')).put('/d', new Response('e'));"
+              "  indexedDB.open('f').onsuccess = () => document.title = 'end'; };</script>");
+    QVERIFY(web_.view()->page()->profile()->isOffTheRecord());
     QVERIFY(home_.files() == files_);
 }
 

@@ -1,0 +1,243 @@
+// The widgets that show files: what a drop delivers, what the table displays, and which pixels one
+// sample of the progress repaints.
+#include "tests/fakes/quiet_log.h"
+#include "tests/fakes/temp_folder.h"
+#include "ui/appearance.h"
+#include "ui/drag_view.h"
+#include "ui/main_window.h"
+#include "ui/status_table_model.h"
+
+#include <QAbstractItemModelTester>
+#include <QApplication>
+#include <QDropEvent>
+#include <QHeaderView>
+#include <QMimeData>
+#include <QPaintEvent>
+#include <QProgressBar>
+#include <QScrollBar>
+#include <QSignalSpy>
+#include <QTableView>
+#include <QTest>
+#include <array>
+
+namespace quenmoor {
+
+using namespace Qt::StringLiterals;
+
+// A window with a table that is longer than its viewport; the first file is under upload.
+class UploadingWindow : public QObject {
+public:
+    TempFolder folder;
+    UploadQueues queues;
+    StatusTableModel model{queues};
+    QAbstractItemModelTester tester{&model};
+    MainWindow window{new QWidget};
+    QTableView& grid = *window.progressGrid;
+
+    UploadingWindow()
+    {
+        grid.setModel(&model);
+        window.setPanelsShown(false, true);
+        window.setPageShown(false);
+        window.setStatusBarShown(true);
+        addRows(100);
+        for (QWidget* const widget : window.findChildren<QWidget*>())
+            widget->installEventFilter(this);
+        window.show();
+        if (!QTest::qWaitForWindowExposed(&window))
+            qFatal("the window is not shown");
+    }
+
+    void addRows(int count)
+    {
+        const FileUrl file = FileUrl::fromPath(folder.file("line\nfeed\xFF.mov", "x"));
+        for (int i = 0; i < count; ++i) {
+            queues.addFiles(std::array{file});
+            if (queues.acceptToken("t"))
+                model.appendRow(file);
+        }
+    }
+
+    // Runs `change` and returns the painted region of the table and the names of other painted
+    // widgets.
+    std::pair<QRegion, QStringList> paintedBy(const std::function<void()>& change)
+    {
+        processAll();
+        painted_ = {};
+        change();
+        processAll();
+        return painted_;
+    }
+    QRegion paintedByRefresh(std::size_t row)
+    {
+        ++percent_;
+        return paintedBy([&] {
+                   queues.tableList().replace(row, std::to_string(percent_), percent_);
+                   model.refreshCurrentRow();
+               })
+            .first;
+    }
+    QRect cellsOf(int row) const
+    {
+        return grid.visualRect(model.index(row, StatusTableModel::Status)) |
+               grid.visualRect(model.index(row, StatusTableModel::Percent));
+    }
+
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        events_ += event->type() == QEvent::Paint || event->type() == QEvent::LayoutRequest ? 1 : 0;
+        if (event->type() != QEvent::Paint)
+            return false;
+        if (watched == grid.viewport())
+            painted_.first += static_cast<QPaintEvent*>(event)->region();
+        else if (!watched->objectName().isEmpty())
+            painted_.second << watched->objectName();
+        return false;
+    }
+
+private:
+    // A layout can cause another layout and a repaint.
+    void processAll()
+    {
+        for (int before = -1; before != events_;) {
+            before = events_;
+            QCoreApplication::processEvents();
+        }
+    }
+
+    std::pair<QRegion, QStringList> painted_;
+    int events_ = 0;
+    int percent_ = 0;
+};
+
+class WidgetsTest : public QObject {
+    Q_OBJECT
+
+private:
+    RecordingLog log_;
+
+    using Paths = std::vector<std::string>;
+
+    static Paths pathsOf(const std::vector<FileUrl>& files)
+    {
+        Paths paths;
+        for (const FileUrl& file : files)
+            paths.push_back(file.path());
+        return paths;
+    }
+
+private Q_SLOTS:
+    void aUriListNamesLocalFilesByTheirBytes()
+    {
+        for (const auto& [list, paths] : std::vector<std::pair<const char*, Paths>>{
+                 {"file:///tmp/a%20b%231.mov\r\n", {"/tmp/a b#1.mov"}},
+                 {"file:///why%3F.mov\nfile:///why?.mov", {"/why?.mov", "/why?.mov"}},
+                 {"file:///100%25.mov\nfile:///a%0Ab.mov", {"/100%.mov", "/a\nb.mov"}},
+                 {"file:///caf%E9\nfile:///\xC3\xA9", {"/caf\xE9", "/\xC3\xA9"}},
+                 {"file:/a%20b.mov\nfile://localhost/a", {"/a b.mov", "/a"}},
+                 {"# comment\r\nhttps://host/two\r\n\r\nfile://elsewhere/three\r\n"
+                  "file:///four%00\r\nfile:///five",
+                  {"/five"}}}) {
+            QMimeData data;
+            data.setData(u"text/uri-list"_s, list);
+            QVERIFY2(pathsOf(DragView::draggedFiles(data)) == paths, list);
+        }
+    }
+
+    void aDropIsACopyAndDeliversOneList()
+    {
+        DragView view;
+        view.registerForDraggedTypes();
+        QSignalSpy dropped(&view, &DragView::filesDropped);
+        QMimeData data;
+        data.setData(u"text/uri-list"_s, "file:///tmp/b\nfile:///tmp/a%20c\n");
+        QDragEnterEvent enter({1, 1}, Qt::MoveAction | Qt::CopyAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(&view, &enter);
+        QVERIFY(enter.isAccepted() && enter.dropAction() == Qt::CopyAction);
+        QDropEvent drop({1, 1}, Qt::MoveAction | Qt::CopyAction, &data, Qt::LeftButton, {});
+        QApplication::sendEvent(&view, &drop);
+        QCOMPARE(drop.dropAction(), Qt::CopyAction);
+        QCOMPARE(dropped.count(), 1);
+        QCOMPARE(pathsOf(dropped[0][0].value<std::vector<FileUrl>>()),
+                 (Paths{"/tmp/b", "/tmp/a c"}));
+        QCOMPARE(log_.system(),
+                 (Paths{"File dropped in DragView: /tmp/b", "File dropped in DragView: /tmp/a c"}));
+
+        QMimeData text;
+        text.setText(u"words"_s);
+        QDragEnterEvent other({1, 1}, Qt::CopyAction, &text, Qt::LeftButton, {});
+        other.ignore();
+        QApplication::sendEvent(&view, &other);
+        QVERIFY(!other.isAccepted());
+    }
+
+    void theTableDisplaysPrintableTextAndTheWholePathAsToolTip()
+    {
+        UploadingWindow with;
+        with.queues.tableList().replace(0, "Uploading at 1.000 MB/s", 45);
+        const auto text = [&with](int column, int role = Qt::DisplayRole) {
+            return with.model.index(0, column).data(role).toString();
+        };
+        QCOMPARE(text(StatusTableModel::File), u"line␊feed\uFFFD.mov"_s);
+        QCOMPARE(text(StatusTableModel::Status), u"Uploading at 1.000 MB/s"_s);
+        QCOMPARE(text(StatusTableModel::Percent), u"45%"_s);
+        QCOMPARE(text(StatusTableModel::Percent, StatusTableModel::PercentRole), u"45"_s);
+        QCOMPARE(text(StatusTableModel::File, Qt::ToolTipRole),
+                 QString::fromStdString(with.folder.path()) + u"/line␊feed\uFFFD.mov"_s);
+    }
+
+    void aRefreshRepaintsTheTwoCellsOfTheCurrentRowAndNothingOutOfSight()
+    {
+        UploadingWindow with;
+        QCOMPARE(with.paintedByRefresh(0), QRegion(with.cellsOf(0)));
+        with.queues.removeUploadHead();
+        QCOMPARE(with.paintedByRefresh(1), QRegion(with.cellsOf(1)));
+
+        with.grid.scrollToBottom();
+        QCOMPARE(with.paintedByRefresh(1), QRegion());
+        const auto shown = with.paintedBy([&] { with.grid.scrollToTop(); });
+        QVERIFY(shown.first.contains(with.cellsOf(1)));
+        with.window.setPanelsShown(true, false);
+        QCOMPARE(with.paintedByRefresh(1), QRegion());
+
+        while (with.queues.uploadCount() > 0)
+            with.queues.removeUploadHead();
+        QSignalSpy changed(&with.model, &QAbstractItemModel::dataChanged);
+        with.model.refreshCurrentRow();
+        QCOMPARE(changed.count(), 0);
+    }
+
+    void newRowsKeepTheSelectionAndTheScrollPosition()
+    {
+        UploadingWindow with;
+        with.grid.selectRow(50);
+        with.grid.scrollTo(with.model.index(50, 0), QAbstractItemView::PositionAtTop);
+        const int position = with.grid.verticalScrollBar()->value();
+        with.addRows(100);
+        QCoreApplication::processEvents();
+        QCOMPARE(with.grid.verticalScrollBar()->value(), position);
+        QCOMPARE(with.grid.selectionModel()->selectedRows().value(0).row(), 50);
+    }
+
+    void theStatusBarRepaintsOnlyWhatChanged()
+    {
+        UploadingWindow with;
+        const auto set = [&with](const QString& rate) {
+            return with.paintedBy([&with, rate] {
+                with.window.filenameStatusBarLabel->setElidedText(u"clip.mov"_s);
+                with.window.uploadStatusBarLabel->setText(rate);
+                with.window.statusBarProgressBar->setValue(50);
+            });
+        };
+        set(u"Upload rate: 111.111 MB/s"_s);
+        QCOMPARE(set(u"Upload rate: 111.111 MB/s"_s).second, QStringList());
+        const auto painted = set(u"Upload rate: 2.222 MB/s"_s);
+        QCOMPARE(painted.second, QStringList(u"uploadStatusBarLabel"_s));
+        QVERIFY(painted.first.isEmpty());
+    }
+};
+
+} // namespace quenmoor
+
+QTEST_MAIN(quenmoor::WidgetsTest)
+#include "widgets_test.moc"
