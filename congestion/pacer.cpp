@@ -11,6 +11,7 @@ constexpr double kMinBacklogPackets = 48; // four blocks
 constexpr double kMinBacklogTime = 1'000;
 constexpr double kBurstTime = 12'000; // one and a half of the library's longest sleeps
 constexpr double kMaxCatchUp = 2'000;
+constexpr double kSignalInterval = 250;
 constexpr Micros kStallTimeout = 10'000'000; // also the library's limit for room in its buffer
 constexpr Micros kNever = std::numeric_limits<Micros>::max();
 
@@ -73,14 +74,16 @@ Micros Pacer::releaseTime(std::int64_t packets) const
     return timed ? static_cast<Micros>(nextRelease_) : 0;
 }
 
-// True once for every change by which the waiting block may be released before its thread wakes.
-// The library calls for each packet with a lock of its own held, so that a needless signal would
-// cost throughput.
+// True once for each change by which the waiting block may be released before its thread wakes. The
+// library calls for every packet with a lock of its own held, and each signal costs throughput.
+// Therefore the backlog must also have room for the packets of kSignalInterval: at high rates the
+// thread then releases several blocks for each signal.
 bool Pacer::waiterMayRunEarlier()
 {
     if (waiting_ == 0)
         return false;
-    const Micros release = releaseTime(waiting_);
+    const auto room = static_cast<std::int64_t>(kSignalInterval / path_.packetInterval);
+    const Micros release = releaseTime(std::max(waiting_, room));
     if (release >= wakeTime_)
         return false;
     wakeTime_ = release;
