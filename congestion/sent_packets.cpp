@@ -5,6 +5,20 @@
 
 namespace quenmoor {
 
+std::vector<NumberRange> decodeLossReport(std::span<const std::int32_t> report, std::int64_t near)
+{
+    std::vector<NumberRange> ranges;
+    for (std::size_t i = 0; i < report.size(); ++i) {
+        const bool isPair = report[i] < 0;
+        const std::int64_t first = unwrapped(report[i] & INT32_MAX, near);
+        if (!isPair)
+            ranges.push_back({first, first});
+        else if (++i < report.size())
+            ranges.push_back({first, unwrapped(report[i] & INT32_MAX, near)});
+    }
+    return ranges;
+}
+
 std::int64_t LossRanges::insert(NumberRange range)
 {
     const std::int64_t before = count_;

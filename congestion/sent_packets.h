@@ -7,6 +7,7 @@
 #pragma once
 
 #include <map>
+#include <span>
 #include <vector>
 
 #include "congestion/delivery_rate.h"
@@ -27,6 +28,11 @@ struct NumberRange {
     std::int64_t first;
     std::int64_t last;
 };
+
+// Decodes a loss report of the library: single numbers, and pairs of numbers whose first has its
+// top bit set. Leaves out such a number at the end of the report. `near` is used to unwrap the
+// numbers.
+std::vector<NumberRange> decodeLossReport(std::span<const std::int32_t> report, std::int64_t near);
 
 // A set of sequence numbers, stored as ranges that neither touch nor overlap. Used by one thread
 // at a time.

@@ -12,8 +12,6 @@
 namespace quenmoor {
 namespace {
 
-constexpr std::uint32_t kFirstOfPair = 0x80000000U;
-
 class SteadyClock final : public PacingClock {
 public:
     Micros now() const override
@@ -31,21 +29,6 @@ private:
     using steady_clock = std::chrono::steady_clock;
     using microseconds = std::chrono::microseconds;
 };
-
-// Reads the library's loss list: single numbers, and pairs whose first number has its top bit set.
-// Calls `onRange` with the numbers as they are on the wire. Skips a first number without a second.
-template <typename Function>
-void forEachRange(const std::int32_t* list, int size, Function onRange)
-{
-    for (int i = 0; i < size; ++i) {
-        const auto word = static_cast<std::uint32_t>(list[i]);
-        const auto first = static_cast<std::int32_t>(word & ~kFirstOfPair);
-        if ((word & kFirstOfPair) == 0)
-            onRange(first, first);
-        else if (++i < size)
-            onRange(first, list[i] & INT32_MAX);
-    }
-}
 
 class UdtCongestion : public CCC {
 public:
@@ -93,10 +76,9 @@ public:
     void onLoss(const std::int32_t* list, int size) override
     {
         onFeedback([&](Micros now) {
-            forEachRange(list, size, [&](std::int32_t first, std::int32_t last) {
-                model_->onReportedLost(
-                    {unwrapped(first, highestSent_), unwrapped(last, highestSent_)}, now);
-            });
+            for (const NumberRange& range : decodeLossReport(
+                     {list, static_cast<std::size_t>(std::max(size, 0))}, highestSent_))
+                model_->onReportedLost(range, now);
         });
     }
 

@@ -316,6 +316,20 @@ TEST(PacketNumber, unwrapsToTheNearest)
     EXPECT_EQ(unwrapped(INT32_MAX, 5 * kWrap), 5 * kWrap - 1);
 }
 
+TEST(LossReport, isDecodedWhateverThePeerSends)
+{
+    constexpr std::int64_t kNear = (std::int64_t{1} << 31) + 5;
+    const auto pair = [](std::int32_t number) { return number | INT32_MIN; };
+    const std::vector<std::int32_t> report{7, pair(INT32_MAX), 2, 9, pair(11), 12, pair(20)};
+    std::vector<std::int64_t> ends;
+    for (const NumberRange& range : decodeLossReport(report, kNear)) {
+        ends.push_back(range.first - kNear);
+        ends.push_back(range.last - kNear);
+    }
+    EXPECT_EQ(ends, (std::vector<std::int64_t>{2, 2, -6, -3, 4, 4, 6, 7}));
+    EXPECT_TRUE(decodeLossReport({}, kNear).empty());
+}
+
 TEST(LossRanges, keepsRangesApartAndCountsWhatIsNew)
 {
     LossRanges set;
