@@ -2,7 +2,7 @@
 # devservice/service_options.cpp, the faults those of devservice/faults.cpp;
 # scripts/check-packages compares this file with the help text.
 _quenmoor_devservice() {
-  local cur prev words cword split
+  local cur prev words cword
   _init_completion -n = || return
   case $prev in
     --root | --page | --state)
