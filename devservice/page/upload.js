@@ -1,20 +1,20 @@
-// The upload page's side of the conversation with the client.
+// Requests sessions and tokens from the service and passes them to the client.
 //
-// The client reads the document's title as a signal, and with it the elements "session", "token",
-// "mac_major", "mac_minor", "mac_build" and "update_url". Loaded without a query the page says
-// "index" (it is there, and which client is the newest) and then "session". Loaded for a file it
-// asks the user, and says "upload" and "token", or "cancel".
+// The client takes the document's title as a signal and reads with it the elements "session",
+// "token", "mac_major", "mac_minor", "mac_build" and "update_url". Loaded without a query, the page
+// signals "index", with the version of the newest client, and then "session". Loaded for a file, it
+// asks the user and signals "upload" and "token", or "cancel".
 'use strict';
 
-const kGreatestSize = 9223372036854775807n;
+const kMaxSize = 9223372036854775807n;
 
 const element = id => document.getElementById(id);
 
-function signal(word) {
-    document.title = word;
+function signal(title) {
+    document.title = title;
 }
 
-// The client reads the attribute, not what a form field shows.
+// The client reads the attribute, not the current value of a form field.
 function setValue(id, value) {
     element(id).setAttribute('value', value);
 }
@@ -41,16 +41,17 @@ function showFailure(reason) {
     element('retry').focus();
 }
 
-// The three parts of "?session=...&filename=...&size=...", as they stand. A name may hold "&" and
-// "=", even "&size=" itself, so the keys are taken by their places. Null when they are not there.
+// Returns the three values of "?session=...&filename=...&size=...", still percent-encoded, or null
+// for any other query. A name may contain "&", "=" and even "&size=", so the first "&filename=" and
+// the last "&size=" separate the values.
 function readQuery(query) {
     const parts = /^\?session=(.*?)&filename=(.*)&size=(\d{1,19})$/s.exec(query);
-    if (!parts || BigInt(parts[3]) > kGreatestSize)
+    if (!parts || BigInt(parts[3]) > kMaxSize)
         return null;
     return { session: parts[1], filename: parts[2], size: parts[3] };
 }
 
-// The bytes of a name, for the eye: they need not be UTF-8.
+// Returns the name for display. Its bytes need not be UTF-8.
 function displayName(encoded) {
     const bytes = [];
     for (let i = 0; i < encoded.length; ++i) {
@@ -62,7 +63,7 @@ function displayName(encoded) {
     return new TextDecoder('utf-8', { ignoreBOM: true }).decode(Uint8Array.from(bytes));
 }
 
-// "1.2 GB (1,234,567,890 bytes)"
+// Returns for example "1.2 GB (1,234,567,890 bytes)".
 function displaySize(size) {
     const exact = BigInt(size).toLocaleString('en-US') + (size === '1' ? ' byte' : ' bytes');
     const units = ['kB', 'MB', 'GB', 'TB', 'PB', 'EB'];
@@ -70,7 +71,7 @@ function displaySize(size) {
     if (value < 1000)
         return exact;
     let unit = -1;
-    // 999.95 would be written as 1000.0
+    // From 999.95 on, toFixed(1) would give 1000.0.
     while (value >= 999.95 && unit + 1 < units.length) {
         value /= 1000;
         ++unit;
@@ -78,33 +79,34 @@ function displaySize(size) {
     return unit < 0 ? exact : `${value.toFixed(1)} ${units[unit]} (${exact})`;
 }
 
-// The service's answer. Throws an error whose message is for the user.
-async function ask(path, question) {
+// Sends a request to the service and returns its reply. Throws an error whose message is for the
+// user.
+async function requestJson(path, content) {
     const request = {
         method: 'POST',
         headers: { 'Content-Type': 'application/json' },
-        body: JSON.stringify(question),
+        body: JSON.stringify(content),
     };
-    const answer = await fetch(path, request).catch(() => {
+    const reply = await fetch(path, request).catch(() => {
         throw new Error('The service cannot be reached.');
     });
-    const body = await answer.json().catch(() => ({}));
-    if (!answer.ok)
-        throw new Error(body.error ?? `The service answered with error ${answer.status}.`);
+    const body = await reply.json().catch(() => ({}));
+    if (!reply.ok)
+        throw new Error(body.error ?? `The service replied with error ${reply.status}.`);
     return body;
 }
 
-async function handOver(file) {
+async function requestToken(file) {
     element('upload').disabled = element('cancel').disabled = true;
     try {
-        const { token } = await ask('token', {
+        const { token } = await requestJson('token', {
             session: element('session').getAttribute('value'),
             filename: file.filename,
             size: file.size,
         });
         setValue('token', token);
-        element('outcome').textContent = 'Handed over';
-        element('outcome_detail').textContent = 'The client sends the file from here.';
+        element('outcome').textContent = 'Accepted';
+        element('outcome_detail').textContent = 'The client uploads the file.';
         showPanel('done');
         signal('upload');
         signal('token');
@@ -120,7 +122,7 @@ function askAbout(file) {
     element('filesize').textContent = displaySize(file.size);
     element('question').onsubmit = event => {
         event.preventDefault();
-        handOver(file);
+        requestToken(file);
     };
     element('cancel').onclick = cancel;
     showPanel('question');
@@ -139,16 +141,16 @@ async function start() {
     showPanel('waiting');
     const query = window.location.search;
     const file = readQuery(query);
-    // To signal "session" here would make the client load the same query again, for ever.
+    // The page must not signal "session" here: the client would load the same query again.
     if (query && !file) {
-        showFailure('The page was not told which file it is about.');
+        showFailure('The query of the page does not name a file.');
         return;
     }
     try {
-        const service = await ask('session', { session: file ? file.session : null });
+        const service = await requestJson('session', { session: file ? file.session : null });
         publish(service);
         if (file && service.automatic) {
-            await handOver(file);
+            await requestToken(file);
         } else if (file) {
             askAbout(file);
         } else {
