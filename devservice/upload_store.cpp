@@ -25,11 +25,11 @@ std::string systemMessage()
     return std::generic_category().message(errno);
 }
 
+// The name of the store's own folder is refused because a folder has it.
 bool isStorable(std::string_view name)
 {
     return !name.empty() && name.size() <= kMaxNameBytes && name != "." && name != ".." &&
-           name != kReservedFolder && name.find('/') == std::string_view::npos &&
-           name.find('\0') == std::string_view::npos;
+           name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
 // Opens the folder `name` in `parent`, which is created if it is missing. Follows no link.
