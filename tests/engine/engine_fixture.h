@@ -1,4 +1,4 @@
-// An engine over fakes, run on the test's own thread.
+// An engine over fakes, which a test runs on its own thread.
 #pragma once
 
 #include "engine/upload_engine.h"
@@ -14,6 +14,8 @@
 
 namespace quenmoor {
 
+using Texts = std::vector<std::string>;
+
 struct EngineFixture : testing::Test {
     const TempFolder folder;
     RecordingLog log;
@@ -23,9 +25,7 @@ struct EngineFixture : testing::Test {
     FakeClock clock;
     UploadEngine engine{queues, link, view, clock};
 
-    EngineFixture() { view.table = &queues.tableList(); }
-
-    // Makes a file of `size` bytes and queues it with a token.
+    // Creates a file of `size` bytes and queues it. Returns its content.
     std::string queue(const std::string& name, std::size_t size)
     {
         std::string content = sampleContent(size);
@@ -39,16 +39,17 @@ struct EngineFixture : testing::Test {
         ASSERT_TRUE(queues.acceptToken("token"));
     }
 
-    // The server already holds the first `held` bytes of `content`.
+    // The server already has the first `held` bytes of `content`.
     void serverHolds(const std::string& name, const std::string& content, std::size_t held)
     {
         link.copies[name] = {content.substr(0, held), static_cast<std::int64_t>(content.size())};
     }
 
-    std::size_t logged(const std::string& line) const
+    // Runs the engine until the queue is empty, a file is given up or the clock ends.
+    Texts run()
     {
-        const auto lines = log.system();
-        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
+        engine.uploadFile();
+        return view.statuses(0);
     }
 };
 

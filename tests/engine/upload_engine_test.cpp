@@ -5,20 +5,22 @@
 namespace quenmoor {
 namespace {
 
-using Texts = std::vector<std::string>;
 using namespace std::chrono_literals;
 
-const Alert kFinalAlert{"Upload attempt unsuccessful.  Unable to continue.  The application will "
-                        "exit.\nReason: Response from server not received.",
-                        {},
-                        {}};
+const std::string kAlertText = "Upload attempt unsuccessful.  Unable to continue.  The application "
+                               "will exit.\nReason: ";
+const std::string kNoResponse = "Response from server not received.";
 
 struct UploadEngineTest : EngineFixture {
-    static Texts countdown(int seconds)
+    // The texts of attempts that fail, after each of which the engine waits for so many seconds.
+    static Texts failures(const std::vector<int>& waits)
     {
         Texts texts;
-        for (; seconds > 0; --seconds)
-            texts.push_back("Retrying in " + std::to_string(seconds) + "s");
+        for (const int wait : waits) {
+            texts.insert(texts.end(), {"Connecting", "Waiting (Error)"});
+            for (int left = wait; left > 0; --left)
+                texts.push_back("Retrying in " + std::to_string(left) + "s");
+        }
         return texts;
     }
 };
@@ -28,175 +30,136 @@ TEST_F(UploadEngineTest, givesUpAfterTenFailuresInARow)
     queue("clip.mov", 10);
     queue("next.mov", 10);
     link.plans.assign(10, {LinkFault::RefuseConnect});
-    engine.uploadFile();
-
-    Texts expected{"Connecting", "Waiting (Error)"};
-    for (const int wait : {0, 5, 15, 30, 60, 120, 240, 480, 900}) {
-        const Texts ticks = countdown(wait);
-        expected.insert(expected.end(), ticks.begin(), ticks.end());
-        expected.insert(expected.end(), {"Connecting", "Waiting (Error)"});
-    }
-    EXPECT_EQ(view.statuses(0), expected);
+    EXPECT_EQ(run(), failures({0, 5, 15, 30, 60, 120, 240, 480, 900, 0}));
     EXPECT_EQ(clock.totalSleep(), 1850s);
-    EXPECT_EQ(view.alerts, std::vector<Alert>{kFinalAlert});
+    EXPECT_EQ(view.alerts, (std::vector<Alert>{{kAlertText + kNoResponse, {}, {}}}));
     EXPECT_TRUE(view.terminated);
     EXPECT_EQ(queues.uploadCount(), 2U);
     EXPECT_TRUE(view.statuses(1).empty());
+    const AttemptEvent& last = view.events.back();
+    EXPECT_EQ(last.kind, AttemptEventKind::GaveUp);
+    EXPECT_EQ(last.attempt, 10);
+    EXPECT_EQ(last.elapsed, 1850s);
 }
 
-TEST_F(UploadEngineTest, namesTheMissingAnswerHoweverFarTheAttemptCame)
+TEST_F(UploadEngineTest, reportsTheStepAndTheReasonOfAFailure)
 {
-    for (const LinkFault fault :
-         {LinkFault::RefuseConnect, LinkFault::RefuseRendezvous, LinkFault::Silent}) {
-        FakeUploadView own;
-        link.plans.assign(10, {fault});
-        if (queues.uploadCount() == 0)
-            queue("clip.mov", 10);
-        UploadEngine another(queues, link, own, clock);
-        another.uploadFile();
-        EXPECT_EQ(own.alerts, std::vector<Alert>{kFinalAlert});
+    const auto resume = [](const Alert&) { return kThirdButton; };
+    struct {
+        LinkFault fault;
+        AttemptStep step;
+        std::string reason;
+        std::string alerted; // names the response, however far the attempt came, or nothing
+        std::optional<FakeTransferLink::Copy> copy = std::nullopt;
+    } const rows[]{
+        {LinkFault::RefuseConnect, AttemptStep::Announce, "no answer", kNoResponse},
+        {LinkFault::RefuseRendezvous, AttemptStep::Rendezvous, "no answer", kNoResponse},
+        {LinkFault::Silent, AttemptStep::Response, "no answer", kNoResponse},
+        {LinkFault::Refuse, AttemptStep::Refused, "the server refused the upload", ""},
+        {LinkFault::LoseConfirm, AttemptStep::Confirm, "no answer", "", {{"", 9}}},
+        {LinkFault::None,
+         AttemptStep::Confirm,
+         "the server reports a copy of -5 bytes",
+         "",
+         {{"", 9, -5}}},
+        {LinkFault::BreakAfter, AttemptStep::Send, "no answer", ""},
+        {LinkFault::NoFinished, AttemptStep::Finish, "no answer", "", {{"123456789", 9}}},
+        {LinkFault::SmallFinished,
+         AttemptStep::Finish,
+         "the server holds 8 of 9 bytes",
+         "",
+         {{"12345678", 9, 1}}}};
+    for (const auto& row : rows) {
+        UploadQueues own;
+        own.addFiles(std::array{FileUrl::fromPath(folder.file("clip.mov", "123456789"))});
+        own.acceptToken("t");
+        link.copies.clear();
+        if (row.copy)
+            link.copies["clip.mov"] = *row.copy;
+        link.plans.assign(10, {row.fault});
+        FakeUploadView seen;
+        seen.answer = resume;
+        FakeClock time;
+        UploadEngine(own, link, seen, time).uploadFile();
+        SCOPED_TRACE(stepName(row.step));
+        EXPECT_EQ(seen.events.back().kind, AttemptEventKind::GaveUp);
+        EXPECT_EQ(seen.events.back().step, row.step);
+        EXPECT_EQ(seen.events.back().reason, row.reason);
+        EXPECT_EQ(seen.alerts.back().messageText, kAlertText + row.alerted);
     }
-}
-
-TEST_F(UploadEngineTest, failsOnARefusalWithoutAQuestionOrAReason)
-{
-    const std::string content = queue("clip.mov", 10);
-    serverHolds("clip.mov", content, 5);
-    link.plans.assign(10, {LinkFault::Refuse});
-    engine.uploadFile();
-    EXPECT_EQ(view.questions(), 0U);
-    EXPECT_TRUE(link.confirmations.empty());
-    EXPECT_TRUE(view.alerts.back().messageText.ends_with("\nReason: "));
-    EXPECT_EQ(view.lastStep(), AttemptStep::Refused);
 }
 
 TEST_F(UploadEngineTest, asksOncePerFileAndReusesTheAnswer)
 {
-    const std::string content = queue("clip.mov", 50000);
-    serverHolds("clip.mov", content, 500);
-    link.plans = {{LinkFault::BreakAfter, 16384}, {}};
-    view.answers = {kThirdButton};
-    engine.uploadFile();
-
-    EXPECT_EQ(view.questions(), 1U);
-    EXPECT_EQ(link.confirmations, (Texts{"resume", "resume"}));
-    EXPECT_EQ(link.copies["clip.mov"].bytes, content);
+    const std::string content = queue("resumed.mov", 50000);
+    queue("replaced.mov", 50000);
+    serverHolds("resumed.mov", content, 500);
+    serverHolds("replaced.mov", "something else", 14);
+    link.plans = {{LinkFault::BreakAfter, 16384},
+                  {},
+                  {LinkFault::LoseConfirm},
+                  {LinkFault::BreakAfter, 20000},
+                  {}};
+    view.answers = {kThirdButton, kSecondButton};
+    run();
+    EXPECT_EQ(view.questions(), 2U);
+    EXPECT_EQ(link.confirmations,
+              (Texts{"resume", "resume", "overwrite", "overwrite", "overwrite"}));
+    EXPECT_EQ(link.sentPerAttempt,
+              (std::vector<std::int64_t>{16384, 50000 - 16884, 0, 20000, 50000}));
+    EXPECT_EQ(link.copies["resumed.mov"].bytes, content);
+    EXPECT_EQ(link.copies["replaced.mov"].bytes, content);
+    EXPECT_EQ(view.events.back().sentBytes, 70000);
 }
 
-TEST_F(UploadEngineTest, overwritesFromTheStartInEveryAttempt)
+TEST_F(UploadEngineTest, cancelsAFileAlsoWithoutItsConfirmationAndSendsTheNext)
 {
-    const std::string content = queue("clip.mov", 50000);
-    serverHolds("clip.mov", "something else", 14);
-    link.plans = {{LinkFault::LoseConfirm}, {LinkFault::BreakAfter, 20000}, {}};
-    view.answers = {kSecondButton};
-    engine.uploadFile();
-
-    EXPECT_EQ(link.confirmations, (Texts{"overwrite", "overwrite", "overwrite"}));
-    EXPECT_EQ(link.sentPerAttempt, (std::vector<std::int64_t>{0, 20000, 50000}));
-    EXPECT_EQ(link.copies["clip.mov"].bytes, content);
-}
-
-TEST_F(UploadEngineTest, dropsACancelledFileAndGoesOn)
-{
-    const std::string content = queue("first.mov", 100);
+    serverHolds("first.mov", queue("first.mov", 100), 50);
     queue("second.mov", 100);
-    serverHolds("first.mov", content, 50);
-    view.answers = {-1}; // the box was closed
-    engine.uploadFile();
-
-    EXPECT_EQ(view.statuses(0), (Texts{"Connecting", "Canceled"}));
+    link.plans = {{LinkFault::LoseConfirm}};
+    view.answers = {-1}; // the alert was closed
+    EXPECT_EQ(run(), (Texts{"Connecting", "Canceled"}));
     EXPECT_EQ(view.statuses(1), (Texts{"Connecting", "Finished"}));
     EXPECT_EQ(link.confirmations, Texts{"cancel"});
     EXPECT_EQ(link.copies["first.mov"].bytes.size(), 50U);
+    EXPECT_EQ(queues.tableList().cell("Status", 0), "Canceled");
     EXPECT_EQ(queues.tableList().cell("Percent", 0), "0%");
 }
 
-TEST_F(UploadEngineTest, cancelsEvenWhenTheServerDoesNotHearOfIt)
+TEST_F(UploadEngineTest, assumesNoAnswerWhenTheProgramEndsDuringTheQuestion)
 {
-    const std::string content = queue("clip.mov", 100);
-    serverHolds("clip.mov", content, 50);
-    link.plans = {{LinkFault::LoseConfirm}};
-    view.answers = {kFirstButton};
-    engine.uploadFile();
-    EXPECT_EQ(view.statuses(0), (Texts{"Connecting", "Canceled"}));
-}
-
-TEST_F(UploadEngineTest, takesNoAnswerForNoAnswer)
-{
-    const std::string content = queue("clip.mov", 100);
-    serverHolds("clip.mov", content, 50);
+    serverHolds("clip.mov", queue("clip.mov", 100), 50);
     view.answers = {std::nullopt};
-    engine.uploadFile();
-    EXPECT_EQ(view.statuses(0), Texts{"Connecting"});
+    EXPECT_EQ(run(), Texts{"Connecting"});
     EXPECT_TRUE(link.confirmations.empty());
     EXPECT_TRUE(link.openSockets.empty());
     EXPECT_EQ(queues.uploadCount(), 1U);
 }
 
-TEST_F(UploadEngineTest, startsTheScheduleOverWhenBytesMoved)
+TEST_F(UploadEngineTest, restartsTheScheduleAfterAnAttemptThatMovedBytes)
 {
     queue("clip.mov", 100000);
     link.plans = {{LinkFault::RefuseConnect}, {LinkFault::RefuseConnect},
                   {LinkFault::BreakAfter, 1}, {LinkFault::RefuseConnect},
                   {LinkFault::RefuseConnect}, {}};
-    engine.uploadFile();
-    Texts expected{"Connecting", "Waiting (Error)", "Connecting", "Waiting (Error)"};
-    const Texts five = countdown(5);
-    expected.insert(expected.end(), five.begin(), five.end());
-    // the wait after the moved byte is 0, and the next one 5 again
-    expected.insert(expected.end(),
-                    {"Connecting", "Waiting (Error)", "Connecting", "Waiting (Error)"});
-    expected.insert(expected.end(), five.begin(), five.end());
-    expected.insert(expected.end(), {"Connecting", "Waiting (Error)"});
-    const Texts fifteen = countdown(15);
-    expected.insert(expected.end(), fifteen.begin(), fifteen.end());
+    Texts expected = failures({0, 5, 0, 5, 15});
     expected.insert(expected.end(), {"Connecting", "Finished"});
-    EXPECT_EQ(view.statuses(0), expected);
+    EXPECT_EQ(run(), expected);
 }
 
-TEST_F(UploadEngineTest, logsAnAttemptThatSucceedsInOrder)
+TEST_F(UploadEngineTest, refreshesTheTableEvenIfTheRowDoesNotChange)
 {
-    const std::string content = queue("clip.mov", 3);
-    serverHolds("clip.mov", content, 1);
-    view.answers = {kThirdButton};
-    engine.uploadFile();
-    Texts lines;
-    for (const std::string& line : log.system()) {
-        if (!line.starts_with("XML ") && !line.starts_with("<") && !line.starts_with("String ") &&
-            line.find("ictionary") == std::string::npos)
-            lines.push_back(line.substr(0, line.find('\n')));
-    }
-    EXPECT_EQ(lines, (Texts{"Number of files in file queue: 1",
-                            "Sending XML: <?xml version=\"1.0\" encoding=\"utf-8\"?>",
-                            "Initial connection successful.",
-                            "Rendezvous successfully connected.",
-                            "Received response object from server.",
-                            "Exists value: true",
-                            "Alert selection value: 0",
-                            "Invoking file handler",
-                            "Entered file handling logic.",
-                            "Sending resume confirmation.",
-                            "Uploading file.",
-                            "Correct size sent.",
-                            "Exited send data loop.",
-                            "Received response object from server.",
-                            "Size value: 3",
-                            "Progress monitor thread joined.",
-                            "Socket state: 5",
-                            "Socket state: 5",
-                            "Socket state: 5",
-                            "Exiting upload method."}));
+    queue("clip.mov", 1);
+    engine.statusUpdate("Connecting", 0);
+    engine.statusUpdate("Connecting", 0);
+    engine.statusUpdate("Waiting (Error)", -1);
+    // The percentage of the status bar changes only with a new one of the row.
+    EXPECT_EQ(view.reloads,
+              (std::vector<std::optional<std::int32_t>>{0, std::nullopt, std::nullopt}));
+    EXPECT_EQ(queues.tableList().cell("Status", 0), "Waiting (Error)");
 }
 
-TEST_F(UploadEngineTest, logsTheStateOfASocketThatIsGoneAsNeverKnown)
-{
-    queue("clip.mov", 3);
-    link.state = std::nullopt;
-    engine.uploadFile();
-    EXPECT_EQ(logged("Socket state: -1337"), 3U);
-}
-
-TEST_F(UploadEngineTest, startsOneThreadHoweverOftenItIsAsked)
+TEST_F(UploadEngineTest, startsOneThreadForAllCallers)
 {
     engine.initiateUpload();
     EXPECT_TRUE(engine.waitForEnd(0ms)); // nothing queued, nothing started
@@ -215,7 +178,7 @@ TEST_F(UploadEngineTest, startsOneThreadHoweverOftenItIsAsked)
         std::this_thread::yield();
     clock.end();
     ASSERT_TRUE(engine.waitForEnd(10s));
-    EXPECT_EQ(link.attempts(), 2U);
+    EXPECT_EQ(link.requests.size(), 2U);
     EXPECT_EQ(view.statuses(1), (Texts{"Connecting", "Finished"}));
 }
 

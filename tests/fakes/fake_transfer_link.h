@@ -1,7 +1,7 @@
-// A link with a small honest server behind it, which fails where a test says so.
+// A link to a small correct server, with one fault per attempt where a test asks for it.
 //
-// The server keeps what it received under the announced name. A broken link loses what was on its
-// way: `lostOnBreak` bytes that the link took never reach the server.
+// The server stores what it receives under the announced name. A broken link loses data: the
+// latest `lostOnBreak` bytes that it accepted never reach the server.
 #pragma once
 
 #include "base/text.h"
@@ -40,14 +40,17 @@ public:
     struct Copy {
         std::string bytes;
         std::int64_t total = 0;
+        std::int64_t notKept = 0; // bytes before `bytes`, which the server has and the test has not
+
+        std::int64_t size() const { return notKept + static_cast<std::int64_t>(bytes.size()); }
     };
 
-    // One for each attempt; an attempt without a plan goes well.
+    // One for each attempt; an attempt without a plan succeeds.
     std::deque<LinkPlan> plans;
     std::map<std::string, Copy> copies;
-    std::int32_t takeAtMost = 1 << 20; // of one send
+    std::int32_t takeAtMost = 1 << 20; // accepted by one send
     std::size_t lostOnBreak = 0;
-    std::deque<std::int32_t> unacknowledgedAmounts; // 0 afterwards
+    std::deque<std::int32_t> unacknowledgedAmounts; // returned one by one, then 0
     std::optional<std::int32_t> state = kSocketConnected;
     std::function<void()> onSend;
     std::string reason = "no answer"; // of every failure
@@ -58,8 +61,6 @@ public:
     std::set<std::int32_t> openSockets;
     bool leaked = false; // an attempt began while sockets of an earlier one were open
     std::size_t emptySends = 0;
-
-    std::size_t attempts() const { return requests.size(); }
 
     bool connectAndSendRequest(std::int32_t& connectSocket, const std::string& text) override
     {
@@ -86,7 +87,7 @@ public:
     {
         const bool overwrite = text.find("<overwrite>true") != std::string::npos;
         const bool resume = text.find("<resume>true") != std::string::npos;
-        confirmations.emplace_back(overwrite ? "overwrite" : resume ? "resume" : "cancel");
+        confirmations.emplace_back(!resume ? "cancel" : overwrite ? "overwrite" : "resume");
         if (plan_.fault == LinkFault::LoseConfirm)
             return false;
         if (overwrite)
@@ -163,7 +164,7 @@ private:
             return {};
         const auto copy = copies.find(name_);
         const bool exists = copy != copies.end();
-        const auto held = exists ? static_cast<std::int64_t>(copy->second.bytes.size()) : 0;
+        const std::int64_t held = exists ? copy->second.size() : 0;
         const std::int64_t total = exists ? copy->second.total : 0;
         const auto flag = [](const char* name, bool value) {
             return std::string("<") + name + ">" + (value ? "true" : "false") + "</" + name + ">\n";
@@ -178,10 +179,9 @@ private:
     {
         if (plan_.fault == LinkFault::NoFinished)
             return {};
-        auto held = static_cast<std::int64_t>(copies[name_].bytes.size());
         copies[name_].total = announced_;
-        if (plan_.fault == LinkFault::SmallFinished)
-            --held;
+        const std::int64_t missing = plan_.fault == LinkFault::SmallFinished ? 1 : 0;
+        const std::int64_t held = copies[name_].size() - missing;
         return "<FinishedContainer>\n<size>" + std::to_string(held) +
                "</size>\n</FinishedContainer>";
     }

@@ -1,9 +1,9 @@
-// A view that notes what it is told and answers from a list.
+// A view that records its calls and takes its answers from a list.
 #pragma once
 
 #include "engine/upload_view.h"
-#include "queue/status_table.h"
 
+#include <algorithm>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -12,33 +12,22 @@
 namespace quenmoor {
 
 struct FakeUploadView : UploadView {
-    struct Seen {
-        std::size_t row;
-        std::string status;
-        std::int32_t percent;
-        bool operator==(const Seen&) const = default;
-    };
-
-    // With a table, every change of a row is noted.
-    const StatusTable* table = nullptr;
     // Answers to alerts with buttons; the first button when the list is empty.
     std::deque<std::optional<std::int32_t>> answers;
-    // Instead of the list, when given.
+    // Used instead of the list if set.
     std::function<std::optional<std::int32_t>(const Alert&)> answer;
     std::function<void()> onReload;
 
-    std::vector<Seen> seen;
-    std::vector<std::optional<std::int32_t>> bar;
+    std::vector<AttemptEvent> events;
+    std::vector<std::optional<std::int32_t>> reloads;
     std::vector<std::string> statusBar; // file name, ": ", rate
     std::vector<Alert> alerts;
     bool terminated = false;
-    std::vector<AttemptEvent> events;
 
     void reloadProgressGrid(std::optional<std::int32_t> percent) override
     {
         const std::lock_guard lock(mutex_);
-        bar.push_back(percent);
-        noteRows();
+        reloads.push_back(percent);
         if (onReload)
             onReload();
     }
@@ -69,46 +58,35 @@ struct FakeUploadView : UploadView {
         events.push_back(event);
     }
 
-    // The step of the latest event; that of the failure after a failed attempt.
-    AttemptStep lastStep() const { return events.empty() ? AttemptStep{} : events.back().step; }
-
     std::size_t questions() const
     {
-        std::size_t count = 0;
-        for (const Alert& alert : alerts)
-            count += alert.buttons.empty() ? 0U : 1U;
-        return count;
+        return static_cast<std::size_t>(
+            std::count_if(alerts.begin(), alerts.end(),
+                          [](const Alert& alert) { return !alert.buttons.empty(); }));
     }
 
-    // The texts that `row` went through.
+    // Any thread. The first event of `kind`, if there is one.
+    std::optional<AttemptEvent> first(AttemptEventKind kind) const
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = std::find_if(events.begin(), events.end(),
+                                        [kind](const auto& event) { return event.kind == kind; });
+        return found == events.end() ? std::nullopt : std::optional(*found);
+    }
+
+    // The texts that `row` displayed.
     std::vector<std::string> statuses(std::size_t row) const
     {
         std::vector<std::string> texts;
-        for (const Seen& change : seen) {
-            if (change.row == row)
-                texts.push_back(change.status);
+        for (const AttemptEvent& event : events) {
+            if (event.row == row && event.kind != AttemptEventKind::GaveUp)
+                texts.push_back(statusText(event));
         }
         return texts;
     }
 
 private:
-    void noteRows()
-    {
-        if (table == nullptr)
-            return;
-        rows_.resize(table->count());
-        for (std::size_t i = 0; i < rows_.size(); ++i) {
-            StatusTable::Row row = table->objectAtIndex(i);
-            if (row == rows_[i])
-                continue;
-            if (rows_[i] != nullptr || row->status != "Queued")
-                seen.push_back({i, row->status, row->percent});
-            rows_[i] = std::move(row);
-        }
-    }
-
-    std::mutex mutex_;
-    std::vector<StatusTable::Row> rows_;
+    mutable std::mutex mutex_;
 };
 
 } // namespace quenmoor

@@ -107,7 +107,7 @@ TEST_F(FaultyService, anUnknownTokenIsRefusedWithoutAQuestion)
             clock.end();
     };
     send();
-    EXPECT_EQ(view.lastStep(), AttemptStep::Refused);
+    EXPECT_EQ(view.events.back().step, AttemptStep::Refused);
     EXPECT_EQ(view.questions(), 0U);
     EXPECT_FALSE(std::filesystem::exists(root.path() / "clip.mov"));
 }

@@ -28,8 +28,6 @@ struct SendingFixture : ServiceFixture {
     SystemClock clock;
     std::function<void(const std::string&)> onStatus; // of the first row
 
-    SendingFixture() { view.table = &queues.tableList(); }
-
     std::string queue(const std::string& name, std::size_t size, const char* token = kToken)
     {
         std::string content = sampleContent(size);
