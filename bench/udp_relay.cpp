@@ -31,6 +31,7 @@ constexpr int kSocketBuffer = 8 << 20;
 constexpr int kIpAndUdpHeader = 28;
 constexpr std::size_t kTransportHeader = 16;
 constexpr microseconds kLongestPoll{50'000};
+constexpr microseconds kReorderDelay{2'000};
 
 struct Packet {
     Time due;
@@ -38,7 +39,7 @@ struct Packet {
     std::array<char, kLargestPacket> bytes;
 };
 
-sockaddr_in onThisMachine(std::uint16_t port)
+sockaddr_in loopbackAddress(std::uint16_t port)
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -50,16 +51,16 @@ sockaddr_in onThisMachine(std::uint16_t port)
 int openSocket()
 {
     const int made = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = onThisMachine(0);
+    const sockaddr_in address = loopbackAddress(0);
     if (made < 0 || bind(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-        throw std::runtime_error("no UDP socket for the relay");
+        throw std::runtime_error("the relay cannot open a UDP socket");
     setsockopt(made, SOL_SOCKET, SO_RCVBUF, &kSocketBuffer, sizeof kSocketBuffer);
     setsockopt(made, SOL_SOCKET, SO_SNDBUF, &kSocketBuffer, sizeof kSocketBuffer);
     return made;
 }
 
-// Counts what the sender's packets say of themselves: the first word of a data packet is its
-// number, the top bit tells control packets apart, the fourth word names the receiving socket.
+// Counts data packets by their UDT header: the first word is the sequence number of a data packet,
+// its top bit marks control packets, the fourth word identifies the receiving socket.
 class DataCounter {
 public:
     void count(const Packet& packet, PathCounts& counts)
@@ -71,12 +72,12 @@ public:
             return;
         ++counts.dataPackets;
         const auto [highest, isFirst] = highest_.try_emplace(word(packet, 3), number);
-        // Numbers have 31 bits and wrap around.
+        // Sequence numbers have 31 bits and wrap around.
         const bool isNew = isFirst || ((number - highest->second) & 0x7fffffffU) - 1 < 0x3fffffffU;
         if (isNew)
             highest->second = number;
         else
-            ++counts.resent;
+            ++counts.retransmitted;
     }
 
 private:
@@ -90,13 +91,13 @@ private:
     std::map<std::uint32_t, std::uint32_t> highest_; // by the receiving socket
 };
 
-// One direction.
+// One direction of the path.
 class Wire {
 public:
     Wire(const PathQuality& quality, unsigned seed) : quality_(quality), random_(seed) {}
 
-    // Whether there was room in the queue.
-    bool offer(const Packet& packet, Time now)
+    // Returns false if the queue dropped the packet.
+    bool enqueue(const Packet& packet, Time now)
     {
         const Time begins = std::max(now, free_);
         const auto wait = duration_cast<microseconds>(begins - now);
@@ -109,27 +110,45 @@ public:
         } else {
             free_ = begins;
         }
-        if (share_(random_) < quality_.loss)
+        if (happens(quality_.loss))
             return true;
-        onWire_.push_back(packet);
-        onWire_.back().due = free_ + quality_.delay;
+        const Time due = free_ + quality_.delay;
+        if (happens(quality_.reordered)) {
+            ++reordered_;
+            push(late_, packet, due + kReorderDelay);
+        } else {
+            push(inOrder_, packet, due);
+        }
+        if (happens(quality_.duplicated)) {
+            ++duplicated_;
+            push(inOrder_, packet, due);
+        }
         return true;
     }
 
+    // No later than the next packet's arrival; nothing while no packet is under way.
     std::optional<Time> nextDue() const
     {
-        if (onWire_.empty())
-            return std::nullopt;
-        return onWire_.front().due;
+        std::optional<Time> next;
+        for (const auto* const packets : {&inOrder_, &late_}) {
+            if (!packets->empty())
+                next = std::min(next.value_or(Time::max()), packets->front().due);
+        }
+        return next;
     }
 
-    // Hands what is due to `send`.
+    // Passes every packet that arrives until `now` to `send`.
     template <typename Send>
     void deliver(Time now, Send send)
     {
-        for (; !onWire_.empty() && onWire_.front().due <= now; onWire_.pop_front())
-            send(onWire_.front());
+        for (auto* const packets : {&inOrder_, &late_}) {
+            for (; !packets->empty() && packets->front().due <= now; packets->pop_front())
+                send(packets->front());
+        }
     }
+
+    std::int64_t duplicated() const { return duplicated_; }
+    std::int64_t reordered() const { return reordered_; }
 
     microseconds medianWait()
     {
@@ -141,12 +160,26 @@ public:
     }
 
 private:
+    // Draws no random number for a share of 0, so that a seed's losses do not depend on the other
+    // settings.
+    bool happens(double share) { return share > 0 && uniform_(random_) < share; }
+
+    static void push(std::deque<Packet>& packets, const Packet& packet, Time due)
+    {
+        packets.push_back(packet);
+        packets.back().due = due;
+    }
+
     const PathQuality quality_;
     std::minstd_rand random_;
-    std::uniform_real_distribution<double> share_{0, 1};
-    Time free_; // when the wire takes the next packet
-    std::deque<Packet> onWire_;
-    std::vector<std::uint32_t> waits_; // microseconds, one for each packet
+    std::uniform_real_distribution<double> uniform_{0, 1};
+    Time free_; // the end of the latest packet's transmission
+    // Both are sorted by arrival, because every packet of a queue has the same delay.
+    std::deque<Packet> inOrder_;
+    std::deque<Packet> late_;
+    std::vector<std::uint32_t> waits_; // the queueing delay of each packet in microseconds
+    std::int64_t duplicated_ = 0;
+    std::int64_t reordered_ = 0;
 };
 
 } // namespace
@@ -154,11 +187,11 @@ private:
 class UdpRelay::Path {
 public:
     Path(std::uint16_t servicePort, const PathQuality& quality, unsigned seed)
-        : outward_(quality, seed), homeward_(quality, seed + 1)
+        : uplink_(quality, seed), downlink_(quality, seed + 1)
     {
-        const sockaddr_in service = onThisMachine(servicePort);
+        const sockaddr_in service = loopbackAddress(servicePort);
         if (connect(toService_, reinterpret_cast<const sockaddr*>(&service), sizeof service) != 0)
-            throw std::runtime_error("no way to the service for the relay");
+            throw std::runtime_error("the relay cannot connect to the service");
     }
 
     ~Path()
@@ -167,32 +200,34 @@ public:
         close(toService_);
     }
 
-    void carry(const std::atomic<bool>& cut, const std::atomic<bool>& stopping)
+    void relay(const std::atomic<bool>& cut, const std::atomic<bool>& stopping)
     {
         while (!stopping) {
             waitForWork();
             const bool isCut = cut;
-            takeAll(toSender_, [&](const Packet& packet, Time now) {
+            receiveAll(toSender_, [&](const Packet& packet, Time now) {
                 counter_.count(packet, counts_);
-                if (!isCut && !outward_.offer(packet, now))
+                if (!isCut && !uplink_.enqueue(packet, now))
                     ++counts_.queueDrops;
             });
-            takeAll(toService_, [&](const Packet& packet, Time now) {
+            receiveAll(toService_, [&](const Packet& packet, Time now) {
                 if (!isCut)
-                    homeward_.offer(packet, now);
+                    downlink_.enqueue(packet, now);
             });
             const Time now = steady_clock::now();
-            outward_.deliver(now, [&](const Packet& packet) {
+            uplink_.deliver(now, [&](const Packet& packet) {
                 if (!isCut)
                     (void)::send(toService_, packet.bytes.data(), packet.size, 0);
             });
-            homeward_.deliver(now, [&](const Packet& packet) {
+            downlink_.deliver(now, [&](const Packet& packet) {
                 if (!isCut)
                     (void)sendto(toSender_, packet.bytes.data(), packet.size, 0,
                                  reinterpret_cast<const sockaddr*>(&sender_), sizeof sender_);
             });
         }
-        counts_.medianWait = outward_.medianWait();
+        counts_.medianWait = uplink_.medianWait();
+        counts_.duplicated = uplink_.duplicated();
+        counts_.reordered = uplink_.reordered();
     }
 
     std::uint16_t port() const
@@ -210,7 +245,7 @@ private:
     {
         const Time now = steady_clock::now();
         Time until = now + kLongestPoll;
-        for (const Wire* const wire : {&outward_, &homeward_})
+        for (const Wire* const wire : {&uplink_, &downlink_})
             until = std::min(until, wire->nextDue().value_or(until));
         const auto left = std::max(nanoseconds(0), duration_cast<nanoseconds>(until - now));
         const timespec limit{0, static_cast<long>(left.count())};
@@ -218,8 +253,8 @@ private:
         ppoll(sockets.data(), sockets.size(), &limit, nullptr);
     }
 
-    template <typename Take>
-    void takeAll(int socket, Take take)
+    template <typename Handle>
+    void receiveAll(int socket, Handle handle)
     {
         for (std::size_t i = 0; i < kBatch; ++i) {
             socklen_t length = sizeof sender_;
@@ -230,23 +265,23 @@ private:
             if (got < 0)
                 return;
             packet_.size = static_cast<std::size_t>(got);
-            take(packet_, steady_clock::now());
+            handle(packet_, steady_clock::now());
         }
     }
 
     const int toSender_ = openSocket();
     const int toService_ = openSocket();
-    sockaddr_in sender_{}; // who spoke last
-    Packet packet_{};      // just read
-    Wire outward_;
-    Wire homeward_;
+    sockaddr_in sender_{}; // of the latest packet
+    Packet packet_{};      // the buffer of receiveAll()
+    Wire uplink_;
+    Wire downlink_;
     DataCounter counter_;
     PathCounts counts_;
 };
 
 UdpRelay::UdpRelay(std::uint16_t servicePort, PathQuality quality, unsigned seed)
     : path_(std::make_unique<Path>(servicePort, quality, seed)),
-      thread_([this] { path_->carry(cut_, stopping_); })
+      thread_([this] { path_->relay(cut_, stopping_); })
 {
 }
 

@@ -1,8 +1,8 @@
-// A network path of chosen quality between a sender and a service on this machine, made of two UDP
-// sockets: no privilege, no kernel module.
+// Emulates a network path between a sender and a service on this machine with two UDP sockets. It
+// needs neither privileges nor a kernel module.
 //
-// Both directions are alike: a queue that drops what does not fit, the wire at its rate, random
-// loss, the delay. A lost packet has used its time on the wire. Order is kept.
+// Both directions have the same quality: a drop-tail queue, a link rate, random loss, duplication
+// and reordering, a delay. A lost packet has taken its transmission time.
 #pragma once
 
 #include <atomic>
@@ -15,41 +15,46 @@ namespace quenmoor {
 
 struct PathQuality {
     std::chrono::microseconds delay{0}; // one way
-    double loss = 0;                    // share of the packets that reach the wire
-    double rate = 0;                    // bits a second, headers included; 0 is no limit
-    std::chrono::microseconds queue = std::chrono::seconds(1); // longest wait for the wire
+    double loss = 0;                    // share of the transmitted packets
+    double rate = 0;                    // bits per second with UDP and IP headers; 0 is no limit
+    std::chrono::microseconds queue = std::chrono::seconds(1); // the longest queueing delay
+    double duplicated = 0;                                     // share of the delivered packets
+    double reordered = 0; // share of the delivered packets; each arrives 2 ms late
 };
 
-// What the sender's direction has carried.
+// Counts of the direction from the sender to the service.
 struct PathCounts {
-    std::int64_t dataPackets = 0; // came from the sender
-    std::int64_t resent = 0;      // of them, those that had come before
+    std::int64_t dataPackets = 0;
+    std::int64_t retransmitted = 0; // of the data packets
     std::int64_t queueDrops = 0;
-    std::chrono::microseconds medianWait{0}; // of all packets, in the queue
+    std::int64_t duplicated = 0;
+    std::int64_t reordered = 0;
+    std::chrono::microseconds medianWait{0}; // the queueing delay of all packets
 };
 
-// Carries one sender at a time: the one that spoke last. Any thread, but for the ends of its life.
+// Serves one sender at a time: packets of the service go to the sender of the latest packet. Any
+// thread, except for construction and destruction.
 class UdpRelay {
 public:
-    // To 127.0.0.1:`servicePort`. Throws std::runtime_error when there is no socket to be had.
+    // Relays to 127.0.0.1:`servicePort`. Throws std::runtime_error if a socket cannot be opened.
     explicit UdpRelay(std::uint16_t servicePort, PathQuality quality, unsigned seed = 1);
     ~UdpRelay();
     UdpRelay(const UdpRelay&) = delete;
     UdpRelay& operator=(const UdpRelay&) = delete;
 
-    // Where the sender finds the service.
+    // The port to which the sender connects instead of the service's.
     std::uint16_t port() const;
 
-    // Nothing comes through while it is cut.
+    // While the path is cut, it drops all packets.
     void setCut(bool cut) { cut_ = cut; }
 
-    // Ends the relay; the counts are whole from here on.
+    // Stops relaying and returns the final counts.
     PathCounts stop();
 
 private:
     class Path;
 
-    std::unique_ptr<Path> path_; // of the thread, while it runs
+    std::unique_ptr<Path> path_; // used by the thread while it runs
     std::atomic<bool> cut_ = false;
     std::atomic<bool> stopping_ = false;
     std::thread thread_;
