@@ -1,4 +1,5 @@
 #include "protocol/documents.h"
+#include "protocol/xml_parser.h"
 #include "tests/fakes/quiet_log.h"
 
 #include <fmt/format.h>
@@ -91,6 +92,44 @@ TEST_F(Documents, readTheFinishedSize)
     EXPECT_EQ(finished.parseXML("not a document").size, 0);
     EXPECT_EQ(finished.parseXML("<F><size>-1</size></F>").size, -1);
     EXPECT_EQ(log.system().back(), "Size value: 18446744073709551615");
+}
+
+using Dictionary = XMLparser::Dictionary;
+
+TEST_F(Documents, areReadAsAFlatMapUpToTheFirstError)
+{
+    const std::string accent = "\u00E9";
+    const std::pair<std::string, Dictionary> rows[]{
+        {"<r>\n<a>1</a>\n<b>2</b>t\n</r>", {{"r", "\n"}, {"a", "1\n"}, {"b", "2t\n"}}},
+        {"<r><a>1</a><a>2</a></r>", {{"a", "12"}}},
+        {"<r><x:a k=\"v\">1</x:a><b/></r>", {{"x:a", "1"}}},
+        {"<r>a &amp; &#98;<![CDATA[<c>]]></r>", {{"r", "a & b<c>"}}},
+        {"<?xml version=\"1.0\" encoding=\"utf-16\"?><r>" + accent + "</r>", {{"r", accent}}},
+        {"<?xml version=\"1.0\" encoding=\"latin-1\"?><r>" + accent + "</r>", {{"r", accent}}},
+        {"", {}},
+        {"garbage", {}},
+        {"<r><a>1</a><b>2</c></r>", {{"a", "1"}, {"b", "2"}}},
+        {"<r><a>12", {{"a", "12"}}},
+        {"<r><a>1</a>&unknown;<b>2</b></r>", {{"a", "1"}}}};
+    for (const auto& [text, entries] : rows)
+        EXPECT_EQ(XMLparser(text).dictionary(), entries) << text;
+}
+
+TEST_F(Documents, areReadWithBoundedTextAndAnyDepth)
+{
+    std::string bomb = "<!DOCTYPE r [<!ENTITY e0 \"0123456789\">";
+    for (int i = 1; i <= 12; ++i)
+        bomb += fmt::format("<!ENTITY e{0} \"&e{1};&e{1};&e{1};&e{1};&e{1};\">", i, i - 1);
+    const XMLparser expanded(bomb + "]><r>&e12;</r>");
+    std::size_t textSize = 0;
+    for (const auto& [name, text] : expanded.dictionary())
+        textSize += text.size();
+    EXPECT_LE(textSize, std::size_t{1} << 20U);
+
+    std::string nested;
+    for (int i = 0; i < 10000; ++i)
+        nested += "<n>";
+    EXPECT_EQ(XMLparser(nested + "deep").dictionary(), (Dictionary{{"n", "deep"}}));
 }
 
 } // namespace
