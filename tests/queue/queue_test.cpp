@@ -79,11 +79,11 @@ TEST_F(Queues, appendARowForEachTokenAndNoneForACancelledFile)
 
 TEST_F(Queues, appendTheRowBeforeTheUploadThreadSeesTheFile)
 {
-    constexpr std::size_t kFiles = 2000;
+    constexpr std::size_t kFiles = 20000;
     add(std::vector<std::filesystem::path>(kFiles, folder.file("clip.mov", "1")));
     std::thread uploader([this] {
         for (std::size_t done = 0; done < kFiles;) {
-            if (!queues.uploadHead())
+            if (queues.uploadCount() == 0)
                 continue;
             EXPECT_TRUE(queues.tableList().replace(done++, "Finished", 100));
             queues.removeUploadHead();
