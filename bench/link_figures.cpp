@@ -59,7 +59,8 @@ Transfer transfer(const Settings& settings, const Link& link, const std::string&
     if (held <= 0)
         throw std::runtime_error(fmt::format("nothing arrived over {}", link.name));
     return {held / capacity,
-            100 * static_cast<double>(counts.retransmitted) / static_cast<double>(counts.dataPackets),
+            100 * static_cast<double>(counts.retransmitted) /
+                static_cast<double>(counts.dataPackets),
             std::chrono::duration<double, std::milli>(counts.medianWait).count()};
 }
 
