@@ -37,6 +37,7 @@ template <typename Record>
                                            double Record::*member)
 {
     std::vector<double> values;
+    values.reserve(records.size());
     for (const Record& record : records)
         values.push_back(record.*member);
     return values;

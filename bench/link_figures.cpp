@@ -100,6 +100,7 @@ std::vector<Figure> figuresOf(const Settings& settings, const Link& link)
 std::vector<std::string> linkNames()
 {
     std::vector<std::string> names;
+    names.reserve(kLinks.size());
     for (const Link& link : kLinks)
         names.emplace_back(link.name);
     return names;
