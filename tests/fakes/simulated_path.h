@@ -1,12 +1,13 @@
-// A link and the library's two ends around it, in simulated time. Drives one model per flow as
-// the library would: window, losses first, pace, acknowledgements, reports sent once, timers.
+// A link and the library's sender and receiver at its ends, in simulated time. Drives one PathModel
+// per flow by the library's rules: window, retransmissions before new packets, pace, one loss
+// report per gap, acknowledgements for blocks and by timer, and the retransmission timeout.
 #pragma once
 
 #include <algorithm>
-#include <deque>
+#include <cmath>
 #include <functional>
-#include <memory>
-#include <queue>
+#include <list>
+#include <map>
 #include <random>
 #include <set>
 
@@ -15,131 +16,345 @@
 namespace quenmoor {
 
 struct SimulatedLink {
-    double rate = 10'000; // packets a second
+    double rate = 10'000; // packets per second
     Micros roundTrip = 50'000;
-    double loss = 0;     // share of the packets, on the way there
-    double lossBack = 0; // of acknowledgements and reports
-    double queue = 1000; // packets
-    Micros tick = 5'000; // the sending thread wakes so often, and with every word
-    // From these times on, the link has these rates.
-    std::vector<std::pair<Micros, double>> schedule;
-    Micros longerFrom = INT64_MAX; // the round trip is twice as long
-    // Packets of this run of numbers, counted from the first, are lost at the first try.
-    NumberRange hole{-1, -1};
-    std::uint64_t seed = 7;
-    Micros deadFrom = -1; // nothing passes any more
-    Micros deadUntil = INT64_MAX;
+    double queue = 1000;         // packets
+    double loss = 0;             // share of the data packets
+    double lossBack = 0;         // share of acknowledgements and reports
+    Micros sleep = 5'000;        // of the sending thread; feedback wakes it as well
+    NumberRange lostRun{-1, -1}; // first transmissions that are lost, counted from the first packet
+    std::vector<std::pair<Micros, double>> rates{}; // later values of `rate`
+    Micros longerFrom = INT64_MAX;                  // then the round trip is twice as long
+    Micros deadFrom = INT64_MAX, deadUntil = INT64_MAX;
+    double reordered = 0;  // share of the data packets that arrive 5 ms late, behind later ones
+    double duplicated = 0; // share of data packets and feedback that arrive twice
 };
 
-// One sender and its receiver.
 struct SimulatedFlow {
-    explicit SimulatedFlow(std::int64_t number, Micros now)
-        : first(number),
-          model(number, now),
-          next(number),
-          acknowledged(number),
-          received(number - 1)
+    SimulatedFlow(std::int64_t number, Micros now)
+        : first(number), model(number, now), next(number), acknowledged(number), highest(number - 1)
     {
     }
 
-    // Set before the run. Packets that the application has handed over by a time.
-    std::function<std::int64_t(Micros)> offered = [](Micros) { return INT64_MAX; };
+    // Set before the run: packets that the application has supplied by a time.
+    std::function<std::int64_t(Micros)> supplied = [](Micros) { return INT64_MAX; };
 
-    // What came of it.
+    // Results.
     std::int64_t wire = 0;   // packets sent
     Micros brokenAt = -1;    // when the peer was given up
-    Micros longestRound = 0; // while sending
-    int timeOuts = 0;
-    std::vector<std::int64_t> delivered; // in order, at the end of each tenth of a second
-
+    Micros longestRound = 0; // of the model, while packets were in flight
+    int timeouts = 0;
+    std::vector<std::int64_t> samples; // payload() after each tenth of a second
     std::int64_t payload() const { return acknowledged - first; }
 
-    // The sender.
+    // Sender.
     std::int64_t first;
     PathModel model;
     std::int64_t next;
     std::int64_t acknowledged;
-    std::set<std::int64_t> resend;
-    Micros due = 0;    // 0: not in the list of those that send
-    Micros target = 0; // when the next packet should go, whatever wakes the thread before
-    Micros behind = 0;
-    Micros heard = 0;
-    Micros checked = 0;
-    int expired = 1;
+    std::set<std::int64_t> retransmissions;
+    Micros due = 0;    // when the next packet is to be sent, 0 if none waits
+    Micros target = 0; // `due` at the last packet
+    Micros lateness = 0;
+    Micros lastFeedback = 0;
+    int timerExpiries = 1;
     std::int64_t roundsSeen = 0;
     Micros roundSeenAt = 0;
 
-    // The receiver.
-    std::int64_t received;
-    std::set<std::int64_t> holes;
+    // Receiver.
+    std::int64_t highest;
+    std::set<std::int64_t> gaps;
     std::int64_t lastAck = -1;
-    std::int64_t confirmedAck = -1;
     Micros lastAckAt = 0;
+    std::int64_t confirmedAck = -1;
 };
 
 class SimulatedPath {
 public:
-    explicit SimulatedPath(SimulatedLink link, std::int64_t firstNumber = 1);
+    static constexpr Micros kStart = 1'000'000;
 
-    // A further flow; begins to send at `start`.
-    SimulatedFlow& add(Micros start, std::int64_t firstNumber = 1);
+    explicit SimulatedPath(SimulatedLink link, std::int64_t firstNumber = 1)
+        : link_(std::move(link))
+    {
+        add(kStart, firstNumber);
+    }
 
-    SimulatedFlow& flow(std::size_t index = 0) { return *flows_[index]; }
-    void run(Micros until);
-    Micros now() const { return now_; }
+    // Adds a flow that sends from the time `start` on.
+    SimulatedFlow& add(Micros start, std::int64_t firstNumber = 1)
+    {
+        SimulatedFlow& flow = flows_.emplace_back(firstNumber, start);
+        at(start, [this, &flow] {
+            flow.due = flow.lastFeedback = flow.roundSeenAt = now_;
+            repeat(0, link_.sleep, [this, &flow] { wake(flow); });
+            repeat(kTimerInterval, kTimerInterval, [this, &flow] { checkTimeout(flow); });
+            repeat(kSampleInterval, kSampleInterval,
+                   [&flow] { flow.samples.push_back(flow.payload()); });
+            repeat(kAckInterval, kAckInterval, [this, &flow] { acknowledge(flow); });
+        });
+        return flow;
+    }
 
-    // What arrived in order between two times, as a share of what the link could have carried.
-    double share(Micros from, Micros to, std::size_t index = 0) const;
-    double wireOverPayload(std::size_t index = 0) const;
-    // The queue that a share of the packets met at most, in bandwidth-delay products of the link.
-    double queueAt(double share) const;
+    SimulatedFlow& flow() { return flows_.front(); }
+
+    void run(Micros until)
+    {
+        while (!events_.empty() && events_.begin()->first <= until) {
+            auto event = events_.extract(events_.begin());
+            now_ = event.key();
+            event.mapped()();
+        }
+        now_ = until;
+    }
+
+    double rateAt(Micros time) const
+    {
+        double rate = link_.rate;
+        for (const auto& [from, changed] : link_.rates)
+            rate = time >= from ? changed : rate;
+        return rate;
+    }
+
+    // Packets delivered in order between two times since the start, as a share of what the link
+    // could carry.
+    double share(Micros from, Micros to) const
+    {
+        double possible = 0;
+        for (Micros time = from; time < to; time += kSampleInterval)
+            possible += rateAt(kStart + time) * static_cast<double>(kSampleInterval) * 1e-6;
+        const auto delivered = [&](Micros time) {
+            const auto count = static_cast<std::size_t>(time / kSampleInterval);
+            return count == 0 ? 0 : flows_.front().samples.at(count - 1);
+        };
+        return static_cast<double>(delivered(to) - delivered(from)) / possible;
+    }
+
+    static double wireOverPayload(const SimulatedFlow& flow)
+    {
+        return static_cast<double>(flow.wire) / static_cast<double>(flow.payload());
+    }
+
+    // The queue at a quantile of the packets, in bandwidth-delay products of the link.
+    double queueAt(double quantile) const
+    {
+        std::vector<float> sorted = queues_;
+        const auto place =
+            static_cast<std::ptrdiff_t>(quantile * static_cast<double>(sorted.size()));
+        std::nth_element(sorted.begin(), sorted.begin() + place, sorted.end());
+        return static_cast<double>(sorted[static_cast<std::size_t>(place)]) /
+               (link_.rate * static_cast<double>(link_.roundTrip) * 1e-6);
+    }
+
     std::int64_t dropped() const { return dropped_; }
 
 private:
-    enum class Kind { Start, Wake, Data, Ack, Report, Confirm, Check, Timer, Sample };
-    struct Event {
-        Micros time;
-        std::int64_t order;
-        Kind kind;
-        std::size_t flow;
-        std::int64_t first;
-        std::int64_t last;
-        bool operator<(const Event& other) const
-        {
-            return std::tie(time, order) > std::tie(other.time, other.order);
-        }
-    };
+    static constexpr Micros kPacketCost = 3; // the sending thread's time for a packet
+    static constexpr Micros kTimerInterval = 100'000;
+    static constexpr Micros kAckInterval = 10'000;
+    static constexpr Micros kSampleInterval = 100'000;
+    static constexpr Micros kReorderDelay = 5'000;
+    static constexpr std::int64_t kBlockPackets = 12;
+    static constexpr std::int64_t kFlowWindow = 8192;
 
-    void at(Micros time, Kind kind, std::size_t flow, std::int64_t first = 0,
-            std::int64_t last = 0);
-    void handle(const Event& event);
-    bool lose(double share);
-    bool dead() const
+    void at(Micros time, std::function<void()> event) { events_.emplace(time, std::move(event)); }
+
+    void repeat(Micros first, Micros interval, std::function<void()> event)
     {
-        return link_.deadFrom >= 0 && now_ >= link_.deadFrom && now_ < link_.deadUntil;
+        at(now_ + first, [this, interval, event = std::move(event)] {
+            event();
+            repeat(interval, interval, event);
+        });
     }
-    double rateAt(Micros time) const;
-    Micros oneWay() const;
 
-    void wake(std::size_t index);
-    bool sendOne(std::size_t index, Micros time);
-    void transmit(std::size_t index, std::int64_t number, Micros time, bool again);
-    void hear(std::size_t index, const Event& event);
-    void check(std::size_t index);
-    void arrive(std::size_t index, std::int64_t number);
-    void acknowledge(std::size_t index);
-    void answer(Kind kind, std::size_t index, std::int64_t first, std::int64_t last = 0);
+    bool chance(double share)
+    {
+        return share > 0 && static_cast<double>(random_() >> 11) * 0x1p-53 < share;
+    }
+    bool dead() const { return now_ >= link_.deadFrom && now_ < link_.deadUntil; }
+    Micros oneWay() const
+    {
+        return now_ >= link_.longerFrom ? link_.roundTrip : link_.roundTrip / 2;
+    }
+
+    // The sending thread sends every packet that is due.
+    void wake(SimulatedFlow& flow)
+    {
+        if (flow.due == 0 && flow.supplied(now_) > flow.next - flow.first)
+            flow.due = now_;
+        Micros time = now_;
+        while (flow.brokenAt < 0 && flow.due != 0 && flow.due <= time && time < now_ + link_.sleep)
+            time += sendOne(flow, time) ? kPacketCost : 0;
+    }
+
+    bool sendOne(SimulatedFlow& flow, Micros time)
+    {
+        const auto interval = static_cast<Micros>(std::lround(flow.model.pace().libraryPeriod));
+        if (flow.target != 0)
+            flow.lateness += std::max<Micros>(time - flow.target, 0);
+        const bool repeated = !flow.retransmissions.empty();
+        const auto window =
+            std::min(kFlowWindow, static_cast<std::int64_t>(flow.model.pace().window));
+        if (!repeated && (flow.next + 1 - flow.acknowledged > window ||
+                          flow.next - flow.first >= flow.supplied(now_))) {
+            flow.due = flow.target = flow.lateness = 0;
+            return false;
+        }
+        const std::int64_t number =
+            repeated ? flow.retransmissions.extract(flow.retransmissions.begin()).value()
+                     : flow.next++;
+        flow.model.onSent(wrapped(number, flow), time);
+        transmit(flow, number, time, repeated);
+        if (!repeated && number % 16 == 0) { // the packet after it follows at once
+            flow.due = time;
+        } else if (flow.lateness >= interval) {
+            flow.lateness -= interval;
+            flow.due = time;
+        } else {
+            flow.due = time + interval - flow.lateness;
+            flow.lateness = 0;
+        }
+        flow.target = flow.due;
+        return true;
+    }
+
+    void transmit(SimulatedFlow& flow, std::int64_t number, Micros time, bool repeated)
+    {
+        ++flow.wire;
+        const double rate = rateAt(time);
+        if (time > backlogAt_) {
+            const double drained = rate * static_cast<double>(time - backlogAt_) * 1e-6;
+            backlog_ = std::max(0.0, backlog_ - drained);
+            backlogAt_ = time;
+        }
+        queues_.push_back(static_cast<float>(backlog_));
+        if (backlog_ + 1 > link_.queue) {
+            ++dropped_;
+            return;
+        }
+        backlog_ += 1;
+        const std::int64_t count = number - flow.first;
+        const bool inRun = count >= link_.lostRun.first && count <= link_.lostRun.last;
+        if (chance(link_.loss) || (inRun && !repeated) || dead())
+            return;
+        const auto queueing = static_cast<Micros>(backlog_ / rate * 1e6);
+        lastArrival_ = std::max(lastArrival_, time + queueing + oneWay());
+        const Micros late = chance(link_.reordered) ? kReorderDelay : 0;
+        for (int copies = chance(link_.duplicated) ? 2 : 1; copies > 0; --copies)
+            at(lastArrival_ + late, [this, &flow, number] { arrive(flow, number); });
+    }
+
+    void arrive(SimulatedFlow& flow, std::int64_t number)
+    {
+        if (number > flow.highest) {
+            for (std::int64_t gap = flow.highest + 1; gap < number; ++gap)
+                flow.gaps.insert(flow.gaps.end(), gap);
+            if (number > flow.highest + 1)
+                feedBack([this, &flow, lost = NumberRange{flow.highest + 1, number - 1}] {
+                    onReport(flow, lost);
+                });
+            flow.highest = number;
+        } else if (flow.gaps.erase(number) == 0) {
+            return; // a duplicate
+        }
+        // Each block ends in a short packet, which is acknowledged at once.
+        if ((number - flow.first) % kBlockPackets == kBlockPackets - 1)
+            acknowledge(flow);
+    }
+
+    void acknowledge(SimulatedFlow& flow)
+    {
+        const std::int64_t ack = flow.gaps.empty() ? flow.highest + 1 : *flow.gaps.begin();
+        const bool repeated =
+            ack == flow.lastAck && now_ - flow.lastAckAt < link_.roundTrip * 3 / 2;
+        if (ack == flow.first || ack == flow.confirmedAck || repeated)
+            return;
+        flow.lastAck = ack;
+        flow.lastAckAt = now_;
+        feedBack([this, &flow, ack] { onAck(flow, ack); });
+    }
+
+    void feedBack(const std::function<void()>& received)
+    {
+        if (dead() || chance(link_.lossBack))
+            return;
+        for (int copies = chance(link_.duplicated) ? 2 : 1; copies > 0; --copies)
+            at(now_ + oneWay(), received);
+    }
+
+    void onAck(SimulatedFlow& flow, std::int64_t ack)
+    {
+        if (!chance(link_.loss))
+            at(now_ + oneWay(),
+               [&flow, ack] { flow.confirmedAck = std::max(flow.confirmedAck, ack); });
+        if (ack > flow.acknowledged) {
+            flow.acknowledged = ack;
+            flow.retransmissions.erase(flow.retransmissions.begin(),
+                                       flow.retransmissions.lower_bound(ack));
+            flow.due = flow.due == 0 ? now_ : flow.due;
+            flow.model.onAcknowledged(wrapped(ack, flow), now_);
+        }
+        onFeedback(flow);
+    }
+
+    void onReport(SimulatedFlow& flow, NumberRange lost)
+    {
+        flow.model.onReportedLost({wrapped(lost.first, flow), wrapped(lost.last, flow)}, now_);
+        for (auto number = std::max(lost.first, flow.acknowledged); number <= lost.last; ++number)
+            flow.retransmissions.insert(number);
+        flow.due = now_;
+        onFeedback(flow);
+    }
+
+    void onFeedback(SimulatedFlow& flow)
+    {
+        flow.lastFeedback = now_;
+        flow.timerExpiries = 1;
+        checkTimeout(flow);
+        wake(flow);
+    }
+
+    void checkTimeout(SimulatedFlow& flow)
+    {
+        const bool inFlight = flow.next > flow.acknowledged;
+        if (flow.model.rounds() != flow.roundsSeen || !inFlight) {
+            flow.roundsSeen = flow.model.rounds();
+            flow.roundSeenAt = now_;
+        }
+        flow.longestRound = std::max(flow.longestRound, now_ - flow.roundSeenAt);
+        if (flow.brokenAt >= 0 || now_ <= flow.lastFeedback + flow.model.pace().timeout)
+            return;
+        if (flow.timerExpiries > 16 && now_ - flow.lastFeedback > 5'000'000) {
+            flow.brokenAt = now_;
+            return;
+        }
+        if (inFlight) {
+            std::set<std::int64_t> all;
+            for (std::int64_t number = flow.acknowledged; number < flow.next; ++number)
+                all.insert(all.end(), number);
+            if (flow.retransmissions.empty())
+                flow.retransmissions = std::move(all);
+            ++flow.timeouts;
+            flow.model.onTimeout(now_);
+            flow.due = now_;
+        }
+        ++flow.timerExpiries;
+        flow.lastFeedback = now_;
+    }
+
+    // The number after its way over the wire, which has 31 bits for it.
+    static std::int64_t wrapped(std::int64_t number, const SimulatedFlow& flow)
+    {
+        return unwrapped(static_cast<std::int32_t>(number & INT32_MAX), flow.next);
+    }
 
     const SimulatedLink link_;
-    std::mt19937_64 random_;
-    std::priority_queue<Event> events_;
-    std::int64_t order_ = 0;
-    Micros now_ = 1'000'000;
-    std::vector<std::unique_ptr<SimulatedFlow>> flows_;
+    std::mt19937_64 random_{7};
+    std::multimap<Micros, std::function<void()>> events_; // in the order of their insertion
+    Micros now_ = kStart;
+    std::list<SimulatedFlow> flows_;
     double backlog_ = 0; // packets in the queue at backlogAt_
     Micros backlogAt_ = 0;
     Micros lastArrival_ = 0;
-    std::vector<float> queues_; // met by each packet, packets
+    std::vector<float> queues_; // the queue that each packet met, in packets
     std::int64_t dropped_ = 0;
 };
 
