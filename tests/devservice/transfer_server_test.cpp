@@ -103,6 +103,17 @@ TEST_F(TransferServerTest, aClosedLinkLeavesACopyThatCanBeCancelledAndResumedAft
     EXPECT_EQ(stored("clip.mov"), content);
 }
 
+TEST_F(TransferServerTest, anEmptyFileIsConfirmedInADocumentOfItsOwn)
+{
+    transferSettings.timeouts.closingPause = 1000ms;
+    startServer();
+    Client empty = client();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(empty.announce("empty.mov", 0), response(0));
+    EXPECT_EQ(empty.receive(), finishedDocument(0));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 1000ms);
+}
+
 TEST_F(TransferServerTest, aNewerAttemptWithTheSameTokenReplacesTheOlderOne)
 {
     Client older = client();

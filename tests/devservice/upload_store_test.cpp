@@ -42,9 +42,7 @@ protected:
 
     void expectHeld(std::int64_t announced, HeldCopy expected)
     {
-        const auto inspected = upload(announced);
-        ASSERT_NE(inspected, nullptr) << error;
-        EXPECT_EQ(inspected->held(), expected) << inspected->held().size;
+        EXPECT_EQ(upload(announced)->held(), expected);
     }
 
     const TempFolder folder;
