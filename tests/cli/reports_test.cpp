@@ -2,72 +2,41 @@
 #include "cli/json_report.h"
 #include "cli/text_reports.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <array>
-#include <thread>
 
 namespace quenmoor {
 namespace {
 
-const Alert kAlert{"File Exists", "A previous file.", {"Cancel", "Overwrite", "Resume"}};
+TEST(TerminalQuestionTest, acceptsANumberANameOrAnUnambiguousBeginning)
+{
+    const std::vector<std::string> buttons{"Cancel", "Overwrite", "Overlay"};
+    const std::pair<const char*, std::optional<std::int32_t>> rows[]{
+        {"3", kThirdButton},    {" CANCEL \r", kFirstButton}, {"overw", kSecondButton},
+        {"over", std::nullopt}, {"", std::nullopt},           {"4", std::nullopt},
+        {"yes", std::nullopt}};
+    for (const auto& [line, button] : rows)
+        EXPECT_EQ(buttonFor(line, buttons), button) << line;
+}
 
-// A question whose user types at the other end of a pipe.
-struct TerminalQuestionTest : testing::Test {
+TEST(TerminalQuestionTest, endsWithAnAnswerTheEndOfTheInputOrAbandonment)
+{
     std::array<int, 2> in{};
-    std::array<int, 2> out{};
-    TerminalQuestionTest()
-    {
-        EXPECT_EQ(pipe(in.data()), 0);
-        EXPECT_EQ(pipe(out.data()), 0);
-    }
-    ~TerminalQuestionTest() override
-    {
-        for (const int end : {in[0], in[1], out[0], out[1]})
-            close(end);
-    }
-    void type(const std::string& text) const
-    {
-        ASSERT_EQ(write(in[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-    std::string output() const
-    {
-        std::array<char, 4096> text{};
-        const ssize_t got = read(out[0], text.data(), text.size());
-        return {text.data(), static_cast<std::size_t>(got)};
-    }
-};
-
-TEST_F(TerminalQuestionTest, acceptsANumberANameOrItsBeginning)
-{
-    TerminalQuestion question(in[0], out[1]);
-    type("3\nover\n CANCEL \n");
-    EXPECT_EQ(question.ask(kAlert), kThirdButton);
-    EXPECT_EQ(output(), "File Exists\nA previous file.\n[1] Cancel   [2] Overwrite   [3] Resume: ");
-    EXPECT_EQ(question.ask(kAlert), kSecondButton);
-    EXPECT_EQ(question.ask(kAlert), kFirstButton);
-}
-
-TEST_F(TerminalQuestionTest, isRepeatedUntilAnAnswerOrTheEndOfTheInput)
-{
-    TerminalQuestion question(in[0], out[1]);
-    type("\n4\nyes\n" + std::string(5000, 'x') + "\nr\nyes\n");
-    EXPECT_EQ(question.ask(kAlert), kThirdButton);
+    ASSERT_EQ(pipe(in.data()), 0);
+    const int out = open("/dev/null", O_WRONLY);
+    TerminalQuestion question(in[0], out);
+    const std::string typed = "\n" + std::string(5000, 'x') + "\n2\nno line feed";
+    ASSERT_EQ(write(in[1], typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+    EXPECT_EQ(question.ask({"File Exists", "", {"Cancel", "Overwrite"}}), kSecondButton);
     close(in[1]);
-    EXPECT_EQ(question.ask(kAlert), 0); // no button
-}
-
-TEST_F(TerminalQuestionTest, hasNoAnswerOnceAbandoned)
-{
-    TerminalQuestion question(in[0], out[1]);
-    std::thread ender([&] {
-        static_cast<void>(output()); // the question is open
-        question.abandon();
-    });
-    EXPECT_EQ(question.ask(kAlert), std::nullopt);
-    ender.join();
-    EXPECT_EQ(question.ask(kAlert), std::nullopt);
+    EXPECT_EQ(question.ask({"File Exists", "", {"Cancel", "Overwrite"}}), 0); // no button
+    question.abandon();
+    EXPECT_EQ(question.ask({"File Exists", "", {"Cancel", "Overwrite"}}), std::nullopt);
+    close(in[0]);
+    close(out);
 }
 
 AttemptEvent eventOf(AttemptEventKind kind)

@@ -7,9 +7,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct FileTransfer : EngineFixture {
-    const Texts finished{"Connecting", "Finished"};
-};
+using FileTransfer = EngineFixture;
+const Texts kFinished{"Connecting", "Finished"};
 
 TEST_F(FileTransfer, sendsEveryByteOnceAroundTheBlockSize)
 {
@@ -33,7 +32,7 @@ TEST_F(FileTransfer, resumesBeyondFourGibibytes)
     queuePath(path);
     link.copies["clip.mov"] = {"", kHeld + 20000, kHeld};
     view.answers = {kThirdButton};
-    EXPECT_EQ(run(), finished);
+    EXPECT_EQ(run(), kFinished);
     EXPECT_NE(link.requests[0].find("<size>5368729120</size>"), std::string::npos);
     EXPECT_EQ(link.copies["clip.mov"].bytes, tail);
     EXPECT_EQ(view.events.back().bytes, kHeld + 20000);
@@ -89,7 +88,7 @@ TEST_F(FileTransfer, sendsAFileThatGrewUpToItsAnnouncedSize)
 {
     const std::string content = queue("clip.mov", 20000);
     folder.file("clip.mov", content + "more");
-    EXPECT_EQ(run(), finished);
+    EXPECT_EQ(run(), kFinished);
     EXPECT_EQ(link.copies["clip.mov"].bytes, content);
 }
 

@@ -11,26 +11,20 @@ const std::string kAlertText = "Upload attempt unsuccessful.  Unable to continue
                                "will exit.\nReason: ";
 const std::string kNoResponse = "Response from server not received.";
 
-struct UploadEngineTest : EngineFixture {
-    // The texts of attempts that fail, after each of which the engine waits for so many seconds.
-    static Texts failures(const std::vector<int>& waits)
-    {
-        Texts texts;
-        for (const int wait : waits) {
-            texts.insert(texts.end(), {"Connecting", "Waiting (Error)"});
-            for (int left = wait; left > 0; --left)
-                texts.push_back("Retrying in " + std::to_string(left) + "s");
-        }
-        return texts;
-    }
-};
+using UploadEngineTest = EngineFixture;
 
 TEST_F(UploadEngineTest, givesUpAfterTenFailuresInARow)
 {
     queue("clip.mov", 10);
     queue("next.mov", 10);
     link.plans.assign(10, {LinkFault::RefuseConnect});
-    EXPECT_EQ(run(), failures({0, 5, 15, 30, 60, 120, 240, 480, 900, 0}));
+    Texts expected;
+    for (const int wait : {0, 5, 15, 30, 60, 120, 240, 480, 900, 0}) {
+        expected.insert(expected.end(), {"Connecting", "Waiting (Error)"});
+        for (int left = wait; left > 0; --left)
+            expected.push_back("Retrying in " + std::to_string(left) + "s");
+    }
+    EXPECT_EQ(run(), expected);
     EXPECT_EQ(clock.totalSleep(), 1850s);
     EXPECT_EQ(view.alerts, (std::vector<Alert>{{kAlertText + kNoResponse, {}, {}}}));
     EXPECT_TRUE(view.terminated);
@@ -134,17 +128,6 @@ TEST_F(UploadEngineTest, assumesNoAnswerWhenTheProgramEndsDuringTheQuestion)
     EXPECT_TRUE(link.confirmations.empty());
     EXPECT_TRUE(link.openSockets.empty());
     EXPECT_EQ(queues.uploadCount(), 1U);
-}
-
-TEST_F(UploadEngineTest, restartsTheScheduleAfterAnAttemptThatMovedBytes)
-{
-    queue("clip.mov", 100000);
-    link.plans = {{LinkFault::RefuseConnect}, {LinkFault::RefuseConnect},
-                  {LinkFault::BreakAfter, 1}, {LinkFault::RefuseConnect},
-                  {LinkFault::RefuseConnect}, {}};
-    Texts expected = failures({0, 5, 0, 5, 15});
-    expected.insert(expected.end(), {"Connecting", "Finished"});
-    EXPECT_EQ(run(), expected);
 }
 
 TEST_F(UploadEngineTest, refreshesTheTableEvenIfTheRowDoesNotChange)

@@ -1,4 +1,4 @@
-// Keeps what would be logged, instead of printing it.
+// Log sinks that record or drop every line instead of printing it.
 #pragma once
 
 #include "base/log.h"
@@ -8,11 +8,11 @@
 
 namespace quenmoor {
 
-// Takes the log over for as long as it lives.
+// Receives every line while it exists.
 class RecordingLog : public LogSink {
 public:
-    RecordingLog() : before_(setLogSink(this)) {}
-    ~RecordingLog() override { setLogSink(before_); }
+    RecordingLog() : previous_(setLogSink(this)) {}
+    ~RecordingLog() override { setLogSink(previous_); }
 
     void systemLine(std::string_view line) override { keep(system_, line); }
     void outputLine(std::string_view line) override { keep(output_, line); }
@@ -32,22 +32,22 @@ private:
         return lines;
     }
 
-    LogSink* const before_;
+    LogSink* const previous_;
     mutable std::mutex mutex_;
     std::vector<std::string> system_; // guarded by mutex_
     std::vector<std::string> output_; // guarded by mutex_
 };
 
-// Drops everything, for tests that log by the million.
+// Drops every line, for tests that log millions of them.
 class SilentLog : public LogSink {
 public:
-    SilentLog() : before_(setLogSink(this)) {}
-    ~SilentLog() override { setLogSink(before_); }
+    SilentLog() : previous_(setLogSink(this)) {}
+    ~SilentLog() override { setLogSink(previous_); }
     void systemLine(std::string_view /*line*/) override {}
     void outputLine(std::string_view /*line*/) override {}
 
 private:
-    LogSink* const before_;
+    LogSink* const previous_;
 };
 
 } // namespace quenmoor

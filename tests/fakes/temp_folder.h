@@ -1,4 +1,4 @@
-// A folder that is gone when the test is.
+// A temporary folder, deleted with everything in it by its destructor.
 #pragma once
 
 #include <cstdlib>
@@ -27,7 +27,7 @@ public:
 
     const std::filesystem::path& path() const { return path_; }
 
-    // Makes the file `name` with `content`; returns its path.
+    // Creates the file `name` with `content`. Returns its path.
     std::filesystem::path file(const std::string& name, const std::string& content) const
     {
         const std::filesystem::path path = path_ / name;
@@ -45,7 +45,7 @@ inline std::string contentOf(const std::filesystem::path& path)
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// `size` bytes in which every block differs from every other.
+// `size` pseudo-random bytes, so that no block equals another.
 inline std::string sampleContent(std::size_t size, unsigned seed = 1)
 {
     std::string content(size, '\0');
