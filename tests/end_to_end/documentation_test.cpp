@@ -1,10 +1,11 @@
-// The options in --help, the manual pages and README are the same.
+// The options and exit statuses in --help, the manual pages and README are the same.
 #include "bench/process.h"
 #include "tests/fakes/temp_folder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <regex>
 #include <set>
 
@@ -12,6 +13,7 @@ namespace quenmoor {
 namespace {
 
 using Options = std::set<std::string>;
+using Statuses = std::map<std::string, std::string>; // description by number or numbers
 
 template <typename Use>
 void forEachMatch(const std::string& text, const char* pattern, Use use)
@@ -26,6 +28,19 @@ Options optionsIn(const std::string& text, const char* pattern = "--([a-z][a-z-]
     Options options;
     forEachMatch(text, pattern, [&](const std::smatch& match) { options.insert(match[1]); });
     return options;
+}
+
+Statuses statusesIn(const std::string& text, const char* pattern)
+{
+    Statuses statuses;
+    forEachMatch(text, pattern, [&](const std::smatch& match) {
+        const std::string numbers = std::regex_replace(match.str(1), std::regex("[ ,]+"), " ");
+        std::string description = std::regex_replace(match.str(2), std::regex("\\.?\\s*$"), "");
+        std::replace(description.begin(), description.end(), '\n', ' ');
+        description[0] = static_cast<char>(std::tolower(description[0]));
+        statuses[numbers] = description;
+    });
+    return statuses;
 }
 
 std::string helpOf(const char* program)
@@ -58,6 +73,9 @@ std::string readmeOf(const std::string& name)
 }
 
 constexpr const char* kManualOption = "Fl Fl ([a-z][a-z-]+)";
+constexpr const char* kHelpStatus = "\n +([0-9]+(?:, [0-9]+)*)  +(.+)";
+constexpr const char* kManualStatus = "\\.It ([0-9]+(?: , [0-9]+)*)\n((?:[^.\n].*\n)+)";
+constexpr const char* kReadmeStatus = "\n\\| ([0-9]+(?:, [0-9]+)*) \\| (.*) \\|";
 
 TEST(Documentation, listsTheOptionsOfHelpEverywhere)
 {
@@ -74,6 +92,18 @@ TEST(Documentation, listsTheOptionsOfHelpEverywhere)
     EXPECT_EQ(optionsIn(manualOf("quenmoor-upload"), kManualOption),
               optionsIn(helpOf(QUENMOOR_UPLOAD)));
 #endif
+}
+
+TEST(Documentation, givesTheExitStatusesOfHelpEverywhere)
+{
+    const Statuses put = statusesIn(helpOf(QUENMOOR_PUT), kHelpStatus);
+    EXPECT_GE(put.size(), 6U);
+    EXPECT_EQ(statusesIn(manualOf("quenmoor-put"), kManualStatus), put);
+    EXPECT_EQ(statusesIn(readmeOf("quenmoor-put"), kReadmeStatus), put);
+
+    const Statuses service = statusesIn(helpOf(DEVSERVICE), kHelpStatus);
+    EXPECT_EQ(service.size(), 3U);
+    EXPECT_EQ(statusesIn(manualOf("quenmoor-devservice"), kManualStatus), service);
 }
 
 } // namespace
