@@ -1,5 +1,5 @@
-# uploader_qt_test(ui/drag_view_test.cpp ui): a Qt Test program of its own, run without a display
-# and named ui.drag_view. Its class stands in the source, with the .moc file at the end.
+# uploader_qt_test(ui/quit_test.cpp ui): adds a Qt Test program that runs without a display as the
+# test ui.quit. The source contains its class and includes its .moc file at the end.
 function(uploader_qt_test source)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "")
   get_filename_component(folder ${source} DIRECTORY)
@@ -15,7 +15,7 @@ function(uploader_qt_test source)
   if(arg_TIMEOUT)
     set(timeout ${arg_TIMEOUT})
   endif()
-  # No configuration of the machine's user may change what a test sees.
+  # Independent of the user's desktop configuration.
   set_tests_properties(${folder}.${unit} PROPERTIES
     TIMEOUT ${timeout}
     ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_STYLE_OVERRIDE=fusion;QT_LOGGING_RULES=qt.qpa.*=false")

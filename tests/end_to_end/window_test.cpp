@@ -7,10 +7,9 @@
 #include <QApplication>
 #include <QFileDialog>
 #include <QFileOpenEvent>
-#include <QLabel>
 #include <QTest>
 #include <QTimer>
-#include <cstdlib>
+#include <array>
 
 namespace quenmoor {
 
@@ -23,205 +22,181 @@ public:
     explicit WindowTest(const TrustingHome& home) : home_(home) {}
 
 private Q_SLOTS:
-    void cleanup();
-    void oneFileArrivesByteForByte();
-    void aFileCancelledOnThePageIsLeftOut();
+    void init()
+    {
+        service_ = std::make_unique<LocalService>();
+        service_->startServer();
+        service_->startPage(home_.certificate());
+    }
+    // A client that has ended leaves a flag in the application that stops later event loops; a
+    // complete run of the main loop clears it.
+    void cleanup()
+    {
+        QTimer::singleShot(0, qApp, [] { QCoreApplication::exit(); });
+        QCoreApplication::exec();
+    }
+    void filesArriveOnceEachAndACancelledOneDoesNot();
     void anExistingCopyIsTreatedAsAnswered();
-    void anOutdatedClientLeadsToTheDownloadPageAndEnds();
-    void quittingWithFilesQueuedAsks();
-    void aServerThatWasKilledHalfWayGetsTheRest();
-    void theSameFileTwiceIsUploadedTwice();
-    void awkwardNamesArriveByEveryRoad();
+    void thePageShowsNameAndSizeAndRecoversFromARefusal();
+    void anOutdatedClientOpensTheDownloadPageAndEnds();
+    void anUploadResumesAfterAServerCrash();
+    void unusualNamesArriveFromEveryIntake();
 
 private:
     const TrustingHome& home_;
+    std::unique_ptr<LocalService> service_;
 };
 
-// A client that ended leaves the application marked as ending, and no later event loop would run;
-// a whole run of the main loop takes the mark away.
-void WindowTest::cleanup()
+void WindowTest::filesArriveOnceEachAndACancelledOneDoesNot()
 {
-    QTimer::singleShot(0, qApp, [] { QCoreApplication::exit(); });
-    QCoreApplication::exec();
-}
-
-void WindowTest::oneFileArrivesByteForByte()
-{
-    WholeWindow client(home_.certificate());
+    WholeWindow client(*service_);
     client.start();
     const std::string content = sampleContent(3'000'000);
-    client.drop({client.files.file("clip.mov", content)});
-    QVERIFY(!client.controller->window().queueLabel->isVisible());
-    client.answerPage("clip.mov", u"upload"_s);
-    QVERIFY(client.waitForStatus(0, u"Finished"_s));
-    QCOMPARE(client.stored("clip.mov") == content, true);
-    QVERIFY(client.controller->windowShouldClose());
-}
+    const auto first = client.files.file("a.mov", content);
+    client.drop({first, client.files.file("b.mov", "second"), first});
+    QTimer::singleShot(0, &client.delegate, &AppDelegate::terminate);
+    client.answerAlert(u"No"_s);
+    QVERIFY(client.window.isVisible());
 
-void WindowTest::aFileCancelledOnThePageIsLeftOut()
-{
-    WholeWindow client(home_.certificate());
-    client.start();
-    client.drop({client.files.file("a.mov", "first"), client.files.file("b.mov", "second"),
-                 client.files.file("c.mov", "third")});
-    QCOMPARE(client.controller->window().queueLabel->text(), u"(2 more in Queue)"_s);
     client.answerPage("a.mov", u"upload"_s);
     client.answerPage("b.mov", u"cancel"_s);
-    client.answerPage("c.mov", u"upload"_s);
     QVERIFY(client.waitForStatus(0, u"Finished"_s));
+    QVERIFY(service_->stored("a.mov") == content);
+    client.answerPage("a.mov", u"upload"_s);
+    client.answerAlert(u"Overwrite"_s);
     QVERIFY(client.waitForStatus(1, u"Finished"_s));
-    QCOMPARE(client.stored("a.mov"), "first");
-    QCOMPARE(client.stored("c.mov"), "third");
-    QVERIFY(!std::filesystem::exists(client.root.path() / "b.mov"));
+    QVERIFY(service_->stored("a.mov") == content);
+    QVERIFY(!std::filesystem::exists(service_->root.path() / "b.mov"));
+    QVERIFY(client.controller.windowShouldClose());
 }
 
 void WindowTest::anExistingCopyIsTreatedAsAnswered()
 {
-    WholeWindow client(home_.certificate());
-    client.start();
     const std::string content = sampleContent(2'000'000);
-    const auto path = client.files.file("half.mov", content);
     {
         std::string error;
-        const auto half = client.store->upload("half.mov", 2'000'000, error);
+        const auto half = service_->store->upload("half.mov", 2'000'000, error);
         QVERIFY(half != nullptr && half->startOver());
         QVERIFY(half->append(std::span(content).first(500'000)));
     }
+    WholeWindow client(*service_);
+    client.start();
+    const auto path = client.files.file("half.mov", content);
     client.drop({path});
     client.answerPage("half.mov", u"upload"_s);
     client.answerAlert(u"Resume"_s);
     QVERIFY(client.waitForStatus(0, u"Finished"_s));
-    QVERIFY(client.stored("half.mov") == content);
+    QVERIFY(service_->stored("half.mov") == content);
 
-    // the same again, with other bytes of the same size
-    const std::string other = sampleContent(2'000'000, 7);
-    client.drop({client.files.file("half.mov", other)});
+    client.drop({client.files.file("half.mov", sampleContent(2'000'000, 7))});
     client.answerPage("half.mov", u"upload"_s);
     client.answerAlert(u"Cancel"_s);
     QVERIFY(client.waitForStatus(1, u"Canceled"_s));
-    QVERIFY(client.stored("half.mov") == content);
-
-    client.drop({path});
-    client.answerPage("half.mov", u"upload"_s);
-    client.answerAlert(u"Overwrite"_s);
-    QVERIFY(client.waitForStatus(2, u"Finished"_s));
-    QVERIFY(client.stored("half.mov") == other);
+    QVERIFY(service_->stored("half.mov") == content);
 }
 
-void WindowTest::anOutdatedClientLeadsToTheDownloadPageAndEnds()
+void WindowTest::thePageShowsNameAndSizeAndRecoversFromARefusal()
+{
+    WholeWindow client(*service_);
+    client.start();
+    const auto text = [&client](const QString& id) {
+        return client.inPage(uR"((() => { const e = document.getElementById('%1');
+            return !e || e.closest('[hidden]') ? '' : e.innerText; })())"_s.arg(id));
+    };
+    const auto path = client.files.file("<b>%41 caf\xE9&size=9.mov", "");
+    std::filesystem::resize_file(path, 1'234'567'890);
+    client.drop({path});
+    QCOMPARE(text(u"filename"_s), u"<b>%41 caf\uFFFD&size=9.mov"_s);
+    QCOMPARE(text(u"filesize"_s), u"1.2 GB (1,234,567,890 bytes)"_s);
+
+    QCOMPARE(client.inPage(u"document.getElementById('session').setAttribute('value', 'unknown'),"
+                           "document.getElementById('upload').click(), 'clicked'"_s),
+             u"clicked"_s);
+    QCOMPARE(text(u"failure_reason"_s), u"The session has ended."_s);
+    client.inPage(u"document.getElementById('retry').click(), 'clicked'"_s);
+    client.answerPage(path.filename(), u"cancel"_s);
+}
+
+void WindowTest::anOutdatedClientOpensTheDownloadPageAndEnds()
 {
     PageSettings settings;
     settings.newestVersion = {"1", "0", "1"};
-    settings.updateUrl = "https://downloads.example/newest";
-    WholeWindow client(home_.certificate(), settings);
-    bool ended = false;
-    QObject::connect(&client.delegate, &AppDelegate::willTerminate, [&ended] { ended = true; });
-    client.controller->viewDidLoad();
-    client.controller->window().show();
+    settings.updateUrl = "https://downloads.example/newest?a=1&b=2";
+    service_->startPage(home_.certificate(), settings);
+    WholeWindow client(*service_);
+    client.controller.viewDidLoad();
+    client.window.show();
     client.answerAlert(u"OK"_s);
-    QVERIFY(QTest::qWaitFor([&ended] { return ended; }, 10'000));
-    QCOMPARE(client.desktop.opened, std::vector{QUrl(u"https://downloads.example/newest"_s)});
-    QVERIFY(!client.controller->window().isVisible());
+    QVERIFY(QTest::qWaitFor([&client] { return !client.window.isVisible(); }, 10'000));
+    QCOMPARE(client.desktop.opened, std::vector{QUrl(QString::fromStdString(settings.updateUrl))});
 }
 
-void WindowTest::quittingWithFilesQueuedAsks()
+void WindowTest::anUploadResumesAfterAServerCrash()
 {
-    WholeWindow client(home_.certificate());
+    WholeWindow client(*service_);
     client.start();
-    client.drop({client.files.file("a.mov", "first")});
-    QTimer::singleShot(0, &client.delegate, &AppDelegate::terminate);
-    client.answerAlert(u"No"_s);
-    QVERIFY(client.controller->window().isVisible());
-    QCOMPARE(client.queues.fileQueue().size(), std::size_t{1});
-
-    QTimer::singleShot(0, &client.delegate, &AppDelegate::terminate);
-    client.answerAlert(u"Yes"_s);
-    QVERIFY(QTest::qWaitFor([&] { return !client.controller->window().isVisible(); }, 10'000));
-}
-
-void WindowTest::aServerThatWasKilledHalfWayGetsTheRest()
-{
-    WholeWindow client(home_.certificate());
-    client.start();
-    client.transferServer->setFaults({{FaultKind::SlowReading, 10'000'000}});
+    service_->server->setFaults({{FaultKind::SlowReading, 10'000'000}});
     const std::string content = sampleContent(30'000'000);
     client.drop({client.files.file("clip.mov", content)});
     client.answerPage("clip.mov", u"upload"_s);
-    const auto part = client.root.path() / ".quenmoor/parts/clip.mov";
     QVERIFY(QTest::qWaitFor(
-        [&] {
+        [this] {
             std::error_code missing;
-            const auto size = std::filesystem::file_size(part, missing);
+            const auto size = std::filesystem::file_size(service_->part("clip.mov"), missing);
             return !missing && size > 10'000'000;
         },
         30'000));
-    client.restartTransferServer();
+    service_->startServer(service_->server->port());
     QVERIFY(client.waitForStatus(0, u"Finished"_s));
-    QVERIFY(client.stored("clip.mov") == content);
+    QVERIFY(service_->stored("clip.mov") == content);
     QVERIFY(QApplication::activeModalWidget() == nullptr);
 }
 
-void WindowTest::theSameFileTwiceIsUploadedTwice()
-{
-    WholeWindow client(home_.certificate());
-    client.start();
-    const auto path = client.files.file("clip.mov", "the bytes");
-    client.drop({path, path});
-    client.answerPage("clip.mov", u"upload"_s);
-    QVERIFY(client.waitForStatus(0, u"Finished"_s));
-    client.answerPage("clip.mov", u"upload"_s);
-    client.answerAlert(u"Overwrite"_s);
-    QVERIFY(client.waitForStatus(1, u"Finished"_s));
-    QCOMPARE(client.stored("clip.mov"), "the bytes");
-}
-
-void WindowTest::awkwardNamesArriveByEveryRoad()
+void WindowTest::unusualNamesArriveFromEveryIntake()
 {
     const std::string dropped = "caf\xE9 ?&#=+.mov";
     const std::string named = "two\nlines%41\xFF";
     const std::string opened = "question? #1 é.mov";
     const std::string chosen = "100%25 [chosen] &.mov";
-    WholeWindow client(home_.certificate());
+    WholeWindow client(*service_);
     for (const std::string& name : {dropped, named, opened, chosen})
-        std::ignore = client.files.file(name, "bytes of " + name);
+        client.files.file(name, "bytes of " + name);
+    const auto path = [&client](const std::string& name) {
+        return QString::fromStdString((client.files.path() / name).string());
+    };
 
     // the command line
     std::string program = "quenmoor-upload";
     std::string argument = client.files.path() / named;
     std::array<char*, 2> argv{program.data(), argument.data()};
     client.delegate.applicationOpenFiles(filesToOpen(2, argv.data()));
-    client.controller->viewDidLoad();
-    client.controller->window().show();
+    client.controller.viewDidLoad();
+    client.window.show();
     client.answerPage(named, u"upload"_s);
-    // the page's session brings the opened files once more
-    if (!client.queues.fileQueue().empty())
+    if (!client.queues.fileQueue().empty()) // the page's session queues opened files again
         client.answerPage(named, u"cancel"_s);
     client.delegate.applicationOpenFiles({});
 
     client.drop({client.files.path() / dropped});
     client.answerPage(dropped, u"upload"_s);
 
-    client.controller->browseButtonClick();
-    QVERIFY(client.waitForAlert());
-    auto* const chooser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+    client.controller.browseButtonClick();
+    auto* const chooser = client.window.findChild<QFileDialog*>();
     QVERIFY(chooser != nullptr);
-    chooser->selectFile(QString::fromStdString((client.files.path() / chosen).string()));
+    chooser->selectFile(path(chosen));
     static_cast<QDialog*>(chooser)->accept();
     client.answerPage(chosen, u"upload"_s);
 
-    // the platform's own open request, taken at the page's next session
-    QFileOpenEvent open(
-        QUrl::fromLocalFile(QString::fromStdString((client.files.path() / opened).string())));
+    // the platform's open request, which the page's next session queues
+    QFileOpenEvent open(QUrl::fromLocalFile(path(opened)));
     QApplication::sendEvent(qApp, &open);
     QVERIFY(QTest::qWaitFor([&] { return !client.delegate.droppedFiles().empty(); }, 10'000));
-    PageSignal session;
-    session.title = u"session"_s;
-    client.controller->webViewDidReceiveTitle(session);
+    client.controller.webViewDidReceiveTitle({u"session"_s, {}, {}, {}, {}, {}, {}});
     client.answerPage(opened, u"upload"_s);
 
     QVERIFY(QTest::qWaitFor([&] { return client.queues.uploadCount() == 0; }, 60'000));
     for (const std::string& name : {dropped, named, opened, chosen})
-        QCOMPARE(client.stored(name), "bytes of " + name);
+        QCOMPARE(service_->stored(name), "bytes of " + name);
 }
 
 } // namespace quenmoor

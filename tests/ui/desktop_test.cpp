@@ -1,11 +1,8 @@
-// Alerts and the file chooser with Qt's own dialogs.
-#include "tests/fakes/temp_folder.h"
+// Alerts with Qt's message box.
 #include "ui/desktop.h"
 
 #include <QApplication>
-#include <QFileDialog>
 #include <QLabel>
-#include <QLineEdit>
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
@@ -23,7 +20,6 @@ private:
     using Action = std::function<void(QMessageBox&)>;
 
     const Alert question_{"File Exists", "Same <b>file</b>.", {"Cancel", "Overwrite", "Resume"}};
-    TempFolder folder_;
     QtDesktop desktop_;
 
     static QMessageBox* openBox()
@@ -110,34 +106,6 @@ private Q_SLOTS:
         QCOMPARE(QApplication::exec(), 3);
         QCOMPARE(answer, std::nullopt);
         QCOMPARE(openBox(), nullptr);
-    }
-
-    void theChooserReturnsTheFilesInOrderAndNothingWhenCancelled()
-    {
-        const std::string awkward = "what? 100%25 #2 é.mov";
-        for (const std::string& name : {std::string("a.mov"), std::string("b.mov"), awkward})
-            folder_.file(name, "x");
-        const auto choose = [this](const QString& typed, Qt::Key key) {
-            std::vector<std::string> names;
-            QWidget window;
-            desktop_.chooseFiles(&window, [&names](const std::vector<FileUrl>& files) {
-                for (const FileUrl& file : files)
-                    names.push_back(file.filename());
-            });
-            const QPointer<QFileDialog> chooser = window.findChild<QFileDialog*>();
-            chooser->setDirectory(QString::fromStdString(folder_.path()));
-            auto* const line = chooser->findChild<QLineEdit*>();
-            line->setText(typed);
-            if (!QTest::qWaitForWindowActive(chooser))
-                return std::vector<std::string>{"(no chooser)"};
-            QTest::keyClick(line, key);
-            static_cast<void>(QTest::qWaitFor([&chooser] { return chooser.isNull(); }));
-            return names;
-        };
-        QCOMPARE(choose(u"\"b.mov\" \"a.mov\""_s, Qt::Key_Return),
-                 (std::vector<std::string>{"b.mov", "a.mov"}));
-        QCOMPARE(choose(QString::fromStdString(awkward), Qt::Key_Return), std::vector{awkward});
-        QCOMPARE(choose(u"b.mov"_s, Qt::Key_Escape), std::vector<std::string>{});
     }
 };
 

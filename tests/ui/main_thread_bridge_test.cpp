@@ -5,7 +5,6 @@
 #include <array>
 #include <atomic>
 #include <future>
-#include <memory>
 #include <semaphore>
 #include <thread>
 #include <vector>
@@ -13,7 +12,7 @@
 namespace quenmoor {
 namespace {
 
-// The test's own thread is the main thread; `woken` counts the calls for it.
+// The thread of the test is the main thread; `woken` counts its wake-ups.
 struct MainThreadBridgeTest : testing::Test {
     std::counting_semaphore<> woken{0};
     MainThreadBridge bridge{[this] { woken.release(); }};
@@ -25,47 +24,41 @@ struct MainThreadBridgeTest : testing::Test {
     }
 };
 
-TEST_F(MainThreadBridgeTest, runsTheWorkOnTheMainThreadBeforeTheCallerGoesOn)
-{
-    std::thread::id ranOn;
-    auto caller = std::async(std::launch::async, [&] {
-        const bool ran = bridge.runOnMainAndWait([&] { ranOn = std::this_thread::get_id(); });
-        return ran && ranOn != std::thread::id();
-    });
-    serveOnce();
-    EXPECT_TRUE(caller.get());
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-}
-
-TEST_F(MainThreadBridgeTest, servesManyCallersAndKeepsEachOnesOrder)
+TEST_F(MainThreadBridgeTest, runsTheWorkOfEachCallerInOrderOnTheMainThread)
 {
     constexpr int kCallers = 4;
     constexpr int kCalls = 500;
-    std::array<std::vector<int>, kCallers> seen; // main thread only, so unguarded
+    std::array<std::vector<int>, kCallers> results; // main thread only, so unguarded
     std::vector<std::jthread> callers;
-    for (std::vector<int>& mine : seen) {
-        callers.emplace_back([this, &mine] {
-            for (int i = 0; i < kCalls; ++i)
-                EXPECT_TRUE(bridge.runOnMainAndWait([&mine, i] { mine.push_back(i); }));
+    for (std::vector<int>& own : results) {
+        callers.emplace_back([this, &own, main = std::this_thread::get_id()] {
+            for (int i = 0; i < kCalls; ++i) {
+                bool onMain = false;
+                EXPECT_TRUE(bridge.runOnMainAndWait([&] {
+                    own.push_back(i);
+                    onMain = std::this_thread::get_id() == main;
+                }));
+                EXPECT_TRUE(onMain);
+            }
         });
     }
     for (int i = 0; i < kCallers * kCalls; ++i)
         serveOnce();
     callers.clear();
-    for (const std::vector<int>& order : seen) {
-        EXPECT_EQ(order.size(), kCalls);
-        EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+    for (const std::vector<int>& own : results) {
+        EXPECT_EQ(own.size(), kCalls);
+        EXPECT_TRUE(std::is_sorted(own.begin(), own.end()));
     }
 }
 
-TEST_F(MainThreadBridgeTest, closingLetsGoWhoeverWaitsAndTurnsLaterOnesAway)
+TEST_F(MainThreadBridgeTest, closeReleasesWaitingCallersAndRejectsLaterOnes)
 {
     std::atomic<int> ran{0};
     std::vector<std::future<bool>> callers;
     for (int i = 0; i < 3; ++i) {
         callers.push_back(std::async(std::launch::async,
                                      [&] { return bridge.runOnMainAndWait([&ran] { ++ran; }); }));
-        woken.acquire(); // it waits in the queue
+        woken.acquire(); // it is in the queue
     }
     bridge.close();
     for (auto& caller : callers)
@@ -77,11 +70,11 @@ TEST_F(MainThreadBridgeTest, closingLetsGoWhoeverWaitsAndTurnsLaterOnesAway)
     EXPECT_EQ(ran, 0);
 }
 
-TEST_F(MainThreadBridgeTest, workThatHasBegunIsWaitedForThroughTheClose)
+TEST_F(MainThreadBridgeTest, workThatHasBegunIsWaitedForAfterClose)
 {
     std::atomic<bool> finished{false};
     auto caller = std::async(std::launch::async, [&] {
-        // the work ends the program, as the engine's last call does, and has more to do
+        // the work ends the program, as the engine's last call does, and then continues
         return bridge.runOnMainAndWait([&] {
             bridge.close();
             finished = true;
@@ -91,7 +84,7 @@ TEST_F(MainThreadBridgeTest, workThatHasBegunIsWaitedForThroughTheClose)
     EXPECT_TRUE(caller.get());
 }
 
-TEST_F(MainThreadBridgeTest, workMayServeOtherCallersFromInside)
+TEST_F(MainThreadBridgeTest, workMayRunTheWorkOfOtherCallers)
 {
     auto inner = std::async(std::launch::async, [&] { return bridge.runOnMainAndWait([] {}); });
     woken.acquire(); // the inner one is queued first, and the outer one behind it
@@ -102,43 +95,29 @@ TEST_F(MainThreadBridgeTest, workMayServeOtherCallersFromInside)
     EXPECT_TRUE(outer.get());
 }
 
-struct Question : MainThreadBridgeTest {
-    MainThreadBridge::AnswerCallback give;
-    std::future<std::optional<std::int32_t>> caller;
-
-    // Leaves a question open.
-    Question()
-    {
-        caller = std::async(std::launch::async, [this] {
-            return bridge.askOnMainAndWait([this](const auto& answer) { give = answer; });
+TEST_F(MainThreadBridgeTest, aQuestionHasTheFirstAnswerThatPrecedesClose)
+{
+    using Answers = std::vector<std::int32_t>;
+    const auto ask = [this](const Answers& early, const Answers& late) {
+        MainThreadBridge::AnswerCallback answer;
+        auto caller = std::async(std::launch::async, [&] {
+            return bridge.askOnMainAndWait([&answer](const auto& callback) { answer = callback; });
         });
         serveOnce();
-    }
-};
-
-TEST_F(Question, isAnsweredLongAfterItWasAskedWhileOtherWorkGoesOn)
-{
-    auto other = std::async(std::launch::async, [&] { return bridge.runOnMainAndWait([] {}); });
-    serveOnce();
-    EXPECT_TRUE(other.get());
-
-    give(1002);
-    give(1001); // a second answer is none
-    EXPECT_EQ(caller.get(), 1002);
-}
-
-TEST_F(Question, thatStandsOpenAtTheEndHasNoAnswer)
-{
-    bridge.close();
-    EXPECT_EQ(caller.get(), std::nullopt);
-    give(1000); // the dialog that is taken down answers too late
-}
-
-TEST_F(Question, thatWasAnsweredBeforeTheEndKeepsItsAnswer)
-{
-    give(1001);
-    bridge.close();
-    EXPECT_EQ(caller.get(), 1001);
+        auto other = std::async(std::launch::async, [&] { return bridge.runOnMainAndWait([] {}); });
+        serveOnce(); // while the question is open
+        EXPECT_TRUE(other.get());
+        for (const std::int32_t given : early)
+            answer(given);
+        if (early.empty())
+            bridge.close();
+        const std::optional<std::int32_t> result = caller.get();
+        for (const std::int32_t given : late)
+            answer(given);
+        return result;
+    };
+    EXPECT_EQ(ask({1002, 1001}, {1000}), 1002);
+    EXPECT_EQ(ask({}, {1000}), std::nullopt);
 }
 
 } // namespace

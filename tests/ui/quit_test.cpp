@@ -1,4 +1,4 @@
-// Open requests, quitting, and the end of the program in the phases of an upload.
+// Open requests and every way to quit.
 #include "tests/ui/window_fixture.h"
 #include "ui/startup_and_exit.h"
 
@@ -8,44 +8,10 @@
 #include <QTest>
 #include <QTimer>
 #include <csignal>
-#include <semaphore>
 
 namespace quenmoor {
 
 using namespace Qt::StringLiterals;
-
-// Blocks in the rendezvous or in every send until it is released, as the real link can.
-class BlockingLink : public FakeTransferLink {
-public:
-    enum class Call { None, Rendezvous, Send };
-    explicit BlockingLink(Call call) : call_(call) {}
-
-    std::binary_semaphore reached{0};
-    std::binary_semaphore released{0};
-
-    bool rendezvousWithServer(std::int32_t connected, std::int32_t& socket) override
-    {
-        block(Call::Rendezvous);
-        return FakeTransferLink::rendezvousWithServer(connected, socket);
-    }
-    std::int32_t send(std::int32_t socket, std::span<const char> bytes) override
-    {
-        block(Call::Send);
-        return FakeTransferLink::send(socket, bytes);
-    }
-
-private:
-    void block(Call call)
-    {
-        if (call != call_)
-            return;
-        reached.release();
-        released.acquire();
-        released.release();
-    }
-
-    const Call call_;
-};
 
 class QuitTest : public QObject {
     Q_OBJECT
@@ -126,41 +92,6 @@ private Q_SLOTS:
             QVERIFY2(runLoop(with.delegate, [&] { row.act(with); }) == row.status, row.name);
             QVERIFY2(with.desktop.alerts.size() == row.alerts, row.name);
             QVERIFY2(with.window.isVisible() == (row.status == -1), row.name);
-        }
-    }
-
-    void theEndReleasesTheUploadThreadInEveryPhaseAndAnswersNoQuestion()
-    {
-        using Call = BlockingLink::Call;
-        enum class Phase { InLink, Countdown, Question };
-        for (const auto& [call, phase] :
-             {std::pair{Call::Rendezvous, Phase::InLink}, std::pair{Call::Send, Phase::InLink},
-              std::pair{Call::None, Phase::Countdown}, std::pair{Call::None, Phase::Question}}) {
-            BlockingLink link{call};
-            WindowFixture with(&link);
-            connectEnd(with.controller, with.delegate, with.view, with.bridge, endSignals_);
-            if (phase == Phase::Countdown)
-                link.plans = {{LinkFault::Refuse}, {LinkFault::Refuse}};
-            if (phase == Phase::Question)
-                link.copies["a"] = {"x", 10};
-            with.start();
-            with.controller.addFiles({with.file("a")});
-            with.page.signal(u"token"_s, u"s"_s, u"t"_s);
-            QVERIFY(QTest::qWaitFor([&, phase = phase] {
-                if (phase == Phase::Countdown)
-                    return with.queues.tableList().cell("Status", 0).starts_with("Retrying");
-                return phase == Phase::Question ? with.desktop.answer != nullptr
-                                                : link.reached.try_acquire();
-            }));
-            QCOMPARE(runLoop(with.delegate, [&with] { with.delegate.terminateAtOnce(9); }), 9);
-
-            with.clock.end();
-            if (phase == Phase::InLink)
-                QVERIFY(!with.engine.waitForEnd(std::chrono::milliseconds(20)));
-            link.released.release();
-            QVERIFY(with.engine.waitForEnd(std::chrono::minutes(1)));
-            QVERIFY(link.confirmations.empty());
-            QCOMPARE(with.queues.uploadCount(), 1U);
         }
     }
 

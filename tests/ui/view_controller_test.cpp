@@ -78,28 +78,15 @@ private Q_SLOTS:
         QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
 
         with.controller.addFiles({with.file("d.mov")});
-        with.page.signal(u"token"_s, u"s3"_s, u"t"_s); // Idle, with a row
+        with.page.signal(u"token"_s, u"s3"_s, u"t1"_s); // Idle, with a row
+        QCOMPARE(with.queues.uploadHead()->token, std::optional<std::string>("t1"));
+        QCOMPARE(with.window.progressGrid->model()->rowCount(), 1);
         QCOMPARE(shown(with.window), u"progressPanel statusBarProgressBar drops"_s);
 
         with.page.signal(u"upload"_s); // in any state
         QCOMPARE(shown(with.window), u"statusBarProgressBar drops"_s);
         with.page.signal(u"index"_s);
         QCOMPARE(shown(with.window), u"webView statusBarProgressBar drops"_s);
-    }
-
-    void aTokenMovesTheHeadAndAddsItsRow()
-    {
-        WindowFixture with;
-        with.start();
-        with.controller.addFiles({with.file("a"), with.file("b", 20)});
-        with.page.signal(u"token"_s, u"s9"_s, u"t1"_s);
-        with.page.signal(u"token"_s, u"s9"_s, {});
-
-        QCOMPARE(with.waiting(), 0U);
-        QCOMPARE(with.queues.uploadCount(), 2U);
-        QCOMPARE(with.queues.uploadHead()->token, std::optional<std::string>("t1"));
-        QCOMPARE(with.window.progressGrid->model()->rowCount(), 2);
-        QCOMPARE(with.queues.tableList().cell("File", 1), std::string("b"));
     }
 
     void everySessionAddsTheLatestOpenedFilesAgain()
@@ -197,19 +184,6 @@ private Q_SLOTS:
         };
         QVERIFY(!with.controller.windowShouldClose());
         QCOMPARE(with.desktop.alerts.size(), 5U);
-    }
-
-    void browseQueuesTheChosenFiles()
-    {
-        WindowFixture with;
-        with.start();
-        with.window.browseButton->click(); // cancelled
-        QCOMPARE(with.waiting(), 0U);
-        with.desktop.choice = {with.file("a"), with.file("b")};
-        with.window.show();
-        QVERIFY(QTest::qWaitForWindowActive(&with.window));
-        QTest::keyClick(&with.window, Qt::Key_O, Qt::ControlModifier);
-        QTRY_COMPARE(with.waiting(), 2U);
     }
 
     void theEngineReportsAndAsksInTheWindow()

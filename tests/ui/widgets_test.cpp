@@ -10,11 +10,9 @@
 #include <QAbstractItemModelTester>
 #include <QApplication>
 #include <QDropEvent>
-#include <QHeaderView>
 #include <QMimeData>
 #include <QPaintEvent>
 #include <QProgressBar>
-#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
@@ -40,22 +38,17 @@ public:
         window.setPanelsShown(false, true);
         window.setPageShown(false);
         window.setStatusBarShown(true);
-        addRows(100);
+        const FileUrl file = FileUrl::fromPath(folder.file("line\nfeed\xFF.mov", "x"));
+        for (int i = 0; i < 100; ++i) {
+            queues.addFiles(std::array{file});
+            if (queues.acceptToken("t"))
+                model.appendRow(file);
+        }
         for (QWidget* const widget : window.findChildren<QWidget*>())
             widget->installEventFilter(this);
         window.show();
         if (!QTest::qWaitForWindowExposed(&window))
             qFatal("the window is not shown");
-    }
-
-    void addRows(int count)
-    {
-        const FileUrl file = FileUrl::fromPath(folder.file("line\nfeed\xFF.mov", "x"));
-        for (int i = 0; i < count; ++i) {
-            queues.addFiles(std::array{file});
-            if (queues.acceptToken("t"))
-                model.appendRow(file);
-        }
     }
 
     // Runs `change` and returns the painted region of the table and the names of other painted
@@ -205,18 +198,6 @@ private Q_SLOTS:
         QSignalSpy changed(&with.model, &QAbstractItemModel::dataChanged);
         with.model.refreshCurrentRow();
         QCOMPARE(changed.count(), 0);
-    }
-
-    void newRowsKeepTheSelectionAndTheScrollPosition()
-    {
-        UploadingWindow with;
-        with.grid.selectRow(50);
-        with.grid.scrollTo(with.model.index(50, 0), QAbstractItemView::PositionAtTop);
-        const int position = with.grid.verticalScrollBar()->value();
-        with.addRows(100);
-        QCoreApplication::processEvents();
-        QCOMPARE(with.grid.verticalScrollBar()->value(), position);
-        QCOMPARE(with.grid.selectionModel()->selectedRows().value(0).row(), 50);
     }
 
     void theStatusBarRepaintsOnlyWhatChanged()

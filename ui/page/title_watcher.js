@@ -27,6 +27,7 @@
     const insertBefore = method(Node.prototype, 'insertBefore');
     const removeChild = method(Node.prototype, 'removeChild');
     const getAttribute = method(Element.prototype, 'getAttribute');
+    const query = method(Element.prototype, 'querySelector');
     const setAttribute = method(Element.prototype, 'setAttribute');
     const removeAttribute = method(Element.prototype, 'removeAttribute');
 
@@ -128,7 +129,7 @@
     const changesTitle = ({ type, target, addedNodes, removedNodes }) =>
         isTitle(target) || isTitle(target.parentNode) ||
         [...addedNodes, ...removedNodes].some(
-            node => isTitle(node) || (node instanceof Element && node.querySelector('title')));
+            node => isTitle(node) || (node instanceof Element && query(node, 'title')));
 
     const observe = records => {
         if (records.some(changesTitle))
