@@ -267,6 +267,7 @@ TEST(SentPackets, takesNoRttSampleFromRetransmittedPackets)
         sent.onSent(number, number, 0);
     EXPECT_EQ(sent.onAcknowledged(10, 109), 100);
     EXPECT_EQ(sent.onReportedLost({12, 13}, 114), 100); // packet 14 has arrived
+    EXPECT_EQ(sent.onReportedLost({12, 13}, 114), 100); // a duplicate counts once
     sent.onSent(20, 150, 0);
     EXPECT_EQ(sent.onReportedLost({18, 19}, 160), std::nullopt); // caused by either copy of 20
     EXPECT_EQ(sent.onAcknowledged(12, 170), std::nullopt);       // delayed by missing packets
