@@ -205,12 +205,12 @@ public:
         while (!stopping) {
             waitForWork();
             const bool isCut = cut;
-            receiveAll(toSender_, [&](const Packet& packet, Time now) {
+            receiveBatch(toSender_, [&](const Packet& packet, Time now) {
                 counter_.count(packet, counts_);
                 if (!isCut && !uplink_.enqueue(packet, now))
                     ++counts_.queueDrops;
             });
-            receiveAll(toService_, [&](const Packet& packet, Time now) {
+            receiveBatch(toService_, [&](const Packet& packet, Time now) {
                 if (!isCut)
                     downlink_.enqueue(packet, now);
             });
@@ -253,8 +253,9 @@ private:
         ppoll(sockets.data(), sockets.size(), &limit, nullptr);
     }
 
+    // Receives up to kBatch packets that have arrived.
     template <typename Handle>
-    void receiveAll(int socket, Handle handle)
+    void receiveBatch(int socket, Handle handle)
     {
         for (std::size_t i = 0; i < kBatch; ++i) {
             socklen_t length = sizeof sender_;
@@ -272,7 +273,7 @@ private:
     const int toSender_ = openSocket();
     const int toService_ = openSocket();
     sockaddr_in sender_{}; // of the latest packet
-    Packet packet_{};      // the buffer of receiveAll()
+    Packet packet_{};      // the buffer of receiveBatch()
     Wire uplink_;
     Wire downlink_;
     DataCounter counter_;

@@ -191,7 +191,7 @@ bool TransferSession::receiveFile(StoredUpload& upload)
             return endOnFault(received);
         const Received got =
             receiveFileBytes(std::span(buffer).first(static_cast<std::size_t>(wanted)));
-        if (got.outcome == Received::Outcome::Gone)
+        if (got.outcome == Received::Outcome::Broken)
             return logEnd(
                 fmt::format("the link was closed or lost, {} bytes held", upload.position()));
         if (!upload.append(std::span(buffer).first(got.count)))
@@ -242,7 +242,7 @@ bool TransferSession::receiveMore(UdtSocket& socket, std::string& text, std::siz
         return logEnd("a document did not arrive in time");
     std::array<char, kDocumentBuffer> buffer{};
     const Received got = socket.receive(buffer);
-    if (got.outcome == Received::Outcome::Gone)
+    if (got.outcome == Received::Outcome::Broken)
         return logEnd("the link was closed or lost");
     text.append(buffer.data(), got.count);
     const std::string reason = stop_->reason();

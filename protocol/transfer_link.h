@@ -12,7 +12,7 @@
 
 namespace quenmoor {
 
-// The values of socketState() that the engine distinguishes.
+// Two values of socketState(): a usable connection, and one that the peer closed or that was lost.
 inline constexpr std::int32_t kSocketConnected = 5;
 inline constexpr std::int32_t kSocketBroken = 6;
 

@@ -224,8 +224,8 @@ Received UdtSocket::receive(std::span<char> buffer)
     if (count > 0)
         return {Received::Outcome::Bytes, static_cast<std::size_t>(count)};
     if (count == 0 || lastErrorIsTimeout())
-        return {Received::Outcome::NothingYet};
-    return {Received::Outcome::Gone};
+        return {Received::Outcome::TimedOut};
+    return {Received::Outcome::Broken};
 }
 
 std::optional<std::int32_t> UdtSocket::sendSome(std::string_view bytes) const

@@ -32,7 +32,7 @@ struct UdtOptions {
 };
 
 struct Received {
-    enum class Outcome : std::uint8_t { Bytes, NothingYet, Gone };
+    enum class Outcome : std::uint8_t { Bytes, TimedOut, Broken };
 
     Outcome outcome{};
     std::size_t count = 0; // more than 0 with Bytes, otherwise 0

@@ -128,8 +128,7 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
 
 bool UdtTransferLink::sendString(std::int32_t socket, const std::string& text)
 {
-    // A part that the library did not take is not sent again: the documents are far smaller than
-    // its buffer.
+    // The documents are far smaller than the library's send buffer, so it takes them whole.
     return sendOrExplain(socket, text.c_str()).has_value();
 }
 
@@ -140,9 +139,9 @@ std::string UdtTransferLink::receiveString(std::int32_t socket)
     buffer[received.count] = '\0';
     std::string text(buffer.data());
     logOutput("received: " + text);
-    if (received.outcome == Received::Outcome::Gone)
+    if (received.outcome == Received::Outcome::Broken)
         failureReason_ = libraryReason();
-    else if (received.outcome == Received::Outcome::NothingYet)
+    else if (received.outcome == Received::Outcome::TimedOut)
         failureReason_ = "no message from the server within 10 s";
     else if (text.empty())
         failureReason_ = "the server sent an empty message";
