@@ -18,11 +18,10 @@ namespace quenmoor {
 struct SimulatedLink {
     double rate = 10'000; // packets per second
     Micros roundTrip = 50'000;
-    double queue = 1000;         // packets
-    double loss = 0;             // share of the data packets
-    double lossBack = 0;         // share of acknowledgements and reports
-    Micros sleep = 5'000;        // of the sending thread; feedback wakes it as well
-    NumberRange lostRun{-1, -1}; // first transmissions that are lost, counted from the first packet
+    double queue = 1000;  // packets
+    double loss = 0;      // share of the data packets
+    double lossBack = 0;  // share of acknowledgements and reports
+    Micros sleep = 5'000; // of the sending thread; feedback wakes it as well
     std::vector<std::pair<Micros, double>> rates{}; // later values of `rate`
     Micros longerFrom = INT64_MAX;                  // then the round trip is twice as long
     Micros deadFrom = INT64_MAX, deadUntil = INT64_MAX;
@@ -31,10 +30,7 @@ struct SimulatedLink {
 };
 
 struct SimulatedFlow {
-    SimulatedFlow(std::int64_t number, Micros now)
-        : first(number), model(number, now), next(number), acknowledged(number), highest(number - 1)
-    {
-    }
+    SimulatedFlow(std::int64_t number, Micros now) : first(number), model(number, now) {}
 
     // Set before the run: packets that the application has supplied by a time.
     std::function<std::int64_t(Micros)> supplied = [](Micros) { return INT64_MAX; };
@@ -44,14 +40,14 @@ struct SimulatedFlow {
     Micros brokenAt = -1;    // when the peer was given up
     Micros longestRound = 0; // of the model, while packets were in flight
     int timeouts = 0;
-    std::vector<std::int64_t> samples; // payload() after each tenth of a second
+    std::vector<std::int64_t> samples; // payload() every tenth of a second
     std::int64_t payload() const { return acknowledged - first; }
 
     // Sender.
-    std::int64_t first;
+    const std::int64_t first;
     PathModel model;
-    std::int64_t next;
-    std::int64_t acknowledged;
+    std::int64_t next = first;
+    std::int64_t acknowledged = first;
     std::set<std::int64_t> retransmissions;
     Micros due = 0;    // when the next packet is to be sent, 0 if none waits
     Micros target = 0; // `due` at the last packet
@@ -62,7 +58,7 @@ struct SimulatedFlow {
     Micros roundSeenAt = 0;
 
     // Receiver.
-    std::int64_t highest;
+    std::int64_t highest = first - 1;
     std::set<std::int64_t> gaps;
     std::int64_t lastAck = -1;
     Micros lastAckAt = 0;
@@ -87,8 +83,7 @@ public:
             flow.due = flow.lastFeedback = flow.roundSeenAt = now_;
             repeat(0, link_.sleep, [this, &flow] { wake(flow); });
             repeat(kTimerInterval, kTimerInterval, [this, &flow] { checkTimeout(flow); });
-            repeat(kSampleInterval, kSampleInterval,
-                   [&flow] { flow.samples.push_back(flow.payload()); });
+            repeat(0, kSampleInterval, [&flow] { flow.samples.push_back(flow.payload()); });
             repeat(kAckInterval, kAckInterval, [this, &flow] { acknowledge(flow); });
         });
         return flow;
@@ -121,9 +116,8 @@ public:
         double possible = 0;
         for (Micros time = from; time < to; time += kSampleInterval)
             possible += rateAt(kStart + time) * static_cast<double>(kSampleInterval) * 1e-6;
-        const auto delivered = [&](Micros time) {
-            const auto count = static_cast<std::size_t>(time / kSampleInterval);
-            return count == 0 ? 0 : flows_.front().samples.at(count - 1);
+        const auto delivered = [this](Micros time) {
+            return flows_.front().samples.at(static_cast<std::size_t>(time / kSampleInterval));
         };
         return static_cast<double>(delivered(to) - delivered(from)) / possible;
     }
@@ -202,40 +196,31 @@ private:
             repeated ? flow.retransmissions.extract(flow.retransmissions.begin()).value()
                      : flow.next++;
         flow.model.onSent(wrapped(number, flow), time);
-        transmit(flow, number, time, repeated);
-        if (!repeated && number % 16 == 0) { // the packet after it follows at once
-            flow.due = time;
-        } else if (flow.lateness >= interval) {
-            flow.lateness -= interval;
-            flow.due = time;
-        } else {
-            flow.due = time + interval - flow.lateness;
-            flow.lateness = 0;
-        }
-        flow.target = flow.due;
+        transmit(flow, number, time);
+        // The second packet of a pair follows at once.
+        const Micros wait = !repeated && number % 16 == 0 ? 0 : interval;
+        const Micros caughtUp = std::min(flow.lateness, wait);
+        flow.lateness -= caughtUp;
+        flow.due = flow.target = time + wait - caughtUp;
         return true;
     }
 
-    void transmit(SimulatedFlow& flow, std::int64_t number, Micros time, bool repeated)
+    void transmit(SimulatedFlow& flow, std::int64_t number, Micros time)
     {
         ++flow.wire;
-        const double rate = rateAt(time);
-        if (time > backlogAt_) {
-            const double drained = rate * static_cast<double>(time - backlogAt_) * 1e-6;
-            backlog_ = std::max(0.0, backlog_ - drained);
-            backlogAt_ = time;
-        }
+        const double rate = rateAt(time) * 1e-6; // packets per microsecond
+        const auto elapsed = static_cast<double>(std::max<Micros>(time - backlogAt_, 0));
+        backlog_ = std::max(0.0, backlog_ - rate * elapsed);
+        backlogAt_ = std::max(backlogAt_, time);
         queues_.push_back(static_cast<float>(backlog_));
         if (backlog_ + 1 > link_.queue) {
             ++dropped_;
             return;
         }
         backlog_ += 1;
-        const std::int64_t count = number - flow.first;
-        const bool inRun = count >= link_.lostRun.first && count <= link_.lostRun.last;
-        if (chance(link_.loss) || (inRun && !repeated) || dead())
+        if (chance(link_.loss) || dead())
             return;
-        const auto queueing = static_cast<Micros>(backlog_ / rate * 1e6);
+        const auto queueing = static_cast<Micros>(backlog_ / rate);
         lastArrival_ = std::max(lastArrival_, time + queueing + oneWay());
         const Micros late = chance(link_.reordered) ? kReorderDelay : 0;
         for (int copies = chance(link_.duplicated) ? 2 : 1; copies > 0; --copies)
@@ -298,10 +283,15 @@ private:
     void onReport(SimulatedFlow& flow, NumberRange lost)
     {
         flow.model.onReportedLost({wrapped(lost.first, flow), wrapped(lost.last, flow)}, now_);
-        for (auto number = std::max(lost.first, flow.acknowledged); number <= lost.last; ++number)
-            flow.retransmissions.insert(number);
-        flow.due = now_;
+        retransmit(flow, std::max(lost.first, flow.acknowledged), lost.last);
         onFeedback(flow);
+    }
+
+    void retransmit(SimulatedFlow& flow, std::int64_t from, std::int64_t to)
+    {
+        for (; from <= to; ++from)
+            flow.retransmissions.insert(from);
+        flow.due = now_;
     }
 
     void onFeedback(SimulatedFlow& flow)
@@ -327,11 +317,8 @@ private:
             return;
         }
         if (inFlight) {
-            std::set<std::int64_t> all;
-            for (std::int64_t number = flow.acknowledged; number < flow.next; ++number)
-                all.insert(all.end(), number);
             if (flow.retransmissions.empty())
-                flow.retransmissions = std::move(all);
+                retransmit(flow, flow.acknowledged, flow.next - 1);
             ++flow.timeouts;
             flow.model.onTimeout(now_);
             flow.due = now_;
