@@ -1,4 +1,5 @@
-// The page server over https, for a client that trusts its certificate.
+// The page server over https for a client that trusts its certificate, and what it needs: the
+// certificate, the sessions and the tokens.
 #include "base/text.h"
 #include "tests/fakes/local_service.h"
 
@@ -9,17 +10,21 @@
 namespace quenmoor {
 namespace {
 
+using namespace std::chrono_literals;
+using namespace std::string_literals;
 using nlohmann::json;
+using std::filesystem::perms;
+using Refusal = SessionStore::Refusal;
 
 class PageServerTest : public testing::Test, protected LocalService {
 protected:
     PageServerTest() { startPage(certificate); }
 
-    httplib::Result get(const std::string& name) { return client()->Get("/files/upload/" + name); }
+    httplib::Result get(const std::string& name) { return client().Get("/files/upload/" + name); }
     httplib::Result post(const std::string& name, const std::string& body,
                          const char* type = "application/json")
     {
-        return client()->Post("/files/upload/" + name, body, type);
+        return client().Post("/files/upload/" + name, body, type);
     }
     json postJson(const std::string& name, const json& body, int status = 200)
     {
@@ -27,12 +32,11 @@ protected:
         EXPECT_TRUE(reply && reply->status == status) << body;
         return json::parse(reply->body);
     }
-    std::unique_ptr<httplib::SSLClient> client() const
+    httplib::Client client() const
     {
-        auto made = std::make_unique<httplib::SSLClient>("localhost", pageServer->port());
-        made->set_ca_cert_path(certificate.certificateFile.c_str());
-        made->enable_server_certificate_verification(true);
-        made->set_url_encode(false);
+        httplib::Client made("https://localhost:" + std::to_string(pageServer->port()));
+        made.set_ca_cert_path(certificate.certificateFile.c_str());
+        made.set_url_encode(false);
         return made;
     }
 
@@ -49,12 +53,11 @@ TEST_F(PageServerTest, servesThePageAlsoForQueriesWithQuestionMarks)
     EXPECT_TRUE(
         page->get_header_value("Content-Security-Policy").starts_with("default-src 'none'"));
     for (const char* id : {"session", "token", "mac_major", "mac_minor", "mac_build", "update_url"})
-        EXPECT_NE(page->body.find(std::string("id=\"") + id + '"'), std::string::npos) << id;
+        EXPECT_NE(page->body.find("id=\""s + id + '"'), std::string::npos) << id;
     EXPECT_EQ(page->body.find("http"), std::string::npos) << "a resource of another origin";
     EXPECT_EQ(get("index.html?session=s&filename=what?really??.mov&size=1")->body, page->body);
     EXPECT_EQ(get("key.pem?a?b")->status, 400);
-    EXPECT_EQ(client()->Get("/")->get_header_value("Location"), "/files/upload/index.html");
-    EXPECT_EQ(get("upload.js")->status, 200);
+    EXPECT_EQ(client().Get("/")->get_header_value("Location"), "/files/upload/index.html");
     EXPECT_EQ(get("upload.css")->status, 200);
 }
 
@@ -112,6 +115,90 @@ TEST_F(PageServerTest, reportsWhyItCannotStart)
     EXPECT_NE(start({none, none}, page).find("certificate"), std::string::npos);
     page.pageFolder = folder.path();
     EXPECT_NE(start(certificate, page).find("index.html"), std::string::npos);
+}
+
+TEST(Certificate, isGeneratedAgainUnlessItMatchesItsPrivateKey)
+{
+    const TempFolder folder;
+    const std::filesystem::path state = folder.path() / "state";
+    const std::filesystem::path key = state / "key.pem";
+    std::string error;
+    const auto ensure = [&] {
+        EXPECT_TRUE(ensureCertificate(state, error)) << error;
+        return contentOf(state / "cert.pem");
+    };
+    const std::string first = ensure();
+    EXPECT_EQ(status(state).permissions(), perms::owner_all);
+    EXPECT_EQ(status(key).permissions(), perms::owner_read | perms::owner_write);
+    EXPECT_EQ(ensure(), first);
+
+    folder.file("state/cert.pem", first.substr(0, first.size() / 2));
+    EXPECT_NE(ensure(), first);
+    folder.file("state/cert.pem", first); // its key was replaced
+    const std::string third = ensure();
+    EXPECT_NE(third, first);
+    std::filesystem::remove(key);
+    EXPECT_NE(ensure(), third);
+    EXPECT_FALSE(ensureCertificate(key / "no-folder", error));
+}
+
+class TokensTest : public testing::Test {
+protected:
+    auto issue(std::string_view name, std::int64_t size)
+    {
+        return sessions.issueToken(session, name, size);
+    }
+
+    std::chrono::steady_clock::time_point now;
+    TokenStore tokens{[this] { return now; }};
+    SessionStore sessions{tokens, {60s, 600s}, [this] { return now; }};
+    std::string session = *sessions.open("not a session");
+};
+
+TEST_F(TokensTest, aTokenIsValidForItsOwnFileUntilItExpires)
+{
+    const std::string name = "clip \xFF&size=1.mov";
+    const std::string token = issue(name, 1000).token;
+    EXPECT_EQ(token.size(), 64U);
+    EXPECT_EQ(token.find_first_not_of("0123456789abcdef"), std::string::npos) << token;
+    EXPECT_NE(issue(name, 1000).token, token);
+    EXPECT_FALSE(tokens.accepts(token, name, 999));
+    EXPECT_FALSE(tokens.accepts(token, "clip \xFE&size=1.mov", 1000));
+    EXPECT_FALSE(tokens.accepts("", name, 1000));
+    now += 599s;
+    EXPECT_TRUE(tokens.accepts(token, name, 1000));
+    EXPECT_TRUE(tokens.accepts(token, name, 1000)) << "another attempt with the token";
+    now += 1s;
+    EXPECT_FALSE(tokens.accepts(token, name, 1000));
+}
+
+TEST_F(TokensTest, aSessionLastsWhileItIsUsedAndRefusesBadFiles)
+{
+    for (const std::string& name : {""s, "../a"s, "a\0b"s, std::string(256, 'a')})
+        EXPECT_EQ(issue(name, 1).refusal, Refusal::BadFile) << name;
+    EXPECT_EQ(issue("a", -1).refusal, Refusal::BadFile);
+    now += 59s;
+    EXPECT_EQ(sessions.open(session), session);
+    now += 59s;
+    EXPECT_NE(issue(std::string(255, 'a'), 0).token, "");
+    now += 59s;
+    EXPECT_EQ(sessions.open(session), session);
+    now += 60s;
+    EXPECT_EQ(issue("a", 1).token, "");
+    EXPECT_NE(sessions.open(session), session);
+}
+
+TEST_F(TokensTest, fullStoresRefuseUntilSomethingExpires)
+{
+    while (sessions.open("")) {
+    }
+    EXPECT_EQ(sessions.open(session), session);
+    while (!issue("a", 1).token.empty()) {
+    }
+    EXPECT_EQ(issue("a", 1).refusal, Refusal::TooManyTokens);
+    now += 600s;
+    session = sessions.open("").value_or("");
+    EXPECT_NE(issue("a", 1).token, "");
 }
 
 } // namespace

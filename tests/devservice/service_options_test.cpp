@@ -51,23 +51,24 @@ TEST(ServiceOptions, withATokenThereIsAPageOnlyOnRequest)
 
 TEST(ServiceOptions, errorsExitWithStatusTwoAndNameTheOption)
 {
-    const auto expectError = [](const char* option, const char* value) {
-        const auto exit = std::get<ServiceExit>(parse({option, value}));
-        EXPECT_EQ(exit.status, 2) << option << value;
-        EXPECT_NE(exit.text.find(option), std::string::npos) << exit.text;
-    };
-    for (const char* const fault : {"", "=", "Never-Answer", "never-answer=", "never-answer=1",
-                                    "drop-after", "drop-after=", "drop-after=-1", "drop-after=1k",
-                                    "slow-reading=0", "drop-after=9223372036854775808"})
-        expectError("--fault", fault);
-    for (const char* const version : {"", "1.2", "1..3", "1.2.-3", "1.2.3.4"})
-        expectError("--newest-version", version);
-    expectError("--port", "65536");
-    expectError("--token", "");
-    expectError("--fault-count", "-1");
-    expectError("--token-lifetime", "0");
-    expectError("--update-url", "\xFF");
-    expectError("--nonsense", "x");
+    const std::map<std::string, std::vector<const char*>> invalid{
+        {"--fault",
+         {"", "=", "Never-Answer", "never-answer=", "never-answer=1", "drop-after", "drop-after=",
+          "drop-after=-1", "drop-after=1k", "slow-reading=0", "drop-after=9223372036854775808"}},
+        {"--newest-version", {"", "1.2", "1..3", "1.2.-3", "1.2.3.4"}},
+        {"--port", {"65536"}},
+        {"--token", {""}},
+        {"--fault-count", {"-1"}},
+        {"--token-lifetime", {"0"}},
+        {"--update-url", {"\xFF"}},
+        {"--nonsense", {"x"}}};
+    for (const auto& [option, values] : invalid) {
+        for (const char* const value : values) {
+            const auto exit = std::get<ServiceExit>(parse({option.c_str(), value}));
+            EXPECT_EQ(exit.status, 2) << option << value;
+            EXPECT_NE(exit.text.find(option), std::string::npos) << exit.text;
+        }
+    }
     const std::string faults = faultNames();
     EXPECT_EQ(std::count(faults.begin(), faults.end(), ','),
               static_cast<int>(FaultKind::LargerFinalSize));

@@ -1,9 +1,12 @@
-// The transfer server against a client that sends one document at a time over the real link.
+// The documents as the service reads them, and the transfer server against a client that sends one
+// document at a time over the real link.
 #include "devservice/service_documents.h"
 #include "protocol/udt_transfer_link.h"
 #include "tests/fakes/local_service.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 namespace quenmoor {
 namespace {
@@ -69,25 +72,50 @@ protected:
 
     Client client() const { return Client(server->port()); }
 
-    // Leaves an unfinished copy by closing the link.
-    void leavePart(const std::string& bytes, std::int64_t size)
-    {
-        std::optional<Client> leaving(server->port());
-        ASSERT_EQ(leaving->announce("clip.mov", size), response(0));
-        leaving->send(bytes);
-        leaving.reset();
-        ASSERT_TRUE(awaitIdle());
-    }
-
     const std::string content = sampleContent(50'000);
     const std::string kRefused = responseDocument({false, false, false, 0, 1});
 };
 
-} // namespace
-
-TEST_F(TransferServerTest, aClosedLinkLeavesACopyThatCanBeCancelledAndResumedAfterARestart)
+TEST(ServiceDocuments, aRequestIsReadOnlyWhenCompleteAndWithItsNameUnchanged)
 {
-    leavePart(content.substr(0, 30'000), 50'000);
+    for (const std::string name :
+         {"a&b <c>.mov", "line\nfeed.mov", "caf\xE9.mov", "</originFilename>", "", " ",
+          "<size>1</size><token>other</token>", "</originFilename>\n</RequestContainer>"}) {
+        const RequestContainer sent{name, "t&<o>k", 5'000'000'000};
+        const std::string text = buildXML(sent.XMLpayload(), "RequestContainer");
+        const auto read = readRequest(text);
+        ASSERT_TRUE(read) << name;
+        EXPECT_EQ(read->originFilename, name);
+        EXPECT_EQ(read->token, "t&<o>k");
+        EXPECT_EQ(read->size, 5'000'000'000);
+        EXPECT_FALSE(readRequest(text.substr(0, text.size() - 1)));
+    }
+    EXPECT_FALSE(readRequest("<size>1x</size><token>t</token>"
+                             "<originFilename>n</originFilename></RequestContainer>"));
+    EXPECT_FALSE(readRequest("<size>1</size><originFilename>n</originFilename>"
+                             "</RequestContainer>"));
+}
+
+TEST(ServiceDocuments, aConfirmationEndsAtItsFirstEndTagAndNeedsBothFlags)
+{
+    const std::string document =
+        buildXML(ConfirmContainer{true, false}.XMLpayload(), "ConfirmContainer");
+    EXPECT_EQ(confirmationLength(document + "</ConfirmContainer>"), document.size());
+    EXPECT_EQ(confirmationLength(document.substr(0, document.size() - 1)), std::nullopt);
+    const auto confirmation = readConfirmation(document);
+    EXPECT_TRUE(confirmation && confirmation->resume && !confirmation->overwrite);
+    EXPECT_FALSE(readConfirmation("<resume>true</resume>"));
+    EXPECT_FALSE(readConfirmation("<resume>yes</resume><overwrite>false</overwrite>"));
+}
+
+TEST_F(TransferServerTest, aCopyIsKeptWhenTheLinkClosesOrTheClientCancels)
+{
+    {
+        Client leaving = client();
+        ASSERT_EQ(leaving.announce("clip.mov", 50'000), response(0));
+        leaving.send(content.substr(0, 30'000));
+    }
+    ASSERT_TRUE(awaitIdle());
     startServer();
     for (const bool cancel : {true, false}) { // or resumed as a file of another size
         Client leaving = client();
@@ -95,12 +123,6 @@ TEST_F(TransferServerTest, aClosedLinkLeavesACopyThatCanBeCancelledAndResumedAft
         leaving.send(confirmation(!cancel));
         EXPECT_TRUE(leaving.awaitEnd());
     }
-    Client rest = client();
-    EXPECT_EQ(rest.announce("clip.mov", 50'000), response(30'000));
-    // the confirmation and the first bytes of the file in one message
-    rest.send(confirmation(true) + content.substr(30'000));
-    EXPECT_EQ(rest.receive(), finishedDocument(50'000));
-    EXPECT_EQ(stored("clip.mov"), content);
 }
 
 TEST_F(TransferServerTest, anEmptyFileIsConfirmedInADocumentOfItsOwn)
@@ -122,10 +144,12 @@ TEST_F(TransferServerTest, aNewerAttemptWithTheSameTokenReplacesTheOlderOne)
     ASSERT_TRUE(awaitPart("clip.mov", 20'000));
 
     EXPECT_EQ(client().announce("clip.mov", 50'000, "t1"), kRefused) << "the name is in use";
-    EXPECT_EQ(client().announce("../clip.mov", 1), kRefused);
+    EXPECT_EQ(client().announce("other.mov", 1, "unknown"), kRefused);
+    EXPECT_FALSE(std::filesystem::exists(part("other.mov")));
     Client newer = client();
     EXPECT_EQ(newer.announce("clip.mov", 50'000), response(20'000));
     EXPECT_TRUE(older.awaitEnd());
+    // the confirmation and the first bytes of the file in one message
     newer.send(confirmation(true) + content.substr(20'000));
     EXPECT_EQ(newer.receive(), finishedDocument(50'000));
     EXPECT_EQ(stored("clip.mov"), content);
@@ -147,18 +171,16 @@ TEST_F(TransferServerTest, clientsThatSendNothingAreDisconnectedAndFurtherOnesRe
     EXPECT_TRUE(awaitIdle());
 
     server->stop(); // ends the thread that logs
-    const auto lines = log.system();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Attempt 3: rejected, 2 others are active"),
-              1);
+    EXPECT_EQ(std::ranges::count(log.system(), "Attempt 3: rejected, 2 others are active"), 1);
 }
 
 TEST_F(TransferServerTest, stoppingEndsClientsInEveryStepAndKeepsTheReceivedBytes)
 {
-    leavePart("he", 4);
+    root.file(".quenmoor/parts/clip.mov", "he");
     Client absent = client();
     ASSERT_TRUE(absent.request("absent.mov", 10, "t0"));
     Client asking = client();
-    EXPECT_EQ(asking.announce("clip.mov", 4, "t1"), response(2));
+    EXPECT_EQ(asking.announce("clip.mov", 4, "t1"), response(2, false));
     Client sending = client();
     EXPECT_EQ(sending.announce("sending.mov", 90'000, "t2"), response(0));
     sending.send(content);
@@ -180,4 +202,5 @@ TEST_F(TransferServerTest, anAddressThatIsInUseOrNotValidIsAnError)
     EXPECT_FALSE(TransferServer(transferSettings, *store, tokens).start(error));
 }
 
+} // namespace
 } // namespace quenmoor

@@ -6,6 +6,8 @@
 namespace quenmoor {
 namespace {
 
+using namespace std::string_literals;
+
 class UploadStoreTest : public ::testing::Test {
 protected:
     UploadStoreTest() { restart(); }
@@ -47,8 +49,9 @@ protected:
 
     const TempFolder folder;
     const std::filesystem::path file = folder.path() / "clip.mov";
-    const std::filesystem::path part = folder.path() / ".quenmoor/parts/clip.mov";
-    const std::filesystem::path record = folder.path() / ".quenmoor/records/clip.mov";
+    const std::filesystem::path own = folder.path() / ".quenmoor";
+    const std::filesystem::path part = own / "parts/clip.mov";
+    const std::filesystem::path record = own / "records/clip.mov";
     std::string error;
     std::unique_ptr<UploadStore> store;
 };
@@ -114,7 +117,7 @@ TEST_F(UploadStoreTest, aKillBetweenTwoStepsNeverMixesTwoUploads)
     // emptied, but the record not replaced yet: the folder makes replacing it fail
     std::filesystem::remove(file);
     leave("half", 8);
-    std::filesystem::create_directory(folder.path() / ".quenmoor/drafts/clip.mov");
+    std::filesystem::create_directory(own / "drafts/clip.mov");
     EXPECT_FALSE(upload(4)->startOver());
     EXPECT_EQ(contentOf(part), "");
     expectHeld(8, {});
@@ -123,9 +126,7 @@ TEST_F(UploadStoreTest, aKillBetweenTwoStepsNeverMixesTwoUploads)
 TEST_F(UploadStoreTest, onlyAFileNameIsAccepted)
 {
     for (const std::string& name :
-         {std::string(), std::string("."), std::string(".."), std::string("../up"),
-          std::string("a/b"), std::string("/"), std::string(".quenmoor"), std::string("nul\0", 4),
-          std::string(256, 'n')})
+         {""s, "."s, ".."s, "../up"s, "a/b"s, "/"s, ".quenmoor"s, "nul\0"s, std::string(256, 'n')})
         EXPECT_EQ(store->upload(name, 1, error), nullptr) << name;
     EXPECT_EQ(upload(-1), nullptr);
     const auto longest = store->upload(std::string(255, 'n'), 0, error);
