@@ -1,8 +1,8 @@
 // The local service inside the test's process: the transfer server over a temporary folder and, on
 // request, the https upload page, each on a free port of 127.0.0.1.
 //
-// Nothing runs before startServer() or startPage(). A part that cannot start aborts the process, so
-// that a test never continues without its service.
+// Nothing runs before startServer() or startPage(). They throw if the part cannot start, so that a
+// test never continues without its service.
 #pragma once
 
 #include "devservice/page_server.h"
@@ -11,8 +11,8 @@
 #include "tests/fakes/temp_folder.h"
 
 #include <chrono>
-#include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 namespace quenmoor {
@@ -39,7 +39,7 @@ public:
             server = std::make_unique<TransferServer>(transferSettings, *store, tokens);
             return server->start(error);
         };
-        require(waitUntil(started, port != 0), error);
+        require(port == 0 ? started() : waitUntil(started), error);
     }
 
     // Starts the page on a free port, whatever the port in `page`; a running one is stopped first.
@@ -56,7 +56,7 @@ public:
     // client that closed it. False after 30 seconds.
     [[nodiscard]] bool awaitIdle() const
     {
-        return waitUntil([this] { return server->openSessions() == 0; }, true);
+        return waitUntil([this] { return server->openSessions() == 0; });
     }
 
     std::string stored(const std::string& name) const { return contentOf(root.path() / name); }
@@ -64,7 +64,7 @@ public:
     // Waits until the unfinished copy of `name` has at least `bytes` bytes. False after 30 seconds.
     [[nodiscard]] bool awaitPart(const std::string& name, std::size_t bytes) const
     {
-        return waitUntil([&] { return contentOf(part(name)).size() >= bytes; }, true);
+        return waitUntil([&] { return contentOf(part(name)).size() >= bytes; });
     }
 
     // The path of the unfinished copy of `name`.
@@ -84,23 +84,19 @@ public:
 
 private:
     template <typename Condition>
-    static bool waitUntil(const Condition& condition, bool retry)
+    static bool waitUntil(const Condition& condition)
     {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (!condition()) {
-            if (!retry || std::chrono::steady_clock::now() >= deadline)
-                return false;
+        bool holds = false;
+        while (!(holds = condition()) && std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return true;
+        return holds;
     }
 
     static void require(bool good, const std::string& error)
     {
-        if (good)
-            return;
-        std::fprintf(stderr, "LocalService: %s\n", error.c_str());
-        std::abort();
+        if (!good)
+            throw std::runtime_error("LocalService: " + error);
     }
 };
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kSize = 3'000'000;
 
-struct FaultyService : SendingFixture {
+struct FaultyService : ServiceFixture {
     // The number of failed attempts before the file was finished; -1 if it was not.
     std::ptrdiff_t failuresBeforeFinish() const
     {
@@ -91,25 +91,7 @@ TEST_F(FaultyService, anExistingCopyIsKeptOrReplacedAsTheUserAnswers)
     EXPECT_EQ(failuresBeforeFinish(), 0);
     EXPECT_EQ(stored("kept.mov"), kept);
     EXPECT_EQ(stored("replaced.mov"), replacement);
-    ASSERT_EQ(view.questions(), 2U);
-    const auto contains = [this](std::size_t alert, const char* text) {
-        return view.alerts[alert].informativeText.find(text) != std::string::npos;
-    };
-    EXPECT_TRUE(contains(0, "the same and the upload was complete"));
-    EXPECT_TRUE(contains(1, "different and the upload was complete"));
-}
-
-TEST_F(FaultyService, anUnknownTokenIsRefusedWithoutAQuestion)
-{
-    queue("clip.mov", 10, "unknown");
-    onStatus = [this](const std::string& status) {
-        if (status == "Waiting (Error)")
-            clock.end();
-    };
-    send();
-    EXPECT_EQ(view.events.back().step, AttemptStep::Refused);
-    EXPECT_EQ(view.questions(), 0U);
-    EXPECT_FALSE(std::filesystem::exists(root.path() / "clip.mov"));
+    EXPECT_EQ(view.questions(), 2U);
 }
 
 } // namespace

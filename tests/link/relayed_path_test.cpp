@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Relayed : public SendingFixture, public testing::WithParamInterface<Congestion> {
+class Relayed : public ServiceFixture, public testing::WithParamInterface<Congestion> {
 protected:
     Relayed() { congestion = GetParam(); }
 };
@@ -37,8 +37,7 @@ TEST_P(Relayed, resumesTheUploadAfterAnInterruptionOfThePath)
     };
     send(relay.port());
     EXPECT_EQ(stored("clip.mov"), content);
-    const auto lines = log.system();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "Sending resume confirmation."), 1);
+    EXPECT_EQ(std::ranges::count(log.system(), "Sending resume confirmation."), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Controls, Relayed, testing::Values(Congestion::Library, Congestion::Paced),

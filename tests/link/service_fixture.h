@@ -15,13 +15,9 @@
 namespace quenmoor {
 
 struct ServiceFixture : testing::Test, LocalService {
-    const TempFolder folder; // the user's files
-
     ServiceFixture() { startServer(); }
-};
 
-// An engine that uploads the queued files.
-struct SendingFixture : ServiceFixture {
+    const TempFolder folder; // the user's files
     Congestion congestion = kBuiltInCongestion;
     UploadQueues queues;
     FakeUploadView view;
@@ -36,7 +32,8 @@ struct SendingFixture : ServiceFixture {
         return content;
     }
 
-    // Returns once every file has ended or one was given up. Connects to the port `relay` instead
+    // Runs an engine on the queued files; returns once every file has ended or one was given up.
+    // Connects to the port `relay` instead
     // of the server's when it is not 0.
     void send(std::uint16_t relay = 0)
     {
@@ -45,16 +42,12 @@ struct SendingFixture : ServiceFixture {
         view.onReload = [this] {
             if (onStatus)
                 onStatus(queues.tableList().cell("Status", 0));
-            if (queues.uploadCount() == 1 && ended(queues.tableList().count() - 1))
+            const std::string last =
+                queues.tableList().cell("Status", queues.tableList().count() - 1);
+            if (queues.uploadCount() == 1 && (last == "Finished" || last == "Canceled"))
                 clock.end();
         };
         engine.uploadFile();
-    }
-
-    bool ended(std::size_t row) const
-    {
-        const std::string status = queues.tableList().cell("Status", row);
-        return status == "Finished" || status == "Canceled";
     }
 };
 

@@ -37,6 +37,7 @@ TEST_F(UdtLink, sendsTheRequestUpToItsNulAndReceivesTheResponse)
     // The service would read a terminator or a length prefix as a part of the request.
     const std::string text = request(10) + '\0' + "<originFilename>other</originFilename>";
     ASSERT_TRUE(connect(link, text));
+    EXPECT_EQ(usePacedControl(connectSocket), nullptr) << "the socket is connected already";
     const std::string response = link.receiveString(rendezvousSocket);
     EXPECT_NE(response.find("<exists>false</exists>"), std::string::npos) << response;
     ASSERT_EQ(link.send(rendezvousSocket, std::span("0123456789", 10)), 10);
@@ -119,13 +120,7 @@ TEST_F(UdtLink, limitsItsWaitsForAServerThatDoesNotRead)
     EXPECT_LT(steady_clock::now() - start, 20s); // 180 s with the library's linger
 }
 
-TEST_F(UdtLink, refusesPacedControlOnceTheSocketIsConnected)
-{
-    ASSERT_TRUE(link.connectAndSendRequest(connectSocket, "<plist/>"));
-    EXPECT_EQ(usePacedControl(connectSocket), nullptr);
-}
-
-TEST_F(SendingFixture, aFileIsResumedBeyondFourGibibytes)
+TEST_F(ServiceFixture, aFileIsResumedBeyondFourGibibytes)
 {
     constexpr std::int64_t kHeld = std::int64_t{1} << 32;
     const std::string tail = sampleContent(1'000'000);
