@@ -29,14 +29,9 @@ struct EngineFixture : testing::Test {
     std::string queue(const std::string& name, std::size_t size)
     {
         std::string content = sampleContent(size);
-        queuePath(folder.file(name, content));
+        queues.addFiles(std::array{FileUrl::fromPath(folder.file(name, content))});
+        EXPECT_TRUE(queues.acceptToken("token"));
         return content;
-    }
-
-    void queuePath(const std::filesystem::path& path)
-    {
-        queues.addFiles(std::array{FileUrl::fromPath(path)});
-        ASSERT_TRUE(queues.acceptToken("token"));
     }
 
     // The server already has the first `held` bytes of `content`.

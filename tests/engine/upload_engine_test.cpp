@@ -1,3 +1,4 @@
+#include "engine/existing_file.h"
 #include "tests/engine/engine_fixture.h"
 
 #include <thread>
@@ -10,6 +11,25 @@ using namespace std::chrono_literals;
 const std::string kAlertText = "Upload attempt unsuccessful.  Unable to continue.  The application "
                                "will exit.\nReason: ";
 const std::string kNoResponse = "Response from server not received.";
+
+TEST(ExistingFile, offersToResumeOnlyTheSameUnfinishedFile)
+{
+    const std::string text = "A previous file for this upload has been found on Quenmoor Transfer "
+                             "server.\nThe file appears to be ";
+    const Texts two{"Cancel", "Overwrite"};
+    const Texts three{"Cancel", "Overwrite", "Resume"};
+    const std::tuple<bool, bool, std::string, Texts> rows[]{
+        {true, true, "the same and the upload was complete.", two},
+        {true, false, "the same and the upload was incomplete.", three},
+        {false, true, "different and the upload was complete.", two},
+        {false, false, "different and the upload was incomplete.", two}};
+    for (const auto& [equal, complete, words, buttons] : rows) {
+        ResponseContainer response;
+        response.equal = equal;
+        response.complete = complete;
+        EXPECT_EQ(existingFileAlert(response), (Alert{"File Exists", text + words, buttons}));
+    }
+}
 
 using UploadEngineTest = EngineFixture;
 
@@ -30,80 +50,72 @@ TEST_F(UploadEngineTest, givesUpAfterTenFailuresInARow)
     EXPECT_TRUE(view.terminated);
     EXPECT_EQ(queues.uploadCount(), 2U);
     EXPECT_TRUE(view.statuses(1).empty());
-    const AttemptEvent& last = view.events.back();
-    EXPECT_EQ(last.kind, AttemptEventKind::GaveUp);
-    EXPECT_EQ(last.attempt, 10);
-    EXPECT_EQ(last.elapsed, 1850s);
+    EXPECT_EQ(view.events.back().attempt, 10);
+    EXPECT_EQ(view.events.back().elapsed, 1850s);
 }
 
 TEST_F(UploadEngineTest, reportsTheStepAndTheReasonOfAFailure)
 {
-    const auto resume = [](const Alert&) { return kThirdButton; };
+    using Step = AttemptStep;
+    const FakeTransferLink::Copy whole{"123456789", 9};
     struct {
         LinkFault fault;
-        AttemptStep step;
-        std::string reason;
-        std::string alerted; // names the response, however far the attempt came, or nothing
+        Step step;
+        std::string reason = "no answer";
         std::optional<FakeTransferLink::Copy> copy = std::nullopt;
     } const rows[]{
-        {LinkFault::RefuseConnect, AttemptStep::Announce, "no answer", kNoResponse},
-        {LinkFault::RefuseRendezvous, AttemptStep::Rendezvous, "no answer", kNoResponse},
-        {LinkFault::Silent, AttemptStep::Response, "no answer", kNoResponse},
-        {LinkFault::Refuse, AttemptStep::Refused, "the server refused the upload", ""},
-        {LinkFault::LoseConfirm, AttemptStep::Confirm, "no answer", "", {{"", 9}}},
-        {LinkFault::None,
-         AttemptStep::Confirm,
-         "the server reports a copy of -5 bytes",
-         "",
-         {{"", 9, -5}}},
-        {LinkFault::BreakAfter, AttemptStep::Send, "no answer", ""},
-        {LinkFault::NoFinished, AttemptStep::Finish, "no answer", "", {{"123456789", 9}}},
-        {LinkFault::SmallFinished,
-         AttemptStep::Finish,
-         "the server holds 8 of 9 bytes",
-         "",
-         {{"12345678", 9, 1}}}};
+        {LinkFault::RefuseConnect, Step::Announce},
+        {LinkFault::RefuseRendezvous, Step::Rendezvous},
+        {LinkFault::Silent, Step::Response},
+        {LinkFault::Refuse, Step::Refused, "the server refused the upload"},
+        {LinkFault::LoseConfirm, Step::Confirm, "no answer", {{"", 9}}},
+        {LinkFault::None, Step::Confirm, "the server reports a copy of -5 bytes", {{"", 9, -5}}},
+        {LinkFault::BreakAfter, Step::Send},
+        {LinkFault::NoFinished, Step::Finish, "no answer", whole},
+        {LinkFault::SmallFinished, Step::Finish, "the server holds 8 of 9 bytes", whole}};
+    queue("clip.mov", 9);
+    view.answer = [](const Alert&) { return kThirdButton; };
     for (const auto& row : rows) {
-        UploadQueues own;
-        own.addFiles(std::array{FileUrl::fromPath(folder.file("clip.mov", "123456789"))});
-        own.acceptToken("t");
+        SCOPED_TRACE(stepName(row.step));
         link.copies.clear();
         if (row.copy)
             link.copies["clip.mov"] = *row.copy;
         link.plans.assign(10, {row.fault});
-        FakeUploadView seen;
-        seen.answer = resume;
-        FakeClock time;
-        UploadEngine(own, link, seen, time).uploadFile();
-        SCOPED_TRACE(stepName(row.step));
-        EXPECT_EQ(seen.events.back().kind, AttemptEventKind::GaveUp);
-        EXPECT_EQ(seen.events.back().step, row.step);
-        EXPECT_EQ(seen.events.back().reason, row.reason);
-        EXPECT_EQ(seen.alerts.back().messageText, kAlertText + row.alerted);
+        UploadEngine(queues, link, view, clock).uploadFile();
+        const AttemptEvent& last = view.events.back();
+        EXPECT_EQ(last.kind, AttemptEventKind::GaveUp);
+        EXPECT_EQ(last.step, row.step);
+        EXPECT_EQ(last.reason, row.reason);
+        // The alert names the missing response at every step before it.
+        EXPECT_EQ(view.alerts.back().messageText,
+                  kAlertText + (row.step <= Step::Response ? kNoResponse : ""));
     }
 }
 
-TEST_F(UploadEngineTest, asksOncePerFileAndReusesTheAnswer)
+TEST_F(UploadEngineTest, asksOncePerEarlierCopyAndReusesTheAnswer)
 {
     const std::string content = queue("resumed.mov", 50000);
     queue("replaced.mov", 50000);
+    queue("new.mov", 1000);
     serverHolds("resumed.mov", content, 500);
     serverHolds("replaced.mov", "something else", 14);
     link.plans = {{LinkFault::BreakAfter, 16384},
                   {},
                   {LinkFault::LoseConfirm},
                   {LinkFault::BreakAfter, 20000},
+                  {},
+                  {LinkFault::BreakAfter, 100},
                   {}};
     view.answers = {kThirdButton, kSecondButton};
     run();
     EXPECT_EQ(view.questions(), 2U);
     EXPECT_EQ(link.confirmations,
-              (Texts{"resume", "resume", "overwrite", "overwrite", "overwrite"}));
+              (Texts{"resume", "resume", "overwrite", "overwrite", "overwrite", "resume"}));
     EXPECT_EQ(link.sentPerAttempt,
-              (std::vector<std::int64_t>{16384, 50000 - 16884, 0, 20000, 50000}));
+              (std::vector<std::int64_t>{16384, 50000 - 16884, 0, 20000, 50000, 100, 900}));
     EXPECT_EQ(link.copies["resumed.mov"].bytes, content);
     EXPECT_EQ(link.copies["replaced.mov"].bytes, content);
-    EXPECT_EQ(view.events.back().sentBytes, 70000);
+    EXPECT_EQ(view.events.back().sentBytes, 1000);
 }
 
 TEST_F(UploadEngineTest, cancelsAFileAlsoWithoutItsConfirmationAndSendsTheNext)
@@ -116,8 +128,6 @@ TEST_F(UploadEngineTest, cancelsAFileAlsoWithoutItsConfirmationAndSendsTheNext)
     EXPECT_EQ(view.statuses(1), (Texts{"Connecting", "Finished"}));
     EXPECT_EQ(link.confirmations, Texts{"cancel"});
     EXPECT_EQ(link.copies["first.mov"].bytes.size(), 50U);
-    EXPECT_EQ(queues.tableList().cell("Status", 0), "Canceled");
-    EXPECT_EQ(queues.tableList().cell("Percent", 0), "0%");
 }
 
 TEST_F(UploadEngineTest, assumesNoAnswerWhenTheProgramEndsDuringTheQuestion)
@@ -147,22 +157,95 @@ TEST_F(UploadEngineTest, startsOneThreadForAllCallers)
     engine.initiateUpload();
     EXPECT_TRUE(engine.waitForEnd(0ms)); // nothing queued, nothing started
 
-    queue("clip.mov", 100);
     clock.idlePolls = 1 << 30;
-    std::vector<std::thread> callers;
-    for (int i = 0; i < 8; ++i)
-        callers.emplace_back([this] { engine.initiateUpload(); });
-    for (std::thread& caller : callers)
-        caller.join();
-    while (queues.uploadCount() > 0)
-        std::this_thread::yield();
-    queue("later.mov", 100);
-    while (queues.uploadCount() > 0)
-        std::this_thread::yield();
+    std::vector<std::jthread> callers;
+    for (const char* const name : {"clip.mov", "later.mov"}) {
+        queue(name, 100);
+        while (callers.size() < 8)
+            callers.emplace_back([this] { engine.initiateUpload(); });
+        while (queues.uploadCount() > 0)
+            std::this_thread::yield();
+    }
+    callers.clear();
     clock.end();
     ASSERT_TRUE(engine.waitForEnd(10s));
     EXPECT_EQ(link.requests.size(), 2U);
     EXPECT_EQ(view.statuses(1), (Texts{"Connecting", "Finished"}));
+}
+
+TEST_F(UploadEngineTest, reportsSamplesWhileTheFileIsSent)
+{
+    serverHolds("clip.mov", queue("clip.mov", 100000), 20000);
+    view.answers = {kThirdButton};
+    clock.onMonitorSleep = [] {};
+    link.onSend = [this, sends = 0]() mutable {
+        // The sender waits for a sample after 16384 bytes.
+        while (++sends == 2 && !view.first(AttemptEventKind::Progress))
+            std::this_thread::yield();
+    };
+    run();
+    const auto sample = view.first(AttemptEventKind::Progress);
+    ASSERT_TRUE(sample);
+    EXPECT_EQ(sample->bytes, 20000 + sample->sentBytes);
+    EXPECT_LE(sample->sentBytes, 16384);
+    EXPECT_EQ(sample->total, 100000);
+    EXPECT_EQ(view.statusBar.front(), "clip.mov: Upload rate: 0.000 MB/s");
+    EXPECT_EQ(view.statusBar.back(), "[none]: Upload rate: 0.000 MB/s");
+}
+
+TEST_F(UploadEngineTest, failsAfterTenSecondsOfEmptyReadsWithoutCountingThemAsProgress)
+{
+    queue("clip.mov", 1000);
+    folder.file("clip.mov", "short");
+    link.plans.assign(10, {LinkFault::Discard});
+    run();
+    // Every attempt sends five bytes, and the tenth one is still the last.
+    EXPECT_EQ(link.sentPerAttempt, std::vector<std::int64_t>(10, 5));
+    EXPECT_EQ(clock.totalSleep(), 1850s + 10 * 10s);
+    EXPECT_EQ(view.events.back().reason, "the file ends after 5 of 1000 bytes");
+    EXPECT_TRUE(view.terminated);
+}
+
+TEST_F(UploadEngineTest, logsABrokenLinkAndSendsNoMoreThanTheAnnouncedSize)
+{
+    const std::string content = queue("clip.mov", 20000);
+    folder.file("clip.mov", content + "more");
+    link.plans = {{LinkFault::BreakAfter, 16384}};
+    run();
+    EXPECT_EQ(link.copies["clip.mov"].bytes, content);
+    EXPECT_EQ(view.events.back().kind, AttemptEventKind::Finished);
+    // The block that failed was the last one: its read reached the end of the file.
+    EXPECT_EQ(log.output(), (Texts{"sendfile: Connection was broken.",
+                                   "Last recorded progress: 16384 bytes read: 3620 position: -1"}));
+}
+
+TEST_F(UploadEngineTest, waitsForAcknowledgementsAsLongAsTheyArrive)
+{
+    const auto moving = [left = 10002]() mutable { return --left / 2; }; // one packet every 4 ms
+    const auto stalled = [] { return 700; };
+    const std::tuple<std::function<std::int32_t()>, std::int32_t, std::chrono::milliseconds> rows[]{
+        {moving, kSocketConnected, 20000ms},
+        {stalled, kSocketConnected, 10000ms},
+        {stalled, kSocketBroken, 0ms}};
+    for (const auto& [amount, state, time] : rows) {
+        queue("clip.mov", 10);
+        link.copies.clear();
+        link.unacknowledgedPackets = amount;
+        link.state = state;
+        FakeClock own;
+        UploadEngine(queues, link, view, own).uploadFile();
+        EXPECT_EQ(own.totalSleep(), time + 200ms); // and the poll of the empty queue
+        EXPECT_EQ(view.events.back().kind, AttemptEventKind::Finished);
+    }
+}
+
+TEST_F(UploadEngineTest, stopsSendingWhenTheProgramEnds)
+{
+    queue("clip.mov", 1000000);
+    link.onSend = [this] { clock.end(); };
+    EXPECT_EQ(run(), Texts{"Connecting"});
+    EXPECT_EQ(link.sentPerAttempt, std::vector<std::int64_t>{16384});
+    EXPECT_TRUE(link.openSockets.empty());
 }
 
 } // namespace

@@ -13,22 +13,29 @@ constexpr unsigned kHistories = 1000; // each takes ten times longer there
 constexpr unsigned kHistories = 10000;
 #endif
 
+using Contents = std::map<std::string, std::string>; // by file name
+
 class History {
 public:
-    // `folder` has a file for each of `contents`, named by its index.
-    History(const TempFolder& folder, const Texts& contents, unsigned seed)
+    // `folder` has a file for each of `contents`, by name.
+    History(const TempFolder& folder, const Contents& contents, unsigned seed)
         : contents_(contents), random_(seed)
     {
-        const int files = 1 + pick(4);
-        for (int i = 0; i < files; ++i) {
-            const std::string& content = contents[chosen_.emplace_back(pickIndex())];
-            queues_.addFiles(std::array{FileUrl::fromPath(folder.path() / name(chosen_.back()))});
+        for (int files = 1 + pick(4); files > 0; --files) {
+            const auto& [name, content] = *std::next(contents.begin(), pick(6));
+            names_.push_back(name);
+            queues_.addFiles(std::array{FileUrl::fromPath(folder.path() / name)});
             queues_.acceptToken("t");
+            if (pick(3) > 0)
+                continue;
+            // A part of the same file, the whole of it, or another file of the same name.
+            link_.copies[name] = {content.substr(0, pick(content.size() + 1)),
+                                  static_cast<std::int64_t>(content.size())};
             if (pick(3) == 0)
-                link_.copies[name(chosen_.back())] = copyOf(content);
+                link_.copies[name] = {"another", 7777};
         }
         link_.takeAtMost = pick(2) == 0 ? 1 << 20 : 1 + pick(20000);
-        link_.lostOnBreak = static_cast<std::size_t>(pick(3) * 1000);
+        link_.lostOnBreak = pick(3U) * 1000;
         const int failingInTen = pick(11);
         for (int i = 0; i < 40; ++i) {
             link_.plans.emplace_back();
@@ -46,83 +53,66 @@ public:
         UploadEngine(queues_, link_, view_, clock_).uploadFile();
         EXPECT_FALSE(link_.leaked);
         EXPECT_TRUE(link_.openSockets.empty());
-        EXPECT_LE(view_.questions(), chosen_.size());
+        EXPECT_LE(view_.questions(), names_.size());
         std::size_t ended = 0;
-        for (std::size_t row = 0; row < chosen_.size(); ++row)
-            ended += checkFile(row) ? 1U : 0U;
-        EXPECT_EQ(chosen_.size(), ended + queues_.uploadCount());
-        EXPECT_EQ(view_.terminated, ended < chosen_.size());
+        for (std::size_t row = 0; row < names_.size(); ++row) {
+            const std::string status = queues_.tableList().cell("Status", row);
+            ended += status == "Finished" || status == "Canceled" ? 1U : 0U;
+            if (status != "Finished")
+                continue;
+            EXPECT_EQ(queues_.tableList().cell("Percent", row), "100%");
+            // A later row of the same file may have replaced the copy.
+            if (std::count(names_.begin(), names_.end(), names_[row]) == 1) {
+                EXPECT_TRUE(link_.copies.at(names_[row]).bytes == contents_.at(names_[row]));
+            }
+        }
+        EXPECT_EQ(names_.size(), ended + queues_.uploadCount());
+        EXPECT_EQ(view_.terminated, ended < names_.size());
         EXPECT_LE(longestFailingRun(), 10U);
         EXPECT_EQ(view_.terminated, longestFailingRun() == 10U);
     }
 
 private:
-    static std::string name(std::size_t index) { return std::to_string(index); }
-    int pick(int count) { return std::uniform_int_distribution(0, count - 1)(random_); }
-    std::size_t pickIndex()
+    template <typename Number>
+    Number pick(Number count)
     {
-        return static_cast<std::size_t>(pick(static_cast<int>(contents_.size())));
+        return std::uniform_int_distribution<Number>(0, count - 1)(random_);
     }
 
-    // A part of the same file, the whole of it, or another file of the same name.
-    FakeTransferLink::Copy copyOf(const std::string& content)
-    {
-        const auto size = static_cast<int>(content.size());
-        if (pick(3) == 0)
-            return {"another", 7777};
-        return {content.substr(0, static_cast<std::size_t>(pick(size + 1))), size};
-    }
-
-    // Returns true if the file of `row` has ended.
-    bool checkFile(std::size_t row) const
-    {
-        const std::string status = queues_.tableList().cell("Status", row);
-        // A later row of the same file may have replaced the copy.
-        if (status == "Finished" && std::count(chosen_.begin(), chosen_.end(), chosen_[row]) == 1) {
-            EXPECT_TRUE(link_.copies.at(name(chosen_[row])).bytes == contents_[chosen_[row]]);
-        }
-        if (status == "Finished") {
-            EXPECT_EQ(queues_.tableList().objectAtIndex(row)->percent, 100);
-        }
-        return status == "Finished" || status == "Canceled";
-    }
-
-    // Failed attempts of one file between two that moved bytes.
+    // The most failures in a row of one file. An attempt that moved bytes begins a new run.
     std::size_t longestFailingRun() const
     {
         std::size_t longest = 0;
         std::size_t run = 0;
         std::size_t attempts = 0;
         for (const AttemptEvent& event : view_.events) {
-            attempts += event.kind == AttemptEventKind::Started ? 1U : 0U;
-            if (event.kind == AttemptEventKind::Finished ||
-                event.kind == AttemptEventKind::Cancelled)
-                run = 0;
-            // An attempt that moved bytes is itself the first failure of a new run.
+            if (event.kind == AttemptEventKind::Started)
+                ++attempts;
             if (event.kind == AttemptEventKind::Failed)
-                run = link_.sentPerAttempt[attempts - 1] > 0 ? 1 : run + 1;
+                run = event.attempt == 1 || link_.sentPerAttempt[attempts - 1] > 0 ? 1 : run + 1;
             longest = std::max(longest, run);
         }
         return longest;
     }
 
-    const Texts& contents_;
+    const Contents& contents_;
     std::mt19937 random_;
     UploadQueues queues_;
     FakeTransferLink link_;
     FakeUploadView view_;
     FakeClock clock_;
-    std::vector<std::size_t> chosen_; // index of the content of each row
+    Texts names_; // of each row
 };
 
 TEST(UploadHistories, keepTheInvariantsInEveryOrderOfFaults)
 {
     const SilentLog log;
     const TempFolder folder;
-    Texts contents; // sizes around the block size
-    for (const unsigned size : {0U, 1U, 16383U, 16384U, 16385U, 70000U}) {
-        static_cast<void>(folder.file(std::to_string(contents.size()), sampleContent(size, size)));
-        contents.push_back(sampleContent(size, size));
+    Contents contents;
+    for (const unsigned size : {0U, 1U, 16383U, 16384U, 16385U, 70000U}) { // around the block size
+        const std::string name = std::to_string(size);
+        contents[name] = sampleContent(size, size);
+        folder.file(name, contents[name]);
     }
     for (unsigned seed = 0; seed < kHistories && !testing::Test::HasFailure(); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));

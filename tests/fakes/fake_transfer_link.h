@@ -7,6 +7,8 @@
 #include "base/text.h"
 #include "protocol/transfer_link.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <deque>
 #include <functional>
@@ -50,17 +52,15 @@ public:
     std::map<std::string, Copy> copies;
     std::int32_t takeAtMost = 1 << 20; // accepted by one send
     std::size_t lostOnBreak = 0;
-    std::deque<std::int32_t> unacknowledgedAmounts; // returned one by one, then 0
+    std::function<std::int32_t()> unacknowledgedPackets = [] { return 0; };
     std::optional<std::int32_t> state = kSocketConnected;
     std::function<void()> onSend;
-    std::string reason = "no answer"; // of every failure
 
     std::vector<std::string> requests;
     std::vector<std::string> confirmations; // "resume", "overwrite", "cancel"
     std::vector<std::int64_t> sentPerAttempt;
     std::set<std::int32_t> openSockets;
     bool leaked = false; // an attempt began while sockets of an earlier one were open
-    std::size_t emptySends = 0;
 
     bool connectAndSendRequest(std::int32_t& connectSocket, const std::string& text) override
     {
@@ -104,12 +104,10 @@ public:
     {
         if (onSend)
             onSend();
-        emptySends += block.empty() ? 1U : 0U;
         Copy& copy = copies[name_];
         copy.total = announced_;
         std::int64_t& sent = sentPerAttempt.back();
-        auto taken = std::min(static_cast<std::int64_t>(block.size()),
-                              static_cast<std::int64_t>(takeAtMost));
+        auto taken = std::min<std::int64_t>(std::ssize(block), takeAtMost);
         if (plan_.fault == LinkFault::BreakAfter) {
             if (sent >= plan_.bytes) {
                 const std::size_t lost = std::min(lostOnBreak, static_cast<std::size_t>(sent));
@@ -126,16 +124,12 @@ public:
 
     std::optional<std::int32_t> unacknowledged(std::int32_t /*socket*/) override
     {
-        if (unacknowledgedAmounts.empty())
-            return 0;
-        const std::int32_t amount = unacknowledgedAmounts.front();
-        unacknowledgedAmounts.pop_front();
-        return amount;
+        return unacknowledgedPackets();
     }
 
     std::optional<std::int32_t> socketState(std::int32_t /*socket*/) override { return state; }
     std::string lastErrorMessage() override { return "Connection was broken."; }
-    std::string failureReason() override { return reason; }
+    std::string failureReason() override { return "no answer"; }
 
     void closeSockets(std::int32_t rendezvousSocket, std::int32_t connectSocket) override
     {
@@ -151,28 +145,20 @@ private:
         return text.substr(begin, text.rfind(close) - begin);
     }
 
-    std::int32_t open()
-    {
-        openSockets.insert(++lastSocket_);
-        return lastSocket_;
-    }
+    std::int32_t open() { return *openSockets.insert(++lastSocket_).first; }
 
     std::string response()
     {
         responded_ = true;
         if (plan_.fault == LinkFault::Silent)
             return {};
-        const auto copy = copies.find(name_);
-        const bool exists = copy != copies.end();
-        const std::int64_t held = exists ? copy->second.size() : 0;
-        const std::int64_t total = exists ? copy->second.total : 0;
-        const auto flag = [](const char* name, bool value) {
-            return std::string("<") + name + ">" + (value ? "true" : "false") + "</" + name + ">\n";
-        };
-        return "<ResponseContainer>\n" + flag("exists", exists) +
-               flag("equal", total == announced_) + flag("complete", exists && held == total) +
-               "<size>" + std::to_string(held) + "</size>\n<response>" +
-               (plan_.fault == LinkFault::Refuse ? "1" : "0") + "</response>\n</ResponseContainer>";
+        const bool exists = copies.contains(name_);
+        const Copy copy = exists ? copies[name_] : Copy{};
+        return fmt::format("<ResponseContainer>\n<exists>{}</exists>\n<equal>{}</equal>\n"
+                           "<complete>{}</complete>\n<size>{}</size>\n<response>{}</response>\n"
+                           "</ResponseContainer>",
+                           exists, copy.total == announced_, exists && copy.size() == copy.total,
+                           copy.size(), plan_.fault == LinkFault::Refuse ? 1 : 0);
     }
 
     std::string finished()
@@ -181,9 +167,8 @@ private:
             return {};
         copies[name_].total = announced_;
         const std::int64_t missing = plan_.fault == LinkFault::SmallFinished ? 1 : 0;
-        const std::int64_t held = copies[name_].size() - missing;
-        return "<FinishedContainer>\n<size>" + std::to_string(held) +
-               "</size>\n</FinishedContainer>";
+        return fmt::format("<FinishedContainer>\n<size>{}</size>\n</FinishedContainer>",
+                           copies[name_].size() - missing);
     }
 
     LinkPlan plan_;
