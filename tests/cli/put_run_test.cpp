@@ -1,4 +1,4 @@
-// Whole runs over a fake link and a fake clock: exit status and output.
+// The command line, and whole runs over a fake link and a fake clock: exit status and output.
 #include "base/log.h"
 #include "cli/put_run.h"
 #include "cli/sources.h"
@@ -14,6 +14,56 @@
 namespace quenmoor {
 namespace {
 
+std::variant<PutOptions, EarlyExit> parse(std::vector<const char*> arguments)
+{
+    arguments.insert(arguments.begin(), "quenmoor-put");
+    return parsePutOptions(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(PutOptionsTest, readsTheOptionsAndHasDefaults)
+{
+    const auto given = std::get<PutOptions>(
+        parse({"--token", "t1", "a.mov", "--token", "t2", "caf\xE9", "--host", "media.example:7000",
+               "--existing", "resume", "--congestion", "library"}));
+    EXPECT_EQ(given.tokens, (std::vector<std::string>{"t1", "t2"}));
+    EXPECT_EQ(given.files, (std::vector<std::string>{"a.mov", "caf\xE9"}));
+    EXPECT_EQ(given.host, "media.example");
+    EXPECT_EQ(given.port, 7000);
+    EXPECT_EQ(given.existing, ExistingPolicy::Resume);
+    EXPECT_EQ(given.congestion, Congestion::Library);
+
+    const auto omitted = std::get<PutOptions>(parse({"--token", "t", "a.mov"}));
+    EXPECT_EQ(omitted.port, 65000);
+    EXPECT_EQ(omitted.existing, ExistingPolicy::Ask);
+}
+
+TEST(PutOptionsTest, rejectsAWrongCommandLineWithItsReason)
+{
+    const char* const port = "no port from 1 to 65535";
+    const std::pair<const char*, std::vector<const char*>> rows[]{
+        {"1 token for 2 files", {"--token", "t", "a", "b"}},
+        {"2 tokens for 1 file", {"--token", "t", "--token", "u", "a"}},
+        {"--token", {"a"}},
+        {"FILE", {"--token", "t"}},
+        {"a token must not be empty", {"--token", "", "a"}},
+        {"--existing", {"--token", "t", "--existing", "maybe", "a"}},
+        {"--congestion", {"--token", "t", "--congestion", "none", "a"}},
+        {"--quiet", {"--token", "t", "--json", "--quiet", "a"}},
+        {port, {"--host", "h:0", "--token", "t", "a"}},
+        {port, {"--host", "h:65536", "--token", "t", "a"}},
+        {port, {"--host", "h:-65000", "--token", "t", "a"}},
+        {port, {"--host", "h:70x", "--token", "t", "a"}},
+        {"no host before the colon", {"--host", ":7", "--token", "t", "a"}},
+    };
+    for (const auto& [text, arguments] : rows) {
+        const auto parsed = parse(arguments);
+        const auto* const exit = std::get_if<EarlyExit>(&parsed);
+        ASSERT_NE(exit, nullptr) << text;
+        EXPECT_EQ(exit->status, kExitUsage);
+        EXPECT_NE(exit->text.find(text), std::string::npos) << exit->text;
+    }
+}
+
 struct PutRunTest : testing::Test {
     const TempFolder folder;
     FakeTransferLink link;
@@ -22,19 +72,18 @@ struct PutRunTest : testing::Test {
     std::string out;
     int interrupted = 0;
 
-    PutRunTest() { options.output = OutputMode::Json; }
+    PutRunTest()
+    {
+        options.output = OutputMode::Json;
+        std::filesystem::current_path(folder.path());
+    }
     ~PutRunTest() override { setLogSink(nullptr); }
 
-    std::filesystem::path add(const std::string& name, std::size_t size)
+    // Creates a file in the current folder and adds it to the command line.
+    void add(const std::string& name, std::size_t size)
     {
-        const auto path = folder.file(name, sampleContent(size));
-        addPath(path);
-        return path;
-    }
-
-    void addPath(const std::string& path)
-    {
-        options.files.push_back(path);
+        folder.file(name, sampleContent(size));
+        options.files.push_back(name);
         options.tokens.push_back("t" + std::to_string(options.files.size()));
     }
 
@@ -70,28 +119,21 @@ TEST_F(PutRunTest, writesStepAndReasonOfEachFailureAndTheAnswerToAQuestion)
 {
     options.output = OutputMode::Human; // standard output is no terminal here
     options.existing = ExistingPolicy::Resume;
-    const std::string a = add("a.mov", 10);
-    const std::string b = add("b.mov", 10);
+    add("a.mov", 10);
+    add("b.mov", 10);
     link.copies["b.mov"] = {sampleContent(10), 10}; // complete: there is nothing to resume
     link.plans = {{LinkFault::RefuseConnect}, {LinkFault::RefuseRendezvous}};
     EXPECT_EQ(run(), kExitCancelled);
-    EXPECT_EQ(out, a + ": queued, 10 B\n" + b + ": queued, 10 B\n" +        //
-                       a + ": Connecting (0%)\n" +                          //
-                       a + ": attempt 1 failed (announce): no answer\n" +   //
-                       a + ": Connecting (0%)\n" +                          //
-                       a + ": attempt 2 failed (rendezvous): no answer\n" + //
-                       a + ": Retrying in 5s (0%)\n" +                      //
-                       a + ": Connecting (0%)\n" +                          //
-                       a + ": finished, 10 B in 5.0 s, 0.0 MB/s\n" +        //
-                       b + ": Connecting (0%)\n" +                          //
-                       b +
-                       ": File Exists: A previous file for this upload has been found on "
-                       "Quenmoor Transfer server. The file appears to be the same and the "
-                       "upload was complete. Answer: Cancel. \"Resume\" is not offered for "
-                       "this copy.\n" +
-                       b +
-                       ": cancelled: the copy on the server was left unchanged\n"
-                       "1 finished, 1 cancelled; 10 B sent\n");
+    EXPECT_EQ(out, "a.mov: queued, 10 B\nb.mov: queued, 10 B\n"
+                   "a.mov: Connecting (0%)\na.mov: attempt 1 failed (announce): no answer\n"
+                   "a.mov: Connecting (0%)\na.mov: attempt 2 failed (rendezvous): no answer\n"
+                   "a.mov: Retrying in 5s (0%)\na.mov: Connecting (0%)\n"
+                   "a.mov: finished, 10 B in 5.0 s, 0.0 MB/s\nb.mov: Connecting (0%)\n"
+                   "b.mov: File Exists: A previous file for this upload has been found on "
+                   "Quenmoor Transfer server. The file appears to be the same and the upload was "
+                   "complete. Answer: Cancel. \"Resume\" is not offered for this copy.\n"
+                   "b.mov: cancelled: the copy on the server was left unchanged\n"
+                   "1 finished, 1 cancelled; 10 B sent\n");
 }
 
 TEST_F(PutRunTest, returnsOneAndRepeatsTheReasonWhenAFileIsGivenUp)
@@ -110,9 +152,11 @@ TEST_F(PutRunTest, returnsOneAndRepeatsTheReasonWhenAFileIsGivenUp)
 
 TEST_F(PutRunTest, returnsFourForUnreadableFilesAndSendsTheOthersWithTheirOwnTokens)
 {
-    addPath(folder.path() / "missing.mov");
+    add("missing.mov", 100);
     add("b.mov", 100);
-    addPath(folder.path());
+    add("c.mov", 100);
+    std::filesystem::remove("missing.mov");
+    options.files[2] = "."; // a folder
     EXPECT_EQ(run(), kExitUnreadable);
     expectOutput("\"step\":\"open\",\"message\":\"cannot be read: No such file or directory\"");
     expectOutput("is a directory");
@@ -123,8 +167,8 @@ TEST_F(PutRunTest, returnsFourForUnreadableFilesAndSendsTheOthersWithTheirOwnTok
 
 TEST_F(PutRunTest, returnsFourWhenAFileBecameShorterDuringTheRun)
 {
-    const std::filesystem::path path = add("a.mov", 100);
-    link.onSend = [path] { std::filesystem::resize_file(path, 10); };
+    add("a.mov", 100);
+    link.onSend = [] { std::filesystem::resize_file("a.mov", 10); };
     link.plans.assign(11, {LinkFault::BreakAfter, 0});
     EXPECT_EQ(run(), kExitUnreadable);
     expectOutput("is 10 bytes long and was 100 when it was queued");
@@ -133,8 +177,8 @@ TEST_F(PutRunTest, returnsFourWhenAFileBecameShorterDuringTheRun)
 TEST_F(PutRunTest, returnsTheNumberOfASignalPlus128)
 {
     add("a.mov", 100);
-    link.plans.assign(10, {LinkFault::Silent});
-    clock.onSleep = [raised = false](std::chrono::milliseconds) mutable {
+    link.plans.assign(10, {LinkFault::BreakAfter, 0});
+    link.onSend = [raised = false]() mutable {
         if (!std::exchange(raised, true))
             static_cast<void>(raise(SIGTERM));
     };
@@ -145,19 +189,13 @@ TEST_F(PutRunTest, returnsTheNumberOfASignalPlus128)
 
 TEST(RunOutcomeTest, usesTheMostSevereStatus)
 {
-    using State = SourceState;
-    const std::tuple<int, int, std::vector<State>> rows[]{
-        {0, 0, {State::Finished, State::Finished}},
-        {3, 0, {State::Finished, State::Cancelled}},
-        {4, 0, {State::Cancelled, State::Unreadable}},
-        {1, 0, {State::Unreadable, State::GaveUp, State::Queued}},
-        {130, SIGINT, {State::GaveUp, State::Queued}}};
-    for (const auto& [status, signal, states] : rows) {
-        std::vector<Source> sources(states.size());
-        for (std::size_t i = 0; i < states.size(); ++i)
-            sources[i].state = states[i];
-        EXPECT_EQ(outcomeOf(sources, signal).status, status);
-    }
+    std::vector<Source> sources(2);
+    sources[0].state = SourceState::Cancelled;
+    sources[1].state = SourceState::Unreadable;
+    EXPECT_EQ(outcomeOf(sources, 0).status, kExitUnreadable);
+    sources[0].state = SourceState::GaveUp;
+    EXPECT_EQ(outcomeOf(sources, 0).status, kExitGaveUp);
+    EXPECT_EQ(outcomeOf(sources, SIGINT).status, kExitSignal + SIGINT);
 }
 
 } // namespace

@@ -2,16 +2,14 @@
 #include "cli/json_report.h"
 #include "cli/text_reports.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <array>
 
 namespace quenmoor {
 namespace {
 
-TEST(TerminalQuestionTest, acceptsANumberANameOrAnUnambiguousBeginning)
+TEST(ButtonFor, acceptsANumberANameOrAnUnambiguousBeginning)
 {
     const std::vector<std::string> buttons{"Cancel", "Overwrite", "Overlay"};
     const std::pair<const char*, std::optional<std::int32_t>> rows[]{
@@ -20,23 +18,6 @@ TEST(TerminalQuestionTest, acceptsANumberANameOrAnUnambiguousBeginning)
         {"yes", std::nullopt}};
     for (const auto& [line, button] : rows)
         EXPECT_EQ(buttonFor(line, buttons), button) << line;
-}
-
-TEST(TerminalQuestionTest, endsWithAnAnswerTheEndOfTheInputOrAbandonment)
-{
-    std::array<int, 2> in{};
-    ASSERT_EQ(pipe(in.data()), 0);
-    const int out = open("/dev/null", O_WRONLY);
-    TerminalQuestion question(in[0], out);
-    const std::string typed = "\n" + std::string(5000, 'x') + "\n2\nno line feed";
-    ASSERT_EQ(write(in[1], typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
-    EXPECT_EQ(question.ask({"File Exists", "", {"Cancel", "Overwrite"}}), kSecondButton);
-    close(in[1]);
-    EXPECT_EQ(question.ask({"File Exists", "", {"Cancel", "Overwrite"}}), 0); // no button
-    question.abandon();
-    EXPECT_EQ(question.ask({"File Exists", "", {"Cancel", "Overwrite"}}), std::nullopt);
-    close(in[0]);
-    close(out);
 }
 
 AttemptEvent eventOf(AttemptEventKind kind)

@@ -16,15 +16,11 @@ public:
     // Called for every sleep of the progress monitor. Without it such a sleep lasts until the
     // transfer has ended, and no sample is taken.
     std::function<void()> onMonitorSleep;
-    // Called before every other sleep that takes time.
-    std::function<void(std::chrono::milliseconds)> onSleep;
 
     bool sleep(std::chrono::milliseconds time, std::stop_token wake) override
     {
         if (wake.stop_possible())
             return monitorSleep(time, std::move(wake));
-        if (time.count() > 0 && onSleep)
-            onSleep(time);
         const std::lock_guard lock(mutex_);
         now_ += std::chrono::nanoseconds(time).count();
         total_ += time;
