@@ -1,5 +1,5 @@
-# uploader_qt_test(ui/quit_test.cpp ui): adds a Qt Test program that runs without a display as the
-# test ui.quit. The source contains its class and includes its .moc file at the end.
+# uploader_qt_test(ui/widgets_test.cpp ui): adds a Qt Test program that runs without a display as the
+# test ui.widgets. The source contains its class and includes its .moc file at the end.
 function(uploader_qt_test source)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "")
   get_filename_component(folder ${source} DIRECTORY)

@@ -105,25 +105,25 @@ void WholeWindow::answerPage(const std::string& name, const QString& button)
     QVERIFY(QTest::qWaitFor([&] { return queues.fileQueue().size() < before; }, kTimeLimit));
 }
 
-void WholeWindow::answerAlert(const QString& button)
+QString WholeWindow::answerAlert(const QString& button)
 {
     // With a timer, because runModal() runs an event loop inside the wait of this function.
-    bool clicked = false;
+    QString title;
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, [&] {
         const QWidget* const alert = QApplication::activeModalWidget();
-        if (alert == nullptr || clicked)
+        if (alert == nullptr || !title.isEmpty())
             return;
         for (QPushButton* const candidate : alert->findChildren<QPushButton*>()) {
             if (candidate->text() != button)
                 continue;
-            clicked = true;
+            title = alert->windowTitle();
             candidate->click();
             return;
         }
     });
     poll.start(10);
-    QVERIFY2(QTest::qWaitFor([&clicked] { return clicked; }, kTimeLimit), qPrintable(button));
+    return QTest::qWaitFor([&title] { return !title.isEmpty(); }, kTimeLimit) ? title : QString();
 }
 
 bool WholeWindow::waitForStatus(std::size_t row, const QString& status)

@@ -39,8 +39,8 @@ public:
     // Waits until the page asks about `name`, then clicks its button "upload" or "cancel".
     void answerPage(const std::string& name, const QString& button);
 
-    // Waits for an alert and clicks its button.
-    void answerAlert(const QString& button);
+    // Waits for an alert and clicks its button. Returns the title of the alert.
+    QString answerAlert(const QString& button);
 
     bool waitForStatus(std::size_t row, const QString& status);
 

@@ -22,6 +22,15 @@ struct MainThreadBridgeTest : testing::Test {
         woken.acquire();
         bridge.runPending();
     }
+    // Queues `work` for another thread, which waits for it.
+    std::future<bool> queue(MainThreadBridge::Work work)
+    {
+        auto caller = std::async(std::launch::async, [this, work = std::move(work)] {
+            return bridge.runOnMainAndWait(work);
+        });
+        woken.acquire();
+        return caller;
+    }
 };
 
 TEST_F(MainThreadBridgeTest, runsTheWorkOfEachCallerInOrderOnTheMainThread)
@@ -55,11 +64,8 @@ TEST_F(MainThreadBridgeTest, closeReleasesWaitingCallersAndRejectsLaterOnes)
 {
     std::atomic<int> ran{0};
     std::vector<std::future<bool>> callers;
-    for (int i = 0; i < 3; ++i) {
-        callers.push_back(std::async(std::launch::async,
-                                     [&] { return bridge.runOnMainAndWait([&ran] { ++ran; }); }));
-        woken.acquire(); // it is in the queue
-    }
+    for (int i = 0; i < 3; ++i)
+        callers.push_back(queue([&ran] { ++ran; }));
     bridge.close();
     for (auto& caller : callers)
         EXPECT_FALSE(caller.get());
@@ -86,13 +92,16 @@ TEST_F(MainThreadBridgeTest, workThatHasBegunIsWaitedForAfterClose)
 
 TEST_F(MainThreadBridgeTest, workMayRunTheWorkOfOtherCallers)
 {
-    auto inner = std::async(std::launch::async, [&] { return bridge.runOnMainAndWait([] {}); });
-    woken.acquire(); // the inner one is queued first, and the outer one behind it
-    auto outer = std::async(std::launch::async,
-                            [&] { return bridge.runOnMainAndWait([&] { bridge.runPending(); }); });
-    serveOnce();
-    EXPECT_TRUE(inner.get());
-    EXPECT_TRUE(outer.get());
+    bool inner = false;
+    bool innerRanFirst = false;
+    auto outerCaller = queue([&] {
+        bridge.runPending();
+        innerRanFirst = inner;
+    });
+    auto innerCaller = queue([&] { inner = true; });
+    bridge.runPending();
+    EXPECT_TRUE(outerCaller.get() && innerCaller.get());
+    EXPECT_TRUE(innerRanFirst);
 }
 
 TEST_F(MainThreadBridgeTest, aQuestionHasTheFirstAnswerThatPrecedesClose)
@@ -104,8 +113,8 @@ TEST_F(MainThreadBridgeTest, aQuestionHasTheFirstAnswerThatPrecedesClose)
             return bridge.askOnMainAndWait([&answer](const auto& callback) { answer = callback; });
         });
         serveOnce();
-        auto other = std::async(std::launch::async, [&] { return bridge.runOnMainAndWait([] {}); });
-        serveOnce(); // while the question is open
+        auto other = queue([] {}); // while the question is open
+        bridge.runPending();
         EXPECT_TRUE(other.get());
         for (const std::int32_t given : early)
             answer(given);

@@ -7,20 +7,20 @@
 namespace quenmoor {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 constexpr std::int32_t kMax = 2'147'483'647;
 
 TEST(BaseUrl, leavesOutTheDefaultPort)
 {
-    EXPECT_EQ(baseUrl(QStringLiteral("a.example"), 443),
-              QStringLiteral("https://a.example/files/upload/index.html"));
-    EXPECT_EQ(baseUrl(QStringLiteral("::1"), 8443),
-              QStringLiteral("https://[::1]:8443/files/upload/index.html"));
+    EXPECT_EQ(baseUrl(u"a.example"_s, 443), u"https://a.example/files/upload/index.html"_s);
+    EXPECT_EQ(baseUrl(u"::1"_s, 8443), u"https://[::1]:8443/files/upload/index.html"_s);
 }
 
 TEST(PageUrl, encodesTheNameAndKeepsAnySessionInTheQuery)
 {
-    const QString base = baseUrl(QStringLiteral("service.example"), 8443);
-    const QString session = QStringLiteral("Ab9-_~%2B+/=");
+    const QString base = baseUrl(u"service.example"_s, 8443);
+    const QString session = u"Ab9-_~%2B+/="_s;
     const std::string prefix = "?session=Ab9-_~%2B+/=&filename=";
     for (const auto& [given, name, size, query] :
          std::vector<std::tuple<std::optional<QString>, std::string, std::int64_t, std::string>>{
@@ -30,13 +30,12 @@ TEST(PageUrl, encodesTheNameAndKeepsAnySessionInTheQuery)
              {session, "a&b=c+d?e'f", 1, prefix + "a&b=c+d?e'f&size=1"},
              {session, "\xC3\xA9\xFF%41#\"<[{|}]>\n", 1,
               prefix + "%C3%A9%FF%2541%23%22%3C%5B%7B%7C%7D%5D%3E%0A&size=1"},
-             {QStringLiteral("@evil.example/"), "a", 1,
-              "?session=@evil.example/&filename=a&size=1"},
-             {QStringLiteral("a#b"), "a", 1, "?session=a#b&filename=a&size=1"},
-             {QStringLiteral(" \r\n\"%"), "a", 1, "?session=%20%0D%0A%22%25&filename=a&size=1"},
+             {u"@evil.example/"_s, "a", 1, "?session=@evil.example/&filename=a&size=1"},
+             {u"a#b"_s, "a", 1, "?session=a#b&filename=a&size=1"},
+             {u" \r\n\"%"_s, "a", 1, "?session=%20%0D%0A%22%25&filename=a&size=1"},
              {QString(QChar(0xD800)), "a", 1, "?session=?&filename=a&size=1"}}) {
         const QUrl url = pageUrl(base, given, name, size);
-        EXPECT_EQ(url.host(), QStringLiteral("service.example"));
+        EXPECT_EQ(url.host(), u"service.example"_s);
         EXPECT_EQ(url.toEncoded().toStdString(), base.toStdString() + query);
     }
 }
@@ -51,9 +50,9 @@ TEST(Version, isThreeLeadingNumbersAndComparedFieldByField)
 
     PageSignal signal;
     EXPECT_EQ(pageVersion(signal), Version{});
-    signal.macMajor = QStringLiteral(" \n2 ");
-    signal.macMinor = QStringLiteral("3b");
-    signal.macBuild = QStringLiteral("-99999999999");
+    signal.macMajor = u" \n2 "_s;
+    signal.macMinor = u"3b"_s;
+    signal.macBuild = u"-99999999999"_s;
     EXPECT_EQ(pageVersion(signal), (Version{2, 3, -kMax - 1}));
 
     const Version client{2, 3, 4};
@@ -67,8 +66,8 @@ TEST(DownloadUrl, isAbsentUnlessItIsAWebUrl)
 {
     PageSignal signal;
     EXPECT_FALSE(downloadUrl(signal));
-    signal.updateUrl = QStringLiteral(" https://a.example/x?y=1 \n");
-    EXPECT_EQ(downloadUrl(signal), QUrl(QStringLiteral("https://a.example/x?y=1")));
+    signal.updateUrl = u" https://a.example/x?y=1 \n"_s;
+    EXPECT_EQ(downloadUrl(signal), QUrl(u"https://a.example/x?y=1"_s));
     for (const char* url :
          {"", "a.example/x", "//a.example", "https://", "https:a", "file:///bin/sh",
           "javascript:alert(1)", "smb://a.example/x", "https://a b/", "https://%"}) {

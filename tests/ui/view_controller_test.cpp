@@ -1,13 +1,19 @@
+// The window's states, open requests, and every way to quit.
 #include "tests/ui/window_fixture.h"
 #include "ui/appearance.h"
 #include "ui/drag_view.h"
+#include "ui/startup_and_exit.h"
 
+#include <QApplication>
+#include <QFileOpenEvent>
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
+#include <QTimer>
+#include <csignal>
 
 namespace quenmoor {
 
@@ -17,6 +23,25 @@ class ViewControllerTest : public QObject {
     Q_OBJECT
 
 private:
+    const EndSignals endSignals_;
+
+    // Runs the event loop with `act` as its first event. Returns the status of the loop, or -1 if
+    // `act` did not end it.
+    static int runLoop(AppDelegate& delegate, const std::function<void()>& act)
+    {
+        QSignalSpy ends(&delegate, &AppDelegate::willTerminate);
+        const auto stop = [&ends] {
+            if (ends.isEmpty())
+                QCoreApplication::exit(-1);
+        };
+        QTimer::singleShot(0, &delegate, [&] {
+            act();
+            QMetaObject::invokeMethod(&delegate, stop, Qt::QueuedConnection);
+        });
+        const int status = QApplication::exec();
+        return ends.count() > 1 ? -2 : status;
+    }
+
     // The names of the visible widgets, and "drops" if the window accepts drops.
     static QString shown(const MainWindow& window)
     {
@@ -33,23 +58,13 @@ private:
     }
 
 private Q_SLOTS:
-    void loadingQueuesTheOpenedFilesAndLoadsThePageWithoutAQuery()
-    {
-        WindowFixture with;
-        with.delegate.applicationOpenFiles({with.file("a"), with.file("b")});
-        with.controller.viewDidLoad();
-        QCOMPARE(with.window.windowTitle(), u"Quenmoor Upload - v2.3.4"_s);
-        QCOMPARE(with.waiting(), 2U);
-        QCOMPARE(with.page.loads, std::vector<std::string>{"https://host/page"});
-        QCOMPARE(with.log.system(),
-                 (std::vector<std::string>{"Number of files in file queue: 2",
-                                           "Update view called.", "Byte length of long: 8"}));
-    }
-
     void everySignalChangesTheStateOfTheWindow()
     {
         WindowFixture with;
         with.controller.viewDidLoad();
+        QCOMPARE(with.window.windowTitle(), u"Quenmoor Upload - v2.3.4"_s);
+        QCOMPARE(with.page.loads, std::vector<std::string>{"https://host/page"});
+        QCOMPARE(with.log.system().back(), std::string("Byte length of long: 8"));
         QCOMPARE(shown(with.window), u"webView"_s); // Starting
 
         with.controller.addFiles({with.file("a b.mov"), with.file("c.mov")});
@@ -89,16 +104,28 @@ private Q_SLOTS:
         QCOMPARE(shown(with.window), u"webView statusBarProgressBar drops"_s);
     }
 
-    void everySessionAddsTheLatestOpenedFilesAgain()
+    void loadingAndEverySessionQueueTheLatestOpenRequest()
     {
         WindowFixture with;
-        with.start();
-        with.delegate.applicationOpenFiles({with.file("a"), with.file("b")});
-        with.delegate.applicationOpenFiles({with.file("c")});
+        with.delegate.applicationOpenFiles({with.file("given")});
+        with.start(); // adds it at the load and at the session
+        const auto open = [](const std::string& url) {
+            QFileOpenEvent event(QUrl::fromEncoded(QByteArray::fromStdString(url)));
+            QApplication::sendEvent(qApp, &event);
+        };
+        open(with.file("a").text());
+        QCoreApplication::processEvents();
+        open(with.file("b?\xE9").text()); // one request of three files
+        open("https://host/c");
+        open(with.file("d").text());
+        QCoreApplication::processEvents();
         with.page.signal(u"session"_s);
         with.page.signal(u"session"_s);
-        QCOMPARE(with.waiting(), 2U);
-        QCOMPARE(with.queues.fileQueue().front().file.filename(), std::string("c"));
+        std::string names;
+        for (const InfoContainer& info : with.queues.fileQueue())
+            names += info.file.filename() + " ";
+        QCOMPARE(names, std::string("given given b?\xE9 d b?\xE9 d "));
+        QVERIFY(AppDelegate().applicationShouldTerminate()); // there is no window to ask
     }
 
     void anInvalidSignalLosesNothing()
@@ -123,32 +150,6 @@ private Q_SLOTS:
         QCOMPARE(with.logged("Session value: (null)"), 1U);
     }
 
-    void anOutdatedClientIsStoppedAndOpensOnlyWebUrls()
-    {
-        struct Row {
-            QString build;
-            QString url;
-            std::size_t stopped;
-            std::vector<std::string> opened;
-        };
-        const QString download = u"https://host/download"_s;
-        for (const Row& row :
-             {Row{u"4"_s, download, 0, {}}, Row{u"5"_s, download, 1, {"https://host/download"}},
-              Row{u"5"_s, u"file:///etc/passwd"_s, 1, {}}}) {
-            WindowFixture with;
-            with.controller.viewDidLoad();
-            with.desktop.answers = {kFirstButton};
-            QSignalSpy terminations(&with.controller, &ViewController::terminationRequested);
-            Q_EMIT with.page.titleReceived(
-                {u"index"_s, {}, {}, u"2"_s, u"3"_s, row.build, row.url});
-            QCOMPARE(with.desktop.alerts.size(), row.stopped);
-            QCOMPARE(with.desktop.opened, row.opened);
-            QCOMPARE(static_cast<std::size_t>(terminations.count()), row.stopped);
-            // the user may refuse to quit
-            QCOMPARE(shown(with.window), u"webView statusBarProgressBar"_s);
-        }
-    }
-
     void aTitleDuringAnAlertIsHandledAfterIt()
     {
         WindowFixture with;
@@ -163,50 +164,70 @@ private Q_SLOTS:
         QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
     }
 
-    void closingAsksWhileFilesAreQueuedOrUploading()
+    void quittingAsksAtMostOnceAndOnlyAVisibleBusyWindow()
     {
-        WindowFixture with;
-        with.start();
-        QVERIFY(with.controller.windowShouldClose());
-        QVERIFY(with.desktop.alerts.empty());
-
-        with.controller.addFiles({with.file("a")});
-        with.desktop.answers = {kFirstButton, std::int32_t{0}, std::nullopt, kSecondButton};
-        for (const bool closes : {false, false, false, true})
-            QCOMPARE(with.controller.windowShouldClose(), closes);
-        const Alert expected{"Not all uploads are finished.  Quit?", {}, {"No", "Yes"}};
-        QVERIFY(with.desktop.alerts == std::vector<Alert>(4, expected));
-
-        with.page.signal(u"token"_s, u"s"_s, u"t"_s);
-        with.desktop.answers = {kFirstButton};
-        with.desktop.whileModal = [&with] { // a second request opens no second alert
-            QVERIFY(!with.controller.windowShouldClose());
+        struct Row {
+            const char* name;
+            std::function<void(WindowFixture&)> act;
+            std::int32_t answer;
+            int status;
+            std::size_t alerts;
         };
-        QVERIFY(!with.controller.windowShouldClose());
-        QCOMPARE(with.desktop.alerts.size(), 5U);
-    }
-
-    void theEngineReportsAndAsksInTheWindow()
-    {
-        WindowFixture with;
-        with.start();
-        with.fakeLink.copies["clip.mov"] = {std::string(4, 'x'), 10};
-        with.controller.addFiles({with.file("clip.mov")});
-        with.page.signal(u"token"_s, u"s"_s, u"t"_s);
-        QTRY_VERIFY(with.desktop.answer != nullptr);
-        QCOMPARE(with.desktop.alerts.back().buttons.size(), 3U);
-        QCOMPARE(with.desktop.title, u"clip.mov"_s);
-        Q_EMIT with.view.statusBarChanged(u"a\nb.mov"_s, u"Upload rate: 1.000 MB/s"_s);
-        QCOMPARE(with.window.filenameStatusBarLabel->text(), u"a␊b.mov"_s);
-        QCOMPARE(with.window.uploadStatusBarLabel->text(), u"Upload rate: 1.000 MB/s"_s);
-        with.desktop.answer(kThirdButton);
-        QTRY_COMPARE(with.queues.uploadCount(), 0U);
-        QCOMPARE(with.fakeLink.confirmations, std::vector<std::string>{"resume"});
-        QCOMPARE(with.fakeLink.copies["clip.mov"].bytes.size(), 10U);
-        QCOMPARE(with.queues.tableList().cell("Status", 0), std::string("Finished"));
-        QCOMPARE(with.window.statusBarProgressBar->value(), 100);
-        QCOMPARE(with.window.filenameStatusBarLabel->text(), u"[none]"_s);
-        QVERIFY(with.controller.windowShouldClose());
+        const Alert question{"Not all uploads are finished.  Quit?", {}, {"No", "Yes"}};
+        const auto terminate = [](WindowFixture& with) { with.delegate.terminate(); };
+        const auto close = [](WindowFixture& with) { with.window.close(); };
+        const auto quit = [](WindowFixture&) { QCoreApplication::quit(); };
+        const auto shortcut = [](WindowFixture& with) {
+            QTest::keyClick(&with.window, Qt::Key_Q, Qt::ControlModifier);
+        };
+        for (const Row& row : {
+                 Row{"refused shortcut", shortcut, kFirstButton, -1, 1},
+                 Row{"refused close", close, kNoButton, -1, 1},
+                 Row{"uploading",
+                     [&](WindowFixture& with) {
+                         with.page.signal(u"token"_s, u"s"_s, u"t"_s);
+                         terminate(with);
+                     },
+                     kFirstButton, -1, 1},
+                 Row{"close", close, kSecondButton, 0, 1},
+                 Row{"terminate", terminate, kSecondButton, 0, 1},
+                 Row{"platform's quit", quit, kSecondButton, 0, 1},
+                 Row{"idle",
+                     [&](WindowFixture& with) {
+                         with.page.signal(u"cancel"_s);
+                         terminate(with);
+                     },
+                     kFirstButton, 0, 0},
+                 Row{"minimised",
+                     [&](WindowFixture& with) {
+                         with.window.showMinimized();
+                         terminate(with);
+                     },
+                     kFirstButton, 0, 0},
+                 Row{"hidden",
+                     [&](WindowFixture& with) {
+                         with.window.hide();
+                         terminate(with);
+                     },
+                     kFirstButton, 0, 0},
+                 Row{"at once", [](WindowFixture& with) { with.delegate.terminateAtOnce(7); },
+                     kFirstButton, 7, 0},
+                 Row{"SIGTERM", [](WindowFixture&) { std::raise(SIGTERM); }, kFirstButton, 143, 0},
+             }) {
+            WindowFixture with;
+            connectEnd(with.controller, with.delegate, with.view, with.bridge, endSignals_);
+            with.start();
+            with.controller.addFiles({with.file("a")});
+            with.window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&with.window));
+            with.desktop.answers = {row.answer};
+            with.desktop.whileModal = [&with] { // a second request opens no second alert
+                QVERIFY(!with.controller.windowShouldClose());
+            };
+            QVERIFY2(runLoop(with.delegate, [&] { row.act(with); }) == row.status, row.name);
+            QVERIFY2(with.desktop.alerts == std::vector<Alert>(row.alerts, question), row.name);
+            QVERIFY2(with.window.isVisible() == (row.status == -1), row.name);
+        }
     }
 };
 

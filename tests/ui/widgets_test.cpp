@@ -120,8 +120,18 @@ private:
     }
 
 private Q_SLOTS:
-    void aUriListNamesLocalFilesByTheirBytes()
+    void aDropIsACopyAndDeliversOneListOfLocalFilesByTheirBytes()
     {
+        DragView view;
+        view.registerForDraggedTypes();
+        QSignalSpy dropped(&view, &DragView::filesDropped);
+        const auto enter = [&view](const QMimeData& data) {
+            QDragEnterEvent event({1, 1}, Qt::MoveAction | Qt::CopyAction, &data, Qt::LeftButton,
+                                  {});
+            event.ignore();
+            QApplication::sendEvent(&view, &event);
+            return event.isAccepted() && event.dropAction() == Qt::CopyAction;
+        };
         for (const auto& [list, paths] : std::vector<std::pair<const char*, Paths>>{
                  {"file:///tmp/a%20b%231.mov\r\n", {"/tmp/a b#1.mov"}},
                  {"file:///why%3F.mov\nfile:///why?.mov", {"/why?.mov", "/why?.mov"}},
@@ -133,35 +143,17 @@ private Q_SLOTS:
                   {"/five"}}}) {
             QMimeData data;
             data.setData(u"text/uri-list"_s, list);
-            QVERIFY2(pathsOf(DragView::draggedFiles(data)) == paths, list);
+            QVERIFY2(enter(data), list);
+            QDropEvent drop({1, 1}, Qt::MoveAction | Qt::CopyAction, &data, Qt::LeftButton, {});
+            QApplication::sendEvent(&view, &drop);
+            QCOMPARE(drop.dropAction(), Qt::CopyAction);
+            QCOMPARE(dropped.count(), 1);
+            QVERIFY2(pathsOf(dropped.takeFirst()[0].value<std::vector<FileUrl>>()) == paths, list);
         }
-    }
-
-    void aDropIsACopyAndDeliversOneList()
-    {
-        DragView view;
-        view.registerForDraggedTypes();
-        QSignalSpy dropped(&view, &DragView::filesDropped);
-        QMimeData data;
-        data.setData(u"text/uri-list"_s, "file:///tmp/b\nfile:///tmp/a%20c\n");
-        QDragEnterEvent enter({1, 1}, Qt::MoveAction | Qt::CopyAction, &data, Qt::LeftButton, {});
-        QApplication::sendEvent(&view, &enter);
-        QVERIFY(enter.isAccepted() && enter.dropAction() == Qt::CopyAction);
-        QDropEvent drop({1, 1}, Qt::MoveAction | Qt::CopyAction, &data, Qt::LeftButton, {});
-        QApplication::sendEvent(&view, &drop);
-        QCOMPARE(drop.dropAction(), Qt::CopyAction);
-        QCOMPARE(dropped.count(), 1);
-        QCOMPARE(pathsOf(dropped[0][0].value<std::vector<FileUrl>>()),
-                 (Paths{"/tmp/b", "/tmp/a c"}));
-        QCOMPARE(log_.system(),
-                 (Paths{"File dropped in DragView: /tmp/b", "File dropped in DragView: /tmp/a c"}));
-
+        QCOMPARE(log_.system().front(), std::string("File dropped in DragView: /tmp/a b#1.mov"));
         QMimeData text;
         text.setText(u"words"_s);
-        QDragEnterEvent other({1, 1}, Qt::CopyAction, &text, Qt::LeftButton, {});
-        other.ignore();
-        QApplication::sendEvent(&view, &other);
-        QVERIFY(!other.isAccepted());
+        QVERIFY(!enter(text));
     }
 
     void theTableDisplaysPrintableTextAndTheWholePathAsToolTip()

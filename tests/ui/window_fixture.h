@@ -36,12 +36,7 @@ private:
 struct FakeDesktop : Desktop {
     std::deque<std::optional<std::int32_t>> answers; // of runModal; nullopt when it is empty
     std::function<void()> whileModal;                // called by runModal
-    std::vector<FileUrl> choice;                     // of chooseFiles; empty means cancelled
-
     std::vector<Alert> alerts;
-    std::vector<std::string> opened;
-    QString title;                            // of the latest openModal
-    std::function<void(std::int32_t)> answer; // answers it
 
     std::optional<std::int32_t> runModal(QWidget* /*window*/, const Alert& alert) override
     {
@@ -54,20 +49,15 @@ struct FakeDesktop : Desktop {
         answers.pop_front();
         return given;
     }
-    void openModal(QWidget* /*window*/, const QString& alertTitle, const Alert& alert,
-                   std::function<void(std::int32_t)> onAnswer) override
+    void openModal(QWidget* /*window*/, const QString& /*title*/, const Alert& /*alert*/,
+                   std::function<void(std::int32_t)> /*onAnswer*/) override
     {
-        title = alertTitle;
-        alerts.push_back(alert);
-        answer = std::move(onAnswer);
     }
     void chooseFiles(QWidget* /*window*/,
-                     std::function<void(const std::vector<FileUrl>&)> onChosen) override
+                     std::function<void(const std::vector<FileUrl>&)> /*onChosen*/) override
     {
-        if (!choice.empty())
-            onChosen(choice);
     }
-    void openUrl(const QUrl& url) override { opened.push_back(url.toEncoded().toStdString()); }
+    void openUrl(const QUrl& /*url*/) override {}
 };
 
 // The upload thread blocks in its first report until the event loop runs. A test that does not run
@@ -88,8 +78,8 @@ public:
     ViewController controller;
     MainWindow& window = controller.window();
 
-    explicit WindowFixture(TransferLink* link = nullptr)
-        : engine(queues, link != nullptr ? *link : fakeLink, view, clock),
+    WindowFixture()
+        : engine(queues, fakeLink, view, clock),
           controller({queues, engine, view, page, delegate, desktop},
                      {QStringLiteral("2.3.4"), {2, 3, 4}, QStringLiteral("https://host/page")})
     {

@@ -1,113 +1,73 @@
-// A WebServicePage in front of an https server whose pages the test defines.
+// A WebServicePage in front of an https server whose pages the test defines. Main thread only.
 #pragma once
 
 #include "tests/ui/page/trusting_home.h"
 #include "ui/page/web_service_page.h"
 
-#include <httplib.h>
-
+#include <QFile>
+#include <QLabel>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QSslKey>
+#include <QSslServer>
 #include <QStackedWidget>
+#include <QTcpSocket>
 #include <QTest>
 #include <QWebEnginePage>
 #include <QWebEngineView>
-#include <atomic>
-#include <mutex>
-#include <thread>
 
 namespace quenmoor {
 
 inline constexpr const char* kIndex = "/files/upload/index.html";
 
-class ScriptedService {
+// Answers 404 to a path without a page.
+class ScriptedService : public QSslServer {
 public:
-    struct Page {
-        std::string html;
-        int status = 404; // kSilent: the request is not answered until reset()
-        const char* disposition = nullptr;
-    };
-    static constexpr int kSilent = 0;
+    std::map<QByteArray, QByteArray> pages; // the html of each path
+    // The status and more header lines of every page. A request is not answered while it is empty.
+    QByteArray head;
+    QByteArrayList targets; // of the request lines, as received
 
     explicit ScriptedService(const Certificate& certificate)
-        : server_(certificate.certificateFile.c_str(), certificate.keyFile.c_str())
     {
-        server_.set_keep_alive_max_count(1); // so that no connection outlives its page
-        server_.set_keep_alive_timeout(1);
-        const auto respond = [this](const httplib::Request& request, httplib::Response& response) {
-            answer(request, response);
-        };
-        server_.Get(".*", respond);
-        // The library itself answers 400 to a query with a second "?".
-        server_.set_error_handler([respond](const auto& request, httplib::Response& response) {
-            if (response.status == 400)
-                respond(request, response);
+        QFile key(certificate.keyFile);
+        QSslConfiguration configuration;
+        configuration.setLocalCertificateChain(
+            QSslCertificate::fromPath(QString::fromStdString(certificate.certificateFile)));
+        if (key.open(QIODevice::ReadOnly))
+            configuration.setPrivateKey(QSslKey(&key, QSsl::Ec));
+        setSslConfiguration(configuration);
+        connect(this, &QTcpServer::pendingConnectionAvailable, this, [this] {
+            QTcpSocket* const socket = nextPendingConnection();
+            connect(socket, &QTcpSocket::readyRead, this, [this, socket] { answer(*socket); });
         });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-    }
-    ~ScriptedService()
-    {
-        reset();
-        while (!server_.is_running())
-            std::this_thread::yield();
-        server_.stop();
-        thread_.join();
-    }
-
-    void setPage(const std::string& path, Page page)
-    {
-        const std::lock_guard lock(mutex_);
-        pages_[path] = std::move(page);
-    }
-    void reset()
-    {
-        ++epoch_;
-        const std::lock_guard lock(mutex_);
-        pages_.clear();
-        targets_.clear();
+        listen(QHostAddress::LocalHost);
     }
 
     QUrl url(const char* path, const char* host = "localhost") const
     {
         return QUrl(QStringLiteral("https://%1:%2%3")
                         .arg(QLatin1String(host))
-                        .arg(port_)
+                        .arg(serverPort())
                         .arg(QLatin1String(path)));
     }
 
-    // The targets of the request lines, as received.
-    std::vector<std::string> targets() const
-    {
-        const std::lock_guard lock(mutex_);
-        return targets_;
-    }
-
 private:
-    void answer(const httplib::Request& request, httplib::Response& response)
+    void answer(QTcpSocket& socket)
     {
-        Page page;
-        const int epoch = epoch_;
-        {
-            const std::lock_guard lock(mutex_);
-            targets_.push_back(request.target);
-            if (const auto known = pages_.find(request.path); known != pages_.end())
-                page = known->second;
-        }
-        while (page.status == kSilent && epoch == epoch_)
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        response.status = page.status;
-        if (page.disposition != nullptr)
-            response.set_header("Content-Disposition", page.disposition);
-        if (page.status != 204)
-            response.set_content(page.html, "text/html");
+        const QByteArray request = socket.peek(socket.bytesAvailable());
+        if (!request.contains("\r\n\r\n"))
+            return;
+        targets << request.split(' ').value(1);
+        if (head.isEmpty())
+            return;
+        const auto page = pages.find(targets.back().split('?').front());
+        socket.write("HTTP/1.1 " + (page == pages.end() ? "404 Not Found" : head) +
+                     "\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n");
+        if (page != pages.end())
+            socket.write(page->second);
+        socket.disconnectFromHost();
     }
-
-    httplib::SSLServer server_;
-    int port_ = 0;
-    std::thread thread_;
-    std::atomic<int> epoch_ = 0; // number of resets
-    mutable std::mutex mutex_;
-    std::map<std::string, Page> pages_; // guarded by mutex_
-    std::vector<std::string> targets_;  // guarded by mutex_
 };
 
 struct WebFixture {
@@ -119,49 +79,74 @@ struct WebFixture {
               loadTimeout)
     {
         QObject::connect(&page, &ServicePage::titleReceived,
-                         [this](const PageSignal& signal) { received.push_back(signal); });
+                         [this](const PageSignal& signal) { reported.push_back(signal); });
+        reset();
         page.widget()->resize(600, 400);
         page.widget()->show();
     }
 
-    // Loads `html` and waits for its title "end".
-    void show(const std::string& html)
+    // Loads `html`, waits for its title "end" and returns received().
+    QString show(const QByteArray& html)
     {
-        service.setPage(kIndex, {html, 200});
-        load(service.url(kIndex));
+        service.pages[kIndex] = html;
+        return load(service.url(kIndex));
     }
-    void load(const QUrl& url)
+    QString load(const QUrl& url)
     {
-        const std::size_t before = received.size();
+        const std::size_t before = reported.size();
         page.load(url);
-        QVERIFY(QTest::qWaitFor(
-            [&] { return received.size() > before && received.back().title == u"end"; }, 20'000));
+        return waitForTitle(u"end", before) ? received() : QStringLiteral("(time limit)");
+    }
+    bool waitForTitle(QStringView title, std::size_t after = 0)
+    {
+        return QTest::qWaitFor(
+            [&] { return reported.size() > after && reported.back().title == title; }, 20'000);
     }
     void reset()
     {
-        service.reset();
-        received.clear();
+        service.pages.clear();
+        service.targets.clear();
+        service.head = "200 OK";
+        reported.clear();
         opened.clear();
     }
 
-    // All titles so far, separated by "|".
-    QString titles() const
+    // The text of `reported`: each title with the values that are present.
+    QString received() const
     {
+        using namespace Qt::StringLiterals;
         QStringList all;
-        for (const PageSignal& signal : received)
+        for (const PageSignal& signal : reported) {
             all << signal.title;
-        return all.join(QLatin1Char('|'));
+            for (const auto& [label, value] : {std::pair{u" session="_s, signal.session},
+                                               {u" token="_s, signal.token},
+                                               {u" major="_s, signal.macMajor},
+                                               {u" minor="_s, signal.macMinor},
+                                               {u" build="_s, signal.macBuild},
+                                               {u" url="_s, signal.updateUrl}}) {
+                if (value)
+                    all.back() += label + *value;
+            }
+        }
+        return all.join(u'|');
     }
 
-    QWebEngineView* view() { return page.widget()->findChild<QWebEngineView*>(); }
+    // Waits for the failure panel and returns its text.
+    QString failure()
+    {
+        return QTest::qWaitFor([this] { return isPanelShown(); }, 20'000)
+                   ? page.widget()->findChild<QLabel*>(QStringLiteral("failureReason"))->text()
+                   : QString();
+    }
     bool isPanelShown()
     {
         return page.widget()->findChild<QWidget*>(QStringLiteral("failurePanel"))->isVisible();
     }
+    QWebEngineView* view() { return page.widget()->findChild<QWebEngineView*>(); }
 
     ScriptedService service;
+    std::vector<PageSignal> reported;
     std::vector<QUrl> opened; // in the user's browser
-    std::vector<PageSignal> received;
     WebServicePage page;
 };
 

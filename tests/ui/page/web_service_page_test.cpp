@@ -4,7 +4,6 @@
 #include "tests/ui/page/web_fixture.h"
 
 #include <QApplication>
-#include <QLabel>
 #include <QPushButton>
 #include <QWebEngineProfile>
 #include <csignal>
@@ -23,23 +22,16 @@ public:
     }
 
 private:
-    static bool waitForPanel(WebFixture& web)
-    {
-        return QTest::qWaitFor([&web] { return web.isPanelShown(); }, 20'000);
-    }
-    static QString panelReason(WebFixture& web)
-    {
-        return web.page.widget()->findChild<QLabel*>(u"failureReason"_s)->text();
-    }
     void pressReload()
     {
+        web_.reported.clear();
         auto* const button = web_.page.widget()->findChild<QPushButton*>(u"reloadButton"_s);
         QTest::keyClick(button, Qt::Key_Space);
-        QTRY_VERIFY(!web_.received.empty() && web_.received.back().title == u"end");
+        QVERIFY(web_.waitForTitle(u"end"));
         QVERIFY(!web_.isPanelShown());
     }
     // Shows `html`, clicks on it and waits for the title "clicked".
-    void showAndClick(const std::string& html)
+    void showAndClick(const QByteArray& html)
     {
         // A page accepts clicks after it has been painted.
         web_.show("<style>a { position: fixed; inset: 0; }</style>" + html +
@@ -47,7 +39,7 @@ private:
                   "requestAnimationFrame(() => requestAnimationFrame(() => {"
                   "  document.title = 'end'; }));</script>");
         QTest::mouseClick(web_.view()->focusProxy(), Qt::LeftButton, {}, QPoint(50, 50));
-        QTRY_COMPARE(web_.received.back().title, u"clicked"_s);
+        QVERIFY(web_.waitForTitle(u"clicked"));
     }
 
     const SilentLog log_;
@@ -60,123 +52,105 @@ private Q_SLOTS:
 
     void titlesOfOneTaskKeepTheirOwnValues()
     {
-        web_.show("<title>start</title><input id=session value=s0><input id=token>"
-                  "<p id=mac_major>1</p><p id=mac_minor>2</p><script>onload = () => {"
-                  "  const get = id => document.getElementById(id);"
-                  "  const set = (id, v) => get(id).setAttribute('value', v);"
-                  "  set('token', 'a'); document.title = 'upload';"
-                  "  set('token', 'b'); document.title = 'token'; set('session', 's1');"
-                  "  set('token', 'c'); document.querySelector('title').firstChild.data = 'cancel';"
-                  "  get('token').remove(); get('mac_major').innerHTML = '<b>3</b>';"
-                  "  document.querySelector('title').remove(); get('mac_minor').id = 'token';"
-                  "  document.head.append(document.createElement('title')); set('token', 'd');"
-                  "  document.title = 'end'; set('token', 'e'); };</script>");
-        QStringList all;
-        for (const PageSignal& signal : web_.received)
-            all << signal.title + u' ' + *signal.session + u' ' + signal.token.value_or(u"-"_s) +
-                       u' ' + signal.macMajor.value_or(u"-"_s) + signal.macMinor.value_or(u"-"_s);
-        QCOMPARE(all.join(u'|'), u"start s0 - 12|upload s0 a 12|token s0 b 12|cancel s1 c 12|"
-                                 "end s1 d 3-"_s);
+        QCOMPARE(
+            web_.show("<title>start</title><input id=session value=s0><input id=token>"
+                      "<p id=mac_major>1</p><p id=mac_minor>2</p><script>onload = () => {"
+                      "  const get = id => document.getElementById(id);"
+                      "  const set = (id, v) => get(id).setAttribute('value', v);"
+                      "  set('token', 'a'); document.title = 'upload';"
+                      "  set('token', 'b'); document.title = 'token'; set('session', 's1');"
+                      "  set('token', 'c');"
+                      "  document.querySelector('title').firstChild.data = 'cancel';"
+                      "  get('token').remove(); get('mac_major').innerHTML = '<b>3</b>';"
+                      "  document.querySelector('title').remove(); get('mac_minor').id = 'token';"
+                      "  document.head.append(document.createElement('title')); set('token', 'd');"
+                      "  document.title = 'end'; set('token', 'e'); };</script>"),
+            u"start session=s0 major=1 minor=2|upload session=s0 token=a major=1 minor=2|"
+            "token session=s0 token=b major=1 minor=2|cancel session=s1 token=c major=1 minor=2|"
+            "end session=s1 token=d major=3"_s);
     }
 
     void aTitleIsReportedAgainAfterAnEmptyOne()
     {
-        web_.show("<script>onload = () => {"
-                  "  document.title = 'token'; document.title = 'token';"
-                  "  document.title = ''; document.title = ' to\\nken ';"
-                  "  document.title = 'token'; document.title = ''; document.title = 'token';"
-                  "  document.title = 'end'; };</script>");
-        QCOMPARE(web_.titles(), u"token|to ken|token|token|end"_s);
+        QCOMPARE(web_.show("<script>onload = () => {"
+                           "  document.title = 'token'; document.title = 'token';"
+                           "  document.title = ''; document.title = ' to\\nken ';"
+                           "  document.title = 'token'; document.title = '';"
+                           "  document.title = 'token'; document.title = 'end'; };</script>"),
+                 u"token|to ken|token|token|end"_s);
     }
 
     void aTitleFromTheParsingIsReadAfterItEveryTimeThePageIsLoaded()
     {
-        web_.show("<head><title>index</title><script>document.title = 'session';</script></head>"
-                  "<input id=session value=s><span id=mac_major>3</span>"
-                  "<script>document.title = 'end'</script><input id=token value=late>");
-        web_.load(web_.service.url(kIndex));
-        QCOMPARE(web_.titles(), u"index|session|end|index|session|end"_s);
-        for (const PageSignal& signal : web_.received) {
-            QCOMPARE(signal.session, u"s"_s);
-            QCOMPARE(signal.macMajor, u"3"_s);
-            QCOMPARE(signal.token, u"late"_s);
-        }
+        const QString once = u"index session=s token=late major=3|session session=s token=late "
+                             "major=3|end session=s token=late major=3"_s;
+        QCOMPARE(web_.show("<title>index</title><script>document.title = 'session';</script>"
+                           "<input id=session value=s><span id=mac_major>3</span>"
+                           "<script>document.title = 'end'</script><input id=token value=late>"),
+                 once);
+        QCOMPARE(web_.load(web_.service.url(kIndex)), once + u'|' + once);
     }
 
     void absentElementsAndTooLongValuesAreAbsentValues()
     {
-        web_.show("<p>without a title element</p><input id=session><input id=token value=''>"
-                  "<p id=mac_major> 1<b>2</b> </p><p id=mac_minor hidden>7</p>"
-                  "<a id=update_url>https://x.example/?a&amp;b</a><script>onload = () => {"
-                  "  document.getElementById('token').value = 'typed'; document.title = 'short';"
-                  "  document.getElementById('token').setAttribute('value', 'x'.repeat(70000));"
-                  "  document.title = 'end'; };</script>");
-        QCOMPARE(web_.titles(), u"short|end"_s);
-        const PageSignal& signal = web_.received[0];
-        QVERIFY(!signal.session && !signal.macBuild);
-        QCOMPARE(signal.token, u""_s);
-        QCOMPARE(signal.macMajor->trimmed(), u"12"_s);
-        QCOMPARE(signal.macMinor, u"7"_s);
-        QCOMPARE(signal.updateUrl, u"https://x.example/?a&b"_s);
-        QVERIFY(!web_.received[1].token);
+        QCOMPARE(web_.show("<p>without a title element</p><input id=session>"
+                           "<input id=token value=''><p id=mac_major>1<b>2</b></p>"
+                           "<p id=mac_minor hidden>7</p><a id=update_url>https://x/?a&amp;b</a>"
+                           "<script>onload = () => {"
+                           "  const token = document.getElementById('token');"
+                           "  token.value = 'typed'; document.title = 'short';"
+                           "  token.setAttribute('value', 'x'.repeat(70000));"
+                           "  document.title = 'end'; };</script>"),
+                 u"short token= major=12 minor=7 url=https://x/?a&b|"
+                 "end major=12 minor=7 url=https://x/?a&b"_s);
     }
 
     void framesAndOtherOriginsAreIgnored()
     {
-        web_.service.setPage("/frame",
-                             {"<title>token</title><script>document.title='cancel'</script>", 200});
-        web_.service.setPage("/other",
-                             {"<title>token</title><script>"
-                              "onload = () => { document.title = 'cancel';"
-                              "  location = 'https://localhost:' + location.port + '/end'; };"
-                              "</script>",
-                              200});
-        web_.service.setPage("/end", {"<title>end</title>", 200});
+        web_.service.pages = {
+            {"/frame", "<title>token</title><script>document.title = 'cancel'</script>"},
+            {"/other", "<title>token</title><script>onload = () => { document.title = 'cancel';"
+                       "  location = 'https://localhost:' + location.port + '/end'; };</script>"},
+            {"/end", "<title>end</title>"}};
         web_.show("<iframe src=/frame></iframe><iframe srcdoc='<title>token</title>'></iframe>"
                   "<script>onload = () => document.title = 'end'</script>");
-        web_.load(web_.service.url("/other", "127.0.0.1"));
-        QCOMPARE(web_.titles(), u"end|end"_s);
+        QCOMPARE(web_.load(web_.service.url("/other", "127.0.0.1")), u"end|end"_s);
     }
 
     void thePageCannotReachTheChannelOrHideItsElements()
     {
-        web_.show("<form><input name=getElementById><input name=title></form>"
-                  "<form id=token value=real><input name=getAttribute></form>"
-                  "<img name=getElementById><img name=title>"
-                  "<script>"
-                  "Object.defineProperty(Document.prototype, 'title', { get: () => 'token' });"
-                  "Element.prototype.getAttribute = () => 'forged';"
-                  "JSON.stringify = () => 'forged'; Array.prototype.map = () => [];"
-                  "onload = () => {"
-                  "  const reach = [typeof qt, typeof QWebChannel, typeof kInvokeMethod];"
-                  "  const title = document.createElement('title');"
-                  "  title.append(reach.join()); document.head.append(title);"
-                  "  title.firstChild.data = 'end'; };"
-                  "</script>");
-        QCOMPARE(web_.titles(), u"undefined,undefined,undefined|end"_s);
-        QCOMPARE(web_.received[1].token, u"real"_s);
+        QCOMPARE(
+            web_.show("<form><input name=getElementById><input name=title></form>"
+                      "<form id=token value=real><input name=getAttribute></form>"
+                      "<img name=getElementById><img name=title><script>"
+                      "Object.defineProperty(Document.prototype, 'title', { get: () => 'token' });"
+                      "Element.prototype.getAttribute = () => 'forged';"
+                      "JSON.stringify = () => 'forged'; Array.prototype.map = () => [];"
+                      "onload = () => {"
+                      "  const reach = [typeof qt, typeof QWebChannel, typeof kInvokeMethod];"
+                      "  const title = document.createElement('title');"
+                      "  title.append(reach.join()); document.head.append(title);"
+                      "  title.firstChild.data = 'end'; };</script>"),
+            u"undefined,undefined,undefined token=real|end token=real"_s);
     }
 
     void aFailedLoadShowsThePanelAndReloadSendsTheSameRequest()
     {
-        for (const ScriptedService::Page& failing :
-             {ScriptedService::Page{"<title>token</title>The service's own text.", 404},
-              ScriptedService::Page{{}, 204},
-              ScriptedService::Page{"bytes", 200, "attachment; filename=unwanted.bin"}}) {
+        for (const char* head : {"404 Not Found", "204 No Content",
+                                 "200 OK\r\nContent-Disposition: attachment; filename=unwanted"}) {
             web_.reset();
-            web_.service.setPage(kIndex, failing);
+            web_.service.pages[kIndex] = "<title>token</title>The service's own text.";
+            web_.service.head = head;
             web_.page.load(
                 pageUrl(web_.service.url(kIndex).toString(), u" \t@<\">"_s, "it's\xE9?.mov", 1));
-            QVERIFY(waitForPanel(web_));
-            QCOMPARE(panelReason(web_), u"The service responded, but not with its upload page."_s);
-
-            web_.service.setPage(kIndex, {"<title>end</title>", 200});
+            QCOMPARE(web_.failure(), u"The service responded, but not with its upload page."_s);
+            web_.service.pages[kIndex] = "<title>end</title>";
+            web_.service.head = "200 OK";
             pressReload();
-            const std::vector<std::string> targets = web_.service.targets();
-            QCOMPARE(targets.size(), 2U);
-            QCOMPARE(targets[0], targets[1]);
-            QVERIFY(targets[0].starts_with(std::string(kIndex) + "?session="));
-            QVERIFY(targets[0].ends_with("&filename=it%27s%E9?.mov&size=1"));
+            QCOMPARE(web_.service.targets.size(), 2);
+            QCOMPARE(web_.service.targets[0], web_.service.targets[1]);
+            QVERIFY(web_.service.targets[0].startsWith("/files/upload/index.html?session="));
+            QVERIFY(web_.service.targets[0].endsWith("&filename=it%27s%E9?.mov&size=1"));
         }
     }
 
@@ -184,23 +158,22 @@ private Q_SLOTS:
     {
         WebFixture deleted(home_.certificate(), std::chrono::milliseconds(100));
         WebFixture later(home_.certificate(), std::chrono::milliseconds(300));
-        for (WebFixture* const web : {&deleted, &later})
-            web->service.setPage("/silent", {{}, ScriptedService::kSilent});
-        deleted.page.load(deleted.service.url("/silent"));
+        for (WebFixture* const web : {&deleted, &later}) {
+            web->service.head.clear();
+            web->page.load(web->service.url(kIndex));
+        }
         delete deleted.page.widget();
         QVERIFY(deleted.page.widget() == nullptr);
         deleted.page.load(deleted.service.url(kIndex));
-
-        later.page.load(later.service.url("/silent"));
-        QVERIFY(waitForPanel(later));
-        QCOMPARE(panelReason(later), u"The service does not respond."_s);
+        QCOMPARE(later.failure(), u"The service does not respond."_s);
     }
 
     void aReplacedLoadIsNoFailure()
     {
-        web_.service.setPage("/silent", {{}, ScriptedService::kSilent});
+        web_.service.head.clear();
         web_.page.load(web_.service.url("/silent"));
-        QTRY_VERIFY(!web_.service.targets().empty());
+        QTRY_VERIFY(!web_.service.targets.empty());
+        web_.service.head = "200 OK";
         web_.show("<title>end</title>");
         QTRY_VERIFY(!web_.view()->page()->isLoading());
         QVERIFY(!web_.isPanelShown());
@@ -209,9 +182,8 @@ private Q_SLOTS:
     void aCrashedRendererShowsThePanelAndReloadShowsThePageAgain()
     {
         web_.show("<title>end</title>");
-        web_.received.clear();
         ::kill(static_cast<pid_t>(web_.view()->page()->renderProcessPid()), SIGKILL);
-        QVERIFY(waitForPanel(web_));
+        QVERIFY(web_.failure().startsWith(u"The page stopped unexpectedly."));
         pressReload();
     }
 
@@ -219,9 +191,8 @@ private Q_SLOTS:
     {
         WebFixture web(home_.untrustedCertificate());
         web.page.load(web.service.url(kIndex));
-        QVERIFY(waitForPanel(web));
-        QVERIFY(panelReason(web).contains(u"certificate"_s));
-        QVERIFY(web.service.targets().empty());
+        QVERIFY(web.failure().contains(u"certificate"_s));
+        QVERIFY(web.service.targets.empty());
     }
 
     void linksToOtherWindowsAndSitesOpenInTheBrowser()
@@ -230,7 +201,7 @@ private Q_SLOTS:
                                  "<a href='http://two.example/'>", "<a target=_blank href='/own'>",
                                  "<a target=_blank href='mailto:someone@three.example'>",
                                  "<a href='file:///etc/passwd'>"})
-            showAndClick(std::string(link) + "link</a>");
+            showAndClick(link + QByteArray("link</a>"));
         QCOMPARE(web_.opened,
                  (std::vector{QUrl(u"https://one.example/?x=1"_s), QUrl(u"http://two.example/"_s),
                               web_.service.url("/own")}));
@@ -239,18 +210,17 @@ private Q_SLOTS:
 
     void scriptsCannotOpenWindowsDialogsOrDevices()
     {
-        web_.show(
-            "<script>onload = async () => {"
-            "  const results = [open('https://popup.example/'), alert('a'), confirm('b'),"
-            "    prompt('c')];"
-            "  results.push(await Notification.requestPermission());"
-            "  results.push(await new Promise(done =>"
-            "    navigator.geolocation.getCurrentPosition("
-            "      () => done('found'), error => done(error.code))));"
-            "  results.push(await navigator.mediaDevices.getUserMedia({ audio: true })"
-            "    .then(() => 'open', () => 'rejected'));"
-            "  document.title = JSON.stringify(results); document.title = 'end'; };</script>");
-        QCOMPARE(web_.received[0].title, u"[null,null,false,null,\"denied\",1,\"rejected\"]"_s);
+        QCOMPARE(web_.show("<script>onload = async () => {"
+                           "  const results = [open('https://popup.example/'), alert('a'),"
+                           "    confirm('b'), prompt('c'), await Notification.requestPermission()];"
+                           "  results.push(await new Promise(done =>"
+                           "    navigator.geolocation.getCurrentPosition("
+                           "      () => done('found'), error => done(error.code))));"
+                           "  results.push(await navigator.mediaDevices.getUserMedia({"
+                           "    audio: true }).then(() => 'open', () => 'rejected'));"
+                           "  document.title = results.join(); document.title = 'end'; };"
+                           "</script>"),
+                 u",,false,,denied,1,rejected|end"_s);
         QVERIFY(web_.opened.empty());
     }
 
@@ -259,8 +229,7 @@ private Q_SLOTS:
         // Only a page that the user has clicked may ask.
         showAndClick("<p>Text</p><script>onbeforeunload = event => { event.preventDefault();"
                      "  return event.returnValue = 'stay'; };</script>");
-        web_.show("<title>end</title>");
-        QCOMPARE(web_.titles(), u"end|clicked|end"_s);
+        QCOMPARE(web_.show("<title>end</title>"), u"end|clicked|end"_s);
     }
 
     void nothingIsStoredInTheHomeFolder()
