@@ -12,6 +12,7 @@
 #include <QUrl>
 
 namespace quenmoor {
+
 ViewController::ViewController(const Dependencies& dependencies, Client client)
     : deps_(dependencies),
       client_(std::move(client)),

@@ -36,6 +36,7 @@ private Q_SLOTS:
     {
         QTimer::singleShot(0, qApp, [] { QCoreApplication::exit(); });
         QCoreApplication::exec();
+        service_.reset(); // before the next one, because each restores the log sink it replaced
     }
     void filesArriveOnceEachAndACancelledOneDoesNot();
     void anExistingCopyIsTreatedAsAnswered();
