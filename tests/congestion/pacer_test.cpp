@@ -44,10 +44,9 @@ struct SimulatedClock : PacingClock {
 struct PacerTest : testing::Test {
     const std::shared_ptr<SimulatedClock> clock = std::make_shared<SimulatedClock>();
     Pacer pacer{clock};
-    bool librarySends = true;
 
     // Blocks that are released before the time `end`.
-    int blocksUntil(Micros end)
+    int blocksUntil(Micros end, bool librarySends = true)
     {
         for (int blocks = 0;; ++blocks) {
             if (!pacer.waitToSend(kBlock) || clock->now() >= end)
@@ -83,10 +82,9 @@ TEST_F(PacerTest, catchesUpByTwoMillisecondsAtMost)
 
 TEST_F(PacerTest, failsAfterTenSecondsOfWaitingWithoutProgress)
 {
-    librarySends = false;
     EXPECT_FALSE(pacer.setPath({25}));
     clock->lateness = 0;
-    EXPECT_EQ(blocksUntil(INT64_MAX), 4);
+    EXPECT_EQ(blocksUntil(INT64_MAX, false), 4);
     EXPECT_EQ(clock->time, 11 * kSecond);
 
     // Progress extends the wait, whether a packet was sent or an acknowledgement arrived. The time
@@ -115,12 +113,10 @@ TEST_F(PacerTest, releasesABlockOfAnySizeOnceTheBacklogIsEmpty)
 
 TEST_F(PacerTest, allowsTwelveMillisecondsOfBacklogDuringRetransmissionUnlessTheBufferIsShallow)
 {
-    librarySends = false;
-    const Micros start = clock->time;
     EXPECT_TRUE(pacer.setPath({25, true, true}));
-    EXPECT_EQ(blocksUntil(start + kSecond), 4);
+    EXPECT_EQ(blocksUntil(clock->time + kSecond, false), 4);
     EXPECT_TRUE(pacer.setPath({25, true, false}));
-    EXPECT_EQ(blocksUntil(INT64_MAX), (48 + 12'000 / 25) / kBlockPackets - 4);
+    EXPECT_EQ(blocksUntil(INT64_MAX, false), (48 + 12'000 / 25) / kBlockPackets - 4);
 
     // The library paces until it has sent that backlog.
     EXPECT_TRUE(pacer.setPath({25, false, false}));
@@ -140,20 +136,17 @@ TEST_F(PacerTest, releasesABlockBeforeItIsDueOnceTheLibraryPaces)
 
 TEST_F(PacerTest, endsTheWaitWhenAnotherThreadMakesRoom)
 {
-    const std::function<void()> actions[] = {
-        [&] { sendPackets(kBlockPackets); },
-        [&] {
-            EXPECT_TRUE(pacer.setPath({25, true, false}));
-        },
-    };
     clock->waitsForSignals = true;
-    for (const auto& makeRoom : actions) {
+    for (const bool bySending : {true, false}) {
         EXPECT_FALSE(pacer.setPath({25}));
         clock->waiting = false;
         std::thread other([&] {
             while (!clock->waiting)
                 std::this_thread::yield();
-            makeRoom(); // not before the wait has released the pacer's mutex
+            if (bySending) // not before the wait has released the pacer's mutex
+                sendPackets(kBlockPackets);
+            else
+                EXPECT_TRUE(pacer.setPath({25, true, false}));
         });
         for (int block = 0; block < 5; ++block)
             EXPECT_TRUE(pacer.waitToSend(kBlock)); // four fit

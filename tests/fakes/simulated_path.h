@@ -36,9 +36,8 @@ struct SimulatedFlow {
     std::function<std::int64_t(Micros)> supplied = [](Micros) { return INT64_MAX; };
 
     // Results.
-    std::int64_t wire = 0;   // packets sent
-    Micros brokenAt = -1;    // when the peer was given up
-    Micros longestRound = 0; // of the model, while packets were in flight
+    std::int64_t wire = 0; // packets sent
+    Micros brokenAt = -1;  // when the peer was given up
     int timeouts = 0;
     std::vector<std::int64_t> samples; // payload() every tenth of a second
     std::int64_t payload() const { return acknowledged - first; }
@@ -54,8 +53,6 @@ struct SimulatedFlow {
     Micros lateness = 0;
     Micros lastFeedback = 0;
     int timerExpiries = 1;
-    std::int64_t roundsSeen = 0;
-    Micros roundSeenAt = 0;
 
     // Receiver.
     std::int64_t highest = first - 1;
@@ -80,11 +77,11 @@ public:
     {
         SimulatedFlow& flow = flows_.emplace_back(firstNumber, start);
         at(start, [this, &flow] {
-            flow.due = flow.lastFeedback = flow.roundSeenAt = now_;
-            repeat(0, link_.sleep, [this, &flow] { wake(flow); });
-            repeat(kTimerInterval, kTimerInterval, [this, &flow] { checkTimeout(flow); });
-            repeat(0, kSampleInterval, [&flow] { flow.samples.push_back(flow.payload()); });
-            repeat(kAckInterval, kAckInterval, [this, &flow] { acknowledge(flow); });
+            flow.due = flow.lastFeedback = now_;
+            repeat(link_.sleep, [this, &flow] { wake(flow); });
+            repeat(kTimerInterval, [this, &flow] { checkTimeout(flow); });
+            repeat(kSampleInterval, [&flow] { flow.samples.push_back(flow.payload()); });
+            repeat(kAckInterval, [this, &flow] { acknowledge(flow); });
         });
         return flow;
     }
@@ -127,15 +124,13 @@ public:
         return static_cast<double>(flow.wire) / static_cast<double>(flow.payload());
     }
 
-    // The queue at a quantile of the packets, in bandwidth-delay products of the link.
-    double queueAt(double quantile) const
+    // The 95th percentile of the queue that a packet met, in bandwidth-delay products of the link.
+    double longQueue() const
     {
-        std::vector<float> sorted = queues_;
-        const auto place =
-            static_cast<std::ptrdiff_t>(quantile * static_cast<double>(sorted.size()));
-        std::nth_element(sorted.begin(), sorted.begin() + place, sorted.end());
-        return static_cast<double>(sorted[static_cast<std::size_t>(place)]) /
-               (link_.rate * static_cast<double>(link_.roundTrip) * 1e-6);
+        std::vector<double> sorted = queues_;
+        const auto place = sorted.begin() + std::ssize(sorted) * 95 / 100;
+        std::nth_element(sorted.begin(), place, sorted.end());
+        return *place / (link_.rate * static_cast<double>(link_.roundTrip) * 1e-6);
     }
 
     std::int64_t dropped() const { return dropped_; }
@@ -151,12 +146,10 @@ private:
 
     void at(Micros time, std::function<void()> event) { events_.emplace(time, std::move(event)); }
 
-    void repeat(Micros first, Micros interval, std::function<void()> event)
+    void repeat(Micros interval, const std::function<void()>& event)
     {
-        at(now_ + first, [this, interval, event = std::move(event)] {
-            event();
-            repeat(interval, interval, event);
-        });
+        event();
+        at(now_ + interval, [this, interval, event] { repeat(interval, event); });
     }
 
     bool chance(double share)
@@ -212,7 +205,7 @@ private:
         const auto elapsed = static_cast<double>(std::max<Micros>(time - backlogAt_, 0));
         backlog_ = std::max(0.0, backlog_ - rate * elapsed);
         backlogAt_ = std::max(backlogAt_, time);
-        queues_.push_back(static_cast<float>(backlog_));
+        queues_.push_back(backlog_);
         if (backlog_ + 1 > link_.queue) {
             ++dropped_;
             return;
@@ -305,11 +298,6 @@ private:
     void checkTimeout(SimulatedFlow& flow)
     {
         const bool inFlight = flow.next > flow.acknowledged;
-        if (flow.model.rounds() != flow.roundsSeen || !inFlight) {
-            flow.roundsSeen = flow.model.rounds();
-            flow.roundSeenAt = now_;
-        }
-        flow.longestRound = std::max(flow.longestRound, now_ - flow.roundSeenAt);
         if (flow.brokenAt >= 0 || now_ <= flow.lastFeedback + flow.model.pace().timeout)
             return;
         if (flow.timerExpiries > 16 && now_ - flow.lastFeedback > 5'000'000) {
@@ -341,7 +329,7 @@ private:
     double backlog_ = 0; // packets in the queue at backlogAt_
     Micros backlogAt_ = 0;
     Micros lastArrival_ = 0;
-    std::vector<float> queues_; // the queue that each packet met, in packets
+    std::vector<double> queues_; // the queue that each packet met, in packets
     std::int64_t dropped_ = 0;
 };
 
