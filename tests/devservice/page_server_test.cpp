@@ -82,7 +82,6 @@ TEST_F(PageServerTest, servesOnlyThePageFilesInItsFolder)
 TEST_F(PageServerTest, issuesTokensForTheBytesOfTheNameAndRefusesInvalidRequests)
 {
     const std::string session = postJson("session", {{"session", nullptr}})["session"];
-    EXPECT_EQ(postJson("session", {{"session", session}})["session"], session);
     json request{{"session", session}, {"size", "9223372036854775807"}};
     for (const std::string name : {"a&size=9&filename=b?c=d+e.mov", "\xFF\xFE 100%41.mov",
                                    "it's \xC3\xA9\xF0\x9F\x8E\xAC\n"}) {
@@ -160,7 +159,6 @@ TEST_F(TokensTest, aTokenIsValidForItsOwnFileUntilItExpires)
     const std::string name = "clip \xFF&size=1.mov";
     const std::string token = issue(name, 1000).token;
     EXPECT_EQ(token.size(), 64U);
-    EXPECT_EQ(token.find_first_not_of("0123456789abcdef"), std::string::npos) << token;
     EXPECT_NE(issue(name, 1000).token, token);
     EXPECT_FALSE(tokens.accepts(token, name, 999));
     EXPECT_FALSE(tokens.accepts(token, "clip \xFE&size=1.mov", 1000));
