@@ -3,7 +3,6 @@
 #include "tests/link/service_fixture.h"
 
 #include <algorithm>
-#include <tuple>
 
 namespace quenmoor {
 namespace {
@@ -77,21 +76,6 @@ TEST_F(FaultyService, withoutFaultsFilesOfAnySizeArrive)
     for (const std::size_t size : sizes)
         EXPECT_EQ(stored("clip" + std::to_string(size)), sampleContent(size)) << size;
     EXPECT_EQ(failuresBeforeFinish(), 0);
-}
-
-TEST_F(FaultyService, anExistingCopyIsKeptOrReplacedAsTheUserAnswers)
-{
-    queue("kept.mov", kSize);
-    const std::string replacement = queue("replaced.mov", kSize);
-    const std::string kept = sampleContent(kSize, 2);
-    std::ignore = root.file("kept.mov", kept);
-    std::ignore = root.file("replaced.mov", "something else");
-    view.answers = {kFirstButton, kSecondButton};
-    send();
-    EXPECT_EQ(failuresBeforeFinish(), 0);
-    EXPECT_EQ(stored("kept.mov"), kept);
-    EXPECT_EQ(stored("replaced.mov"), replacement);
-    EXPECT_EQ(view.questions(), 2U);
 }
 
 } // namespace

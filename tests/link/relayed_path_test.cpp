@@ -10,8 +10,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Relayed : public ServiceFixture, public testing::WithParamInterface<Congestion> {
-protected:
+struct Relayed : ServiceFixture, testing::WithParamInterface<Congestion> {
     Relayed() { congestion = GetParam(); }
 };
 

@@ -10,6 +10,7 @@ namespace quenmoor {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 using std::chrono::steady_clock;
 
 struct UdtLink : ServiceFixture {
@@ -44,8 +45,7 @@ TEST_F(UdtLink, sendsTheRequestUpToItsNulAndReceivesTheResponse)
     EXPECT_NE(link.receiveString(rendezvousSocket).find("<size>10</size>"), std::string::npos);
     EXPECT_EQ(link.socketState(rendezvousSocket), kSocketConnected);
     // Port 10000, host 0.0.0.0 and zeros up to the length of the whole address.
-    EXPECT_EQ(log.output().front(),
-              "local address: " + std::string("\x27\x10\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16));
+    EXPECT_EQ(log.output().front(), "local address: \x27\x10"s + std::string(14, '\0'));
     EXPECT_EQ(log.output()[1], "received: " + response);
 
     link.closeSockets(rendezvousSocket, connectSocket);
@@ -58,9 +58,9 @@ TEST_F(UdtLink, explainsAFailedConnection)
 {
     addrinfo* unused = nullptr;
     const int unknown = getaddrinfo("unknown.invalid", "9", nullptr, &unused);
-    const std::array<std::array<std::string, 2>, 2> rows{
-        {{"unknown.invalid", std::string("unknown.invalid: ") + gai_strerror(unknown)},
-         {"127.0.0.1", "no answer from 127.0.0.1:9 within 3 s; a firewall may block UDP"}}};
+    const std::pair<std::string, std::string> rows[]{
+        {"unknown.invalid", "unknown.invalid: "s + gai_strerror(unknown)},
+        {"127.0.0.1", "no answer from 127.0.0.1:9 within 3 s; a firewall may block UDP"}};
     for (const auto& [host, reason] : rows) {
         UdtTransferLink failing(host, 9);
         const std::size_t before = log.output().size();
@@ -74,12 +74,11 @@ TEST_F(UdtLink, explainsAFailedConnection)
 
 TEST_F(UdtLink, endsAReceivedTextAtItsNulAndRejectsInvalidUtf8)
 {
-    struct Row {
-        std::string sent, received, reason;
-    };
-    for (const auto& [sent, received, reason] :
-         {Row{{"a\0b", 3}, "a", ""}, Row{{"\0b", 2}, "", "the server sent an empty message"},
-          Row{"caf\xE9", "", "the server sent a message that is not valid UTF-8"}}) {
+    const std::array<std::string, 3> rows[]{
+        {"a\0b"s, "a", ""},
+        {"\0b"s, "", "the server sent an empty message"},
+        {"caf\xE9", "", "the server sent a message that is not valid UTF-8"}};
+    for (const auto& [sent, received, reason] : rows) {
         std::string error;
         const auto listener = UdtSocket::listen({INADDR_LOOPBACK, 0}, error);
         const UdtAddress address = listener->localAddress().value();
