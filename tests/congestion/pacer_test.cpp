@@ -48,12 +48,10 @@ struct PacerTest : testing::Test {
     // Blocks that are released before the time `end`.
     int blocksUntil(Micros end, bool librarySends = true)
     {
-        for (int blocks = 0;; ++blocks) {
-            if (!pacer.waitToSend(kBlock) || clock->now() >= end)
-                return blocks;
-            if (librarySends)
-                sendPackets(kBlockPackets);
-        }
+        int blocks = 0;
+        for (; pacer.waitToSend(kBlock) && clock->now() < end; ++blocks)
+            sendPackets(librarySends ? kBlockPackets : 0);
+        return blocks;
     }
 
     void sendPackets(int count)

@@ -15,7 +15,7 @@ std::variant<ServiceOptions, ServiceExit> parse(std::vector<const char*> argumen
     return parseServiceOptions(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(ServiceOptions, withoutATokenThereIsAPage)
+TEST(ServiceOptions, thereIsAPageWithoutATokenOrOnRequest)
 {
     setenv("XDG_STATE_HOME", "/state", 1);
     const auto options = std::get<ServiceOptions>(parse({}));
@@ -24,10 +24,7 @@ TEST(ServiceOptions, withoutATokenThereIsAPage)
     ASSERT_TRUE(options.page);
     EXPECT_EQ(options.page->stateFolder, "/state/quenmoor-devservice");
     EXPECT_EQ(options.page->tokenLifetime, 24h);
-}
 
-TEST(ServiceOptions, withATokenThereIsAPageOnlyOnRequest)
-{
     const auto plain = std::get<ServiceOptions>(
         parse({"--token", "t1", "t2", "--fault", "drop-after=5000000000", "--token", "t3",
                "--fault", "never-answer", "--fault-count", "2"}));
