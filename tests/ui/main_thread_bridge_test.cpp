@@ -41,14 +41,11 @@ TEST_F(MainThreadBridgeTest, runsTheWorkOfEachCallerInOrderOnTheMainThread)
     std::vector<std::jthread> callers;
     for (std::vector<int>& own : results) {
         callers.emplace_back([this, &own, main = std::this_thread::get_id()] {
-            for (int i = 0; i < kCalls; ++i) {
-                bool onMain = false;
+            for (int i = 0; i < kCalls; ++i)
                 EXPECT_TRUE(bridge.runOnMainAndWait([&] {
                     own.push_back(i);
-                    onMain = std::this_thread::get_id() == main;
+                    EXPECT_EQ(std::this_thread::get_id(), main);
                 }));
-                EXPECT_TRUE(onMain);
-            }
         });
     }
     for (int i = 0; i < kCallers * kCalls; ++i)
@@ -92,16 +89,14 @@ TEST_F(MainThreadBridgeTest, workThatHasBegunIsWaitedForAfterClose)
 
 TEST_F(MainThreadBridgeTest, workMayRunTheWorkOfOtherCallers)
 {
-    bool inner = false;
-    bool innerRanFirst = false;
-    auto outerCaller = queue([&] {
+    bool innerRan = false;
+    auto outer = queue([&] {
         bridge.runPending();
-        innerRanFirst = inner;
+        EXPECT_TRUE(innerRan);
     });
-    auto innerCaller = queue([&] { inner = true; });
+    auto inner = queue([&] { innerRan = true; });
     bridge.runPending();
-    EXPECT_TRUE(outerCaller.get() && innerCaller.get());
-    EXPECT_TRUE(innerRanFirst);
+    EXPECT_TRUE(outer.get() && inner.get());
 }
 
 TEST_F(MainThreadBridgeTest, aQuestionHasTheFirstAnswerThatPrecedesClose)
