@@ -22,12 +22,11 @@ TEST(ButtonFor, acceptsANumberANameOrAnUnambiguousBeginning)
 
 AttemptEvent eventOf(AttemptEventKind kind)
 {
-    AttemptEvent event;
-    event.kind = kind;
-    event.attempt = 2;
-    event.rate = 12;
-    event.secondsLeft = std::chrono::seconds(5);
-    return event;
+    return {.kind = kind,
+            .attempt = 2,
+            .rate = 12,
+            .secondsLeft = std::chrono::seconds(5),
+            .reason = {}};
 }
 
 Source sourceAt(std::int32_t percent)

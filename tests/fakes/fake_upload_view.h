@@ -41,10 +41,10 @@ struct FakeUploadView : UploadView {
     std::optional<std::int32_t> runModal(const Alert& alert) override
     {
         alerts.push_back(alert);
-        if (answer && !alert.buttons.empty())
-            return answer(alert);
-        if (alert.buttons.empty() || answers.empty())
+        if (alert.buttons.empty() || (!answer && answers.empty()))
             return kFirstButton;
+        if (answer)
+            return answer(alert);
         const auto next = answers.front();
         answers.pop_front();
         return next;
