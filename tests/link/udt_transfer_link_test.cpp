@@ -54,22 +54,16 @@ TEST_F(UdtLink, sendsTheRequestUpToItsNulAndReceivesTheResponse)
     EXPECT_EQ(stored("clip.mov"), "0123456789");
 }
 
-TEST_F(UdtLink, explainsAFailedConnection)
+TEST_F(UdtLink, explainsAFailedNameLookUp)
 {
     addrinfo* unused = nullptr;
     const int unknown = getaddrinfo("unknown.invalid", "9", nullptr, &unused);
-    const std::pair<std::string, std::string> rows[]{
-        {"unknown.invalid", "unknown.invalid: "s + gai_strerror(unknown)},
-        {"127.0.0.1", "no answer from 127.0.0.1:9 within 3 s; a firewall may block UDP"}};
-    for (const auto& [host, reason] : rows) {
-        UdtTransferLink failing(host, 9);
-        const std::size_t before = log.output().size();
-        EXPECT_FALSE(failing.connectAndSendRequest(connectSocket, "text"));
-        EXPECT_EQ(failing.failureReason(), reason);
-        EXPECT_EQ(log.output().size(), before + 1); // the local address
-        EXPECT_FALSE(failing.rendezvousWithServer(connectSocket, rendezvousSocket));
-        EXPECT_NE(log.output().back().find(" endpoint: "), std::string::npos);
-    }
+    UdtTransferLink failing("unknown.invalid", 9);
+    EXPECT_FALSE(failing.connectAndSendRequest(connectSocket, "text"));
+    EXPECT_EQ(failing.failureReason(), "unknown.invalid: "s + gai_strerror(unknown));
+    ASSERT_EQ(log.output().size(), 1U); // the local address
+    EXPECT_FALSE(failing.rendezvousWithServer(connectSocket, rendezvousSocket));
+    EXPECT_NE(log.output().back().find(" endpoint: "), std::string::npos);
 }
 
 TEST_F(UdtLink, endsAReceivedTextAtItsNulAndRejectsInvalidUtf8)
