@@ -14,8 +14,7 @@ TEST(ButtonFor, acceptsANumberANameOrAnUnambiguousBeginning)
     const std::vector<std::string> buttons{"Cancel", "Overwrite", "Overlay"};
     const std::pair<const char*, std::optional<std::int32_t>> rows[]{
         {"3", kThirdButton},    {" CANCEL \r", kFirstButton}, {"overw", kSecondButton},
-        {"over", std::nullopt}, {"", std::nullopt},           {"4", std::nullopt},
-        {"yes", std::nullopt}};
+        {"over", std::nullopt}, {"", std::nullopt},           {"4", std::nullopt}};
     for (const auto& [line, button] : rows)
         EXPECT_EQ(buttonFor(line, buttons), button) << line;
 }

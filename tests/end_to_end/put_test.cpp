@@ -43,14 +43,6 @@ struct PutProgram : testing::Test {
             arguments.push_back(files.path() / name);
         return arguments;
     }
-
-    // What the service has received of the file `name`, or -1.
-    std::int64_t partSize(const std::string& name) const
-    {
-        std::error_code missing;
-        const auto part = root.path() / ".quenmoor/parts" / name;
-        return static_cast<std::int64_t>(std::filesystem::file_size(part, missing));
-    }
 };
 
 TEST_F(PutProgram, keepsTheBytesOfUnusualNames)
@@ -72,12 +64,16 @@ TEST_F(PutProgram, resumesFromTheSizeOfARestartedService)
     std::ignore = files.file("clip.mov", content);
     startService({"--fault", "slow-reading=20000000"});
     Process client(put({"clip.mov"}, {"--json"}));
+    const auto partSize = [part = root.path() / ".quenmoor/parts/clip.mov"] {
+        std::error_code missing; // the size is -1 then
+        return static_cast<std::int64_t>(std::filesystem::file_size(part, missing));
+    };
     const auto limit = std::chrono::steady_clock::now() + 30s;
-    while (partSize("clip.mov") < 30'000'000 && std::chrono::steady_clock::now() < limit)
+    while (partSize() < 30'000'000 && std::chrono::steady_clock::now() < limit)
         std::this_thread::sleep_for(5ms);
     service->signal(SIGKILL);
     ASSERT_EQ(service->exitStatus(), 128 + SIGKILL);
-    const std::int64_t held = partSize("clip.mov");
+    const std::int64_t held = partSize();
     EXPECT_GE(held, 30'000'000);
     EXPECT_LT(held, 60'000'000);
     startService({"--fault", "slow-reading=20000000"});
@@ -136,6 +132,8 @@ TEST_F(PutProgram, isSilentWithQuietAndRejectsAWrongCommandLine)
     Process quiet(put({"clip.mov"}, {"--quiet"}));
     EXPECT_EQ(quiet.exitStatus(), 0);
     EXPECT_EQ(quiet.output(), "");
+    // Without a terminal an existing copy stays.
+    EXPECT_EQ(Process(put({"clip.mov"}, {"--quiet"})).exitStatus(), 3);
     EXPECT_EQ(Process({QUENMOOR_PUT, "--json"}).exitStatus(), 2);
 }
 
