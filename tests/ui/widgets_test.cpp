@@ -109,6 +109,16 @@ private:
     int percent_ = 0;
 };
 
+// Delivers the bytes of a desktop's list; QMimeData::setData() would parse them with QUrl.
+struct UriList : QMimeData {
+    QByteArray bytes;
+    QStringList formats() const override { return {u"text/uri-list"_s}; }
+    QVariant retrieveData(const QString& /*format*/, QMetaType /*type*/) const override
+    {
+        return bytes;
+    }
+};
+
 class WidgetsTest : public QObject {
     Q_OBJECT
 
@@ -173,13 +183,13 @@ private Q_SLOTS:
                  {"file:///tmp/a%20b%231.mov\r\n", {"/tmp/a b#1.mov"}},
                  {"file:///why%3F.mov\nfile:///why?.mov", {"/why?.mov", "/why?.mov"}},
                  {"file:///100%25.mov\nfile:///a%0Ab.mov", {"/100%.mov", "/a\nb.mov"}},
-                 {"file:///caf%E9\nfile:///\xC3\xA9", {"/caf\xE9", "/\xC3\xA9"}},
+                 {"file:///caf%E9\nfile:///caf\xE9", {"/caf\xE9", "/caf\xE9"}},
                  {"file:/a%20b.mov\nfile://localhost/a", {"/a b.mov", "/a"}},
                  {"# comment\r\nhttps://host/two\r\n\r\nfile://elsewhere/three\r\n"
                   "file:///four%00\r\nfile:///five",
                   {"/five"}}}) {
-            QMimeData data;
-            data.setData(u"text/uri-list"_s, list);
+            UriList data;
+            data.bytes = list;
             QVERIFY2(enter(data), list);
             QDropEvent drop({1, 1}, Qt::MoveAction | Qt::CopyAction, &data, Qt::LeftButton, {});
             QApplication::sendEvent(&view, &drop);
