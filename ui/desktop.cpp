@@ -58,7 +58,7 @@ public:
 
 protected:
     // QMessageBox refuses to close without a button in the role of Cancel.
-    void closeEvent(QCloseEvent* event) override { QDialog::closeEvent(event); }
+    void closeEvent(QCloseEvent* /*event*/) override { reject(); }
     void keyPressEvent(QKeyEvent* event) override
     {
         if (event->matches(QKeySequence::Cancel))
