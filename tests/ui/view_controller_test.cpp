@@ -196,6 +196,7 @@ private Q_SLOTS:
         QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
 
         with.controller.addFiles({with.file("d.mov")});
+        QVERIFY(!with.window.mainView->acceptDrops());
         with.page.signal(u"token"_s, u"s3"_s, u"t1"_s); // Idle, with a row
         QCOMPARE(with.queues.uploadHead()->token, std::optional<std::string>("t1"));
         QCOMPARE(with.window.progressGrid->model()->rowCount(), 1);
