@@ -179,8 +179,9 @@ TEST_F(UploadEngineTest, reportsSamplesWhileTheFileIsSent)
     view.answers = {kThirdButton};
     clock.onMonitorSleep = [] {};
     link.onSend = [this, sends = 0]() mutable {
-        // The sender waits for a sample after 16384 bytes.
-        while (++sends == 2 && !view.first(AttemptEventKind::Progress))
+        // The second block is sent after the first sample.
+        const bool second = ++sends == 2;
+        while (second && !view.first(AttemptEventKind::Progress))
             std::this_thread::yield();
     };
     run();
