@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <limits>
 #include <map>
 #include <optional>
@@ -60,25 +61,33 @@ EarlyExit usageError(const std::string& text)
     return {kExitUsage, "quenmoor-put: " + text + "\nTry: quenmoor-put --help\n"};
 }
 
-} // namespace
-
-std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv)
+// The arguments in the order that the parser takes, the last one first. The parser reads "[a,b]" as
+// a list, so such an argument gets a NUL byte at its end, which no argument contains.
+std::vector<std::string> markedArguments(int argc, const char* const* argv)
 {
-    PutOptions options;
-    options.port = kTransferPort;
-    std::string host = kServiceHost;
-    bool json = false;
-    bool quiet = false;
+    std::vector<std::string> arguments;
+    for (int i = argc - 1; i > 0; --i) {
+        arguments.emplace_back(argv[i]);
+        if (arguments.back().starts_with('[') && arguments.back().ends_with(']'))
+            arguments.back() += '\0';
+    }
+    return arguments;
+}
+
+void removeMarks(std::vector<std::string>& values)
+{
+    for (std::string& value : values)
+        value.resize(std::min(value.find('\0'), value.size()));
+}
+
+void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
+{
     const std::map<std::string, ExistingPolicy> existing{{"ask", ExistingPolicy::Ask},
                                                          {"resume", ExistingPolicy::Resume},
                                                          {"overwrite", ExistingPolicy::Overwrite},
                                                          {"cancel", ExistingPolicy::Cancel}};
     const std::map<std::string, Congestion> congestion{{"library", Congestion::Library},
                                                        {"paced", Congestion::Paced}};
-
-    CLI::App app("Sends files to a Quenmoor transfer server over UDT.", "quenmoor-put");
-    app.footer(kFooter);
-    app.set_version_flag("--version", std::string("quenmoor-put ") + kVersion);
     app.add_option("--host", host, "Transfer server; the default port is 65000")
         ->type_name("HOST[:PORT]")
         ->capture_default_str();
@@ -97,15 +106,37 @@ std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const*
                    "path")
         ->type_name("library|paced")
         ->transform(CLI::CheckedTransformer(congestion).description(""));
-    CLI::Option* const jsonOption =
-        app.add_flag("--json", json, "Write one JSON object per line to standard output");
-    app.add_flag("--quiet", quiet, "Write errors only")->excludes(jsonOption);
+    app.add_option("FILE", options.files, "Files to send")->required();
+}
+
+void addOutputOptions(CLI::App& app, PutOptions& options)
+{
+    CLI::Option* const json = app.add_flag_callback(
+        "--json", [&options] { options.output = OutputMode::Json; },
+        "Write one JSON object per line to standard output");
+    app.add_flag_callback(
+           "--quiet", [&options] { options.output = OutputMode::Quiet; }, "Write errors only")
+        ->excludes(json);
     app.add_flag("-v,--verbose", options.verbose,
                  "Write diagnostics to standard error as well as to the system log");
-    app.add_option("FILE", options.files, "Files to send")->required();
+}
+
+} // namespace
+
+std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv)
+{
+    PutOptions options;
+    options.port = kTransferPort;
+    std::string host = kServiceHost;
+
+    CLI::App app("Sends files to a Quenmoor transfer server over UDT.", "quenmoor-put");
+    app.footer(kFooter);
+    app.set_version_flag("--version", std::string("quenmoor-put ") + kVersion);
+    addTransferOptions(app, options, host);
+    addOutputOptions(app, options);
 
     try {
-        app.parse(argc, argv);
+        app.parse(markedArguments(argc, argv));
     } catch (const CLI::CallForHelp&) {
         return EarlyExit{kExitFinished, app.help()};
     } catch (const CLI::CallForVersion&) {
@@ -113,7 +144,8 @@ std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const*
     } catch (const CLI::Error& error) {
         return usageError(error.what());
     }
-    options.output = json ? OutputMode::Json : quiet ? OutputMode::Quiet : OutputMode::Human;
+    removeMarks(options.files);
+    removeMarks(options.tokens);
     if (const auto error = splitHost(host, options))
         return usageError(*error);
     if (const auto error = checkFiles(options))

@@ -80,8 +80,7 @@ void describePage(CLI::App& app, PageOptions& page, std::string& newestVersion,
     group.add_flag("--auto", page.automatic, "Upload every file without a click on the page");
 }
 
-// Returns the folder for this program's persistent state, after the XDG base directory
-// specification.
+// Returns the folder for this program's persistent state, by the rules of the XDG base directories.
 std::string defaultStateFolder()
 {
     const char* const state = std::getenv("XDG_STATE_HOME");

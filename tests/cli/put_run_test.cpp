@@ -22,9 +22,10 @@ std::variant<PutOptions, EarlyExit> parse(std::vector<const char*> arguments)
 TEST(PutOptionsTest, readsTheOptionsAndHasDefaults)
 {
     const auto given =
-        std::get<PutOptions>(parse({"--token", "t1", "a", "--token", "t2", "b", "--existing",
+        std::get<PutOptions>(parse({"--token", "t1", "[a,b]", "--token", "[t]", "[]", "--existing",
                                     "resume", "--congestion", "library"}));
-    EXPECT_EQ(given.tokens, (std::vector<std::string>{"t1", "t2"}));
+    EXPECT_EQ(given.tokens, (std::vector<std::string>{"t1", "[t]"}));
+    EXPECT_EQ(given.files, (std::vector<std::string>{"[a,b]", "[]"})); // no lists
     EXPECT_EQ(given.existing, ExistingPolicy::Resume);
     EXPECT_EQ(given.congestion, Congestion::Library);
 
