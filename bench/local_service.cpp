@@ -23,7 +23,7 @@ std::vector<std::string> serviceCommand(const Settings& settings, const fs::path
 
 } // namespace
 
-LocalService::LocalService(const Settings& settings, std::vector<std::string> options)
+LocalService::LocalService(const Settings& settings, const std::vector<std::string>& options)
     : process_(serviceCommand(settings, root_.path(), state_.path(), options),
                {.errorFile = state_.path() / "service.log"}),
       port_(static_cast<std::uint16_t>(std::stoi(require("Listening on 127.0.0.1:"))))

@@ -15,8 +15,8 @@ public:
     // Runs the service with `options` and waits until it listens. The default is the transfer
     // server alone, on a free port. Throws std::runtime_error with the service's own message if
     // it does not start.
-    explicit LocalService(const Settings& settings,
-                          std::vector<std::string> options = {"--port", "0", "--token", kToken});
+    explicit LocalService(const Settings& settings, const std::vector<std::string>& options = {
+                                                        "--port", "0", "--token", kToken});
 
     std::uint16_t port() const { return port_; }
 

@@ -147,23 +147,23 @@ void refresh(benchmark::State& state, int rows, bool visible)
         state.SkipWithError("a visible row was not painted, or a hidden one was");
 }
 
-// The first one measures the process before any memory has been freed in it, and only once.
-void registerBenchmarks()
+void inMilliseconds(benchmark::internal::Benchmark* benchmark)
 {
-    benchmark::RegisterBenchmark("memory per row", fill)
-        ->Unit(benchmark::kSecond)
-        ->Repetitions(1)
-        ->Iterations(1);
-    const std::map<int, std::string> rowTexts{
-        {10, "10 rows"}, {1'000, "1,000 rows"}, {kMostRows, "100,000 rows"}};
-    for (const bool visible : {true, false}) {
-        for (const auto& [rows, text] : rowTexts)
-            benchmark::RegisterBenchmark(("refresh, " + text + (visible ? "" : ", unseen")).c_str(),
-                                         refresh, rows, visible)
-                ->Unit(benchmark::kMillisecond)
-                ->UseRealTime();
-    }
+    benchmark->Unit(benchmark::kMillisecond)->UseRealTime();
 }
+
+// The first one measures the process before any memory has been freed in it, and only once.
+BENCHMARK(fill)->Name("memory per row")->Unit(benchmark::kSecond)->Repetitions(1)->Iterations(1);
+BENCHMARK_CAPTURE(refresh, , 10, true)->Name("refresh, 10 rows")->Apply(inMilliseconds);
+BENCHMARK_CAPTURE(refresh, , 1'000, true)->Name("refresh, 1,000 rows")->Apply(inMilliseconds);
+BENCHMARK_CAPTURE(refresh, , kMostRows, true)->Name("refresh, 100,000 rows")->Apply(inMilliseconds);
+BENCHMARK_CAPTURE(refresh, , 10, false)->Name("refresh, 10 rows, unseen")->Apply(inMilliseconds);
+BENCHMARK_CAPTURE(refresh, , 1'000, false)
+    ->Name("refresh, 1,000 rows, unseen")
+    ->Apply(inMilliseconds);
+BENCHMARK_CAPTURE(refresh, , kMostRows, false)
+    ->Name("refresh, 100,000 rows, unseen")
+    ->Apply(inMilliseconds);
 
 } // namespace
 } // namespace quenmoor
@@ -177,7 +177,6 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return EXIT_FAILURE;
-    quenmoor::registerBenchmarks();
     benchmark::RunSpecifiedBenchmarks();
     quenmoor::tables.clear();
     benchmark::Shutdown();
