@@ -35,7 +35,7 @@ struct PageSettings {
 // Returns the three numbers of a text such as "1.4.2", or nothing for any other form.
 [[nodiscard]] std::optional<std::array<std::string, 3>> parseNewestVersion(std::string_view text);
 
-// Used by one thread; requests are served on threads of its own.
+// Used by one thread; requests are served on separate threads.
 class PageServer {
 public:
     // `sessions` must outlive the server.

@@ -35,7 +35,7 @@ inline constexpr std::size_t kMaxConfirmationBytes = 4096;
 // Returns nothing unless both values are "true" or "false".
 [[nodiscard]] std::optional<ConfirmContainer> readConfirmation(std::string_view text);
 
-// Writes all five values, each on a line of its own. A client takes a missing flag for true.
+// Writes all five values, each on a separate line. A client takes a missing flag for true.
 std::string responseDocument(const ResponseContainer& response);
 
 // `size` is the number of bytes that the server holds.

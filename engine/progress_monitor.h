@@ -1,4 +1,4 @@
-// Samples the progress of a transfer once a second, on a thread of its own.
+// Samples the progress of a transfer once a second, on a separate thread.
 //
 // The first sample of a transfer has a rate close to 0, because it is measured from the origin of
 // the clock: otherwise a resume offset would count as bytes sent within that second.
