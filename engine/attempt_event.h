@@ -31,7 +31,7 @@ enum class AttemptEventKind : std::uint8_t {
     Waiting,   // `secondsLeft` until the next attempt; once a second, after Failed
     Finished,  // the server holds the file
     Cancelled, // the copy on the server was left unchanged
-    GaveUp,    // the tenth failure in a row, after its Failed; nothing is reported after it
+    GaveUp,    // after the Failed of the attempt that is final; the last event of the file
 };
 
 struct AttemptEvent {

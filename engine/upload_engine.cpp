@@ -28,8 +28,14 @@ std::string_view confirmationName(std::int32_t choice)
 
 } // namespace
 
-UploadEngine::UploadEngine(UploadQueues& queues, TransferLink& link, UploadView& view, Clock& clock)
-    : queues_(queues), link_(link), view_(view), clock_(clock)
+UploadEngine::UploadEngine(UploadQueues& queues, TransferLink& link, UploadView& view, Clock& clock,
+                           const RetryPolicy& policy)
+    : queues_(queues),
+      link_(link),
+      view_(view),
+      clock_(clock),
+      keepGoing_(policy.keepGoing),
+      schedule_(policy)
 {
 }
 
@@ -218,10 +224,8 @@ void UploadEngine::finishFile()
 
 bool UploadEngine::waitForRetry()
 {
-    if (schedule_.exhausted()) {
-        giveUp();
-        return false;
-    }
+    if (schedule_.exhausted(attempt_.elapsed))
+        return giveUp();
     for (auto left = schedule_.delay(); left.count() > 0; left -= kCountdownTick) {
         attempt_.secondsLeft = left;
         report(AttemptEventKind::Waiting);
@@ -232,11 +236,15 @@ bool UploadEngine::waitForRetry()
     return true;
 }
 
-void UploadEngine::giveUp()
+bool UploadEngine::giveUp()
 {
     AttemptEvent event = attempt_;
     event.kind = AttemptEventKind::GaveUp;
     view_.attemptChanged(event);
+    if (keepGoing_) {
+        finishFile();
+        return true;
+    }
     const Alert alert{"Upload attempt unsuccessful.  Unable to continue.  The application will "
                       "exit.\nReason: " +
                           reason_,
@@ -245,6 +253,7 @@ void UploadEngine::giveUp()
     // The alert has one button only: the answer decides nothing.
     static_cast<void>(view_.runModal(alert));
     view_.terminate();
+    return false;
 }
 
 void UploadEngine::report(AttemptEventKind kind)

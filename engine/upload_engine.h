@@ -30,7 +30,8 @@ inline constexpr std::int64_t kUploadCancelled = -2;
 class UploadEngine {
 public:
     // All four outlive the engine.
-    UploadEngine(UploadQueues& queues, TransferLink& link, UploadView& view, Clock& clock);
+    UploadEngine(UploadQueues& queues, TransferLink& link, UploadView& view, Clock& clock,
+                 const RetryPolicy& policy = {});
 
     // The upload thread must have ended: see waitForEnd().
     ~UploadEngine();
@@ -42,7 +43,7 @@ public:
     void initiateUpload();
 
     // The body of the upload thread; a test may run it on its own thread. Returns when the program
-    // is ending, and after the final failure of a file.
+    // is ending, and after the final failure of a file unless the policy keeps going.
     void uploadFile();
 
     // One thread, after the end of the clock. Waits at most `limit` for the upload thread to end.
@@ -91,7 +92,8 @@ private:
     void finishFile();
     // Returns false if the thread has to end: no attempt is left, or the program is ending.
     bool waitForRetry();
-    void giveUp();
+    // Returns false if the program has to end. Next: the next file, if the policy keeps going.
+    bool giveUp();
 
     // Streams the file at the head of the upload queue from `offset` and waits for the server to
     // confirm the size it now holds. Blocks for the whole transfer. Closes the sockets and the
@@ -122,6 +124,7 @@ private:
     TransferLink& link_;
     UploadView& view_;
     Clock& clock_;
+    const bool keepGoing_;
 
     // Upload thread only.
     RetrySchedule schedule_;

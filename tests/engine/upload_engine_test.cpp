@@ -54,6 +54,29 @@ TEST_F(UploadEngineTest, givesUpAfterTenFailuresInARow)
     EXPECT_EQ(view.events.back().elapsed, 1850s);
 }
 
+TEST_F(UploadEngineTest, givesUpByCountOrTimeAndGoesOnIfThePolicyKeepsGoing)
+{
+    const std::pair<RetryPolicy, std::int32_t> rows[]{
+        {{.attempts = 1, .keepGoing = true}, 1},
+        {{.attempts = 12, .keepGoing = true}, 12}, // after two waits of 900 s
+        {{.attempts = 99, .timeLimit = 49s, .keepGoing = true}, 4},
+        {{.attempts = 99, .timeLimit = 50s, .keepGoing = true}, 5}};
+    for (const auto& [policy, attempts] : rows) {
+        const std::string name = "clip" + std::to_string(link.requests.size());
+        queue(name, 10);
+        const std::string next = queue(name + "-next", 10);
+        FakeClock own;
+        link.plans.assign(static_cast<std::size_t>(attempts), {LinkFault::RefuseConnect});
+        UploadEngine(queues, link, view, own, policy).uploadFile();
+        EXPECT_EQ(view.first(AttemptEventKind::GaveUp)->attempt, attempts);
+        EXPECT_EQ(link.copies[name + "-next"].bytes, next);
+        EXPECT_EQ(view.events.back().attempt, 1);
+        view.events.clear();
+    }
+    EXPECT_FALSE(view.terminated);
+    EXPECT_EQ(view.alerts.size(), 0U);
+}
+
 TEST_F(UploadEngineTest, reportsTheStepAndTheReasonOfAFailure)
 {
     using Step = AttemptStep;
