@@ -16,6 +16,10 @@ using std::chrono::milliseconds;
 constexpr std::int32_t kNoSocket = -1;
 constexpr int kBacklog = 64;
 constexpr int kLingerSeconds = 2;
+// In bytes, with the headers: what every IPv4 host accepts (RFC 1122, section 3.3.2), and the
+// library's default, above which it never negotiates.
+constexpr std::int32_t kMinPacketSize = 576;
+constexpr std::int32_t kMaxPacketSize = 1500;
 
 sockaddr_in toSystem(const UdtAddress& address)
 {
@@ -144,7 +148,9 @@ UdtSocket::~UdtSocket()
 }
 
 UdtSocket::UdtSocket(UdtSocket&& other) noexcept
-    : handle_(std::exchange(other.handle_, kNoSocket)), receiveBlocks_(other.receiveBlocks_)
+    : handle_(std::exchange(other.handle_, kNoSocket)),
+      receiveBlocks_(other.receiveBlocks_),
+      handshakeChecked_(other.handshakeChecked_)
 {
 }
 
@@ -154,6 +160,7 @@ UdtSocket& UdtSocket::operator=(UdtSocket&& other) noexcept
         close();
         handle_ = std::exchange(other.handle_, kNoSocket);
         receiveBlocks_ = other.receiveBlocks_;
+        handshakeChecked_ = other.handshakeChecked_;
     }
     return *this;
 }
@@ -174,19 +181,33 @@ bool UdtSocket::bind(const UdtAddress& address) const
 bool UdtSocket::connect(const UdtAddress& peer) const
 {
     sockaddr_in system = toSystem(peer);
-    return UDT::connect(handle_, generic(system), sizeof system) != UDT::ERROR;
+    return UDT::connect(handle_, generic(system), sizeof system) != UDT::ERROR &&
+           handshakeFault().empty();
+}
+
+std::string UdtSocket::handshakeFault() const
+{
+    const std::int32_t size = readOption(handle_, UDT_MSS).value_or(kMaxPacketSize);
+    if (size >= kMinPacketSize && size <= kMaxPacketSize)
+        return {};
+    return "the peer's handshake sets packets of " + std::to_string(size) + " bytes; usable are " +
+           std::to_string(kMinPacketSize) + " to " + std::to_string(kMaxPacketSize);
 }
 
 // The new socket inherits the listener's options.
 std::optional<UdtSocket> UdtSocket::accept(UdtAddress& peer) const
 {
-    sockaddr_in system{};
-    int length = sizeof system;
-    const std::int32_t accepted = UDT::accept(handle_, generic(system), &length);
-    if (accepted == UDT::INVALID_SOCK)
-        return std::nullopt;
-    peer = fromSystem(system);
-    return UdtSocket(accepted);
+    while (true) {
+        sockaddr_in system{};
+        int length = sizeof system;
+        UdtSocket accepted(UDT::accept(handle_, generic(system), &length));
+        if (accepted.handle_ == UDT::INVALID_SOCK)
+            return std::nullopt;
+        if (!accepted.handshakeFault().empty())
+            continue;
+        peer = fromSystem(system);
+        return accepted;
+    }
 }
 
 void UdtSocket::interrupt() const
@@ -228,13 +249,16 @@ Received UdtSocket::receive(std::span<char> buffer)
     return {Received::Outcome::Broken};
 }
 
-std::optional<std::int32_t> UdtSocket::sendSome(std::string_view bytes) const
+std::optional<std::int32_t> UdtSocket::sendSome(std::string_view bytes)
 {
+    if (!handshakeChecked_ && !handshakeFault().empty())
+        return std::nullopt;
+    handshakeChecked_ = true;
     const int taken = UDT::send(handle_, bytes.data(), static_cast<int>(bytes.size()), 0);
     return taken != UDT::ERROR ? std::optional(taken) : std::nullopt;
 }
 
-bool UdtSocket::send(std::string_view bytes) const
+bool UdtSocket::send(std::string_view bytes)
 {
     while (!bytes.empty()) {
         const auto taken = sendSome(bytes);

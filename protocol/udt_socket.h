@@ -78,11 +78,17 @@ public:
     [[nodiscard]] bool bind(const UdtAddress& address) const;
 
     // Blocks for up to 3 seconds, with the rendezvous option for up to 30 seconds, while the peer
-    // does not answer. Nothing can interrupt it.
+    // does not answer. Nothing can interrupt it. Fails if handshakeFault() returns a fault.
     [[nodiscard]] bool connect(const UdtAddress& peer) const;
 
+    // Returns why the connection must be closed, without a full stop; empty for a sound connection,
+    // and before it is established. The packet size is the peer's choice, and the library divides
+    // by the part of it that is left for data. A rendezvous that was started with rendezvous() has
+    // to be checked once it is connected().
+    [[nodiscard]] std::string handshakeFault() const;
+
     // Blocks until a client connects, whose address is stored in `peer`, or until interrupt();
-    // returns nothing then. Listeners only.
+    // returns nothing then. Clients with a handshakeFault() are turned away. Listeners only.
     [[nodiscard]] std::optional<UdtSocket> accept(UdtAddress& peer) const;
 
     // Any thread, while the socket exists. Ends the connection: a blocked accept() or receive()
@@ -103,11 +109,11 @@ public:
     [[nodiscard]] Received receive(std::span<char> buffer);
 
     // Returns the number of bytes that the library took, or nothing on failure. A broken connection
-    // is a failure for an empty `bytes` too.
-    [[nodiscard]] std::optional<std::int32_t> sendSome(std::string_view bytes) const;
+    // is a failure for an empty `bytes` too, and a handshakeFault() for any.
+    [[nodiscard]] std::optional<std::int32_t> sendSome(std::string_view bytes);
 
     // Returns true once the library has taken all of `bytes`.
-    [[nodiscard]] bool send(std::string_view bytes) const;
+    [[nodiscard]] bool send(std::string_view bytes);
 
     // The number of packets that the peer has not acknowledged; nothing once the socket is gone.
     std::optional<std::int32_t> unacknowledgedPackets() const;
@@ -124,6 +130,7 @@ private:
 
     std::int32_t handle_ = -1;
     bool receiveBlocks_ = true;
+    bool handshakeChecked_ = false; // by sendSome()
 };
 
 } // namespace quenmoor

@@ -59,6 +59,14 @@ std::string libraryReason()
     return message;
 }
 
+// Why the connect() of `socket`, which was the library's last call, failed.
+std::string connectFailure(const UdtSocket& socket, std::string timedOut)
+{
+    if (std::string fault = socket.handshakeFault(); !fault.empty())
+        return fault;
+    return UdtSocket::lastErrorIsTimeout() ? std::move(timedOut) : libraryReason();
+}
+
 } // namespace
 
 UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port, Congestion congestion)
@@ -83,10 +91,9 @@ bool UdtTransferLink::connectAndSendRequest(std::int32_t& connectSocket, const s
         return failWith(host_ + ": " + error);
     logSystem("Connecting to the production address.");
     if (!connectSocket_.connect(*server))
-        return failWith(UdtSocket::lastErrorIsTimeout()
-                            ? "no answer from " + host_ + ":" + port_ +
-                                  " within 3 s; a firewall may block UDP"
-                            : libraryReason());
+        return failWith(
+            connectFailure(connectSocket_, "no answer from " + host_ + ":" + port_ +
+                                               " within 3 s; a firewall may block UDP"));
     return sendString(connectSocket, text);
 }
 
@@ -119,9 +126,10 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
         return false;
     }
     if (!rendezvousSocket_.connect(*remote)) {
-        const bool timedOut = UdtSocket::lastErrorIsTimeout();
-        (void)failWithOutput("connect: ");
-        return timedOut ? failWith("no answer to the rendezvous within 30 s") : false;
+        std::string reason =
+            connectFailure(rendezvousSocket_, "no answer to the rendezvous within 30 s");
+        logOutput("connect: " + lastErrorMessage());
+        return failWith(std::move(reason));
     }
     return true;
 }

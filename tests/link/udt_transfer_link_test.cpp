@@ -1,6 +1,7 @@
 // The contract of the link, over real UDT and in real time.
 #include "protocol/documents.h"
 #include "protocol/udt_congestion.h"
+#include "tests/fakes/hostile_peer.h"
 #include "tests/link/service_fixture.h"
 
 #include <netdb.h>
@@ -66,6 +67,26 @@ TEST_F(UdtLink, explainsAFailedNameLookUp)
     EXPECT_NE(log.output().back().find(" endpoint: "), std::string::npos);
 }
 
+TEST_F(UdtLink, rejectsPacketSizesOfAHandshakeWithWhichTheLibraryCannotSend)
+{
+    // The library divides by the size less 44 bytes of headers.
+    for (const std::int32_t size : {44, 45, 575, 1501, 65536}) {
+        for (const auto kind : {HandshakeKind::Connect, HandshakeKind::Rendezvous}) {
+            const HostilePeer peer({kind, size});
+            UdtTransferLink other("127.0.0.1", peer.port());
+            EXPECT_FALSE(connect(other, "request")) << size;
+            EXPECT_EQ(other.failureReason(), "the peer's handshake sets packets of " +
+                                                 std::to_string(size) +
+                                                 " bytes; usable are 576 to 1500");
+            EXPECT_EQ(other.send(rendezvousSocket, std::span("0123456789", 10)), kLinkError);
+            other.closeSockets(rendezvousSocket, connectSocket);
+        }
+    }
+    const HostilePeer sound({HandshakeKind::Rendezvous, 576});
+    UdtTransferLink other("127.0.0.1", sound.port());
+    EXPECT_TRUE(connect(other, "request"));
+}
+
 TEST_F(UdtLink, endsAReceivedTextAtItsNulAndRejectsInvalidUtf8)
 {
     const std::array<std::string, 3> rows[]{
@@ -79,7 +100,7 @@ TEST_F(UdtLink, endsAReceivedTextAtItsNulAndRejectsInvalidUtf8)
         std::thread peer([&] {
             UdtAddress client;
             const auto announcing = listener->accept(client);
-            const auto socket = UdtSocket::rendezvous(address, client, error);
+            auto socket = UdtSocket::rendezvous(address, client, error);
             for (int i = 0; i < 1000 && !socket->connected(); ++i)
                 std::this_thread::sleep_for(10ms);
             EXPECT_TRUE(socket->send(sent));
