@@ -51,15 +51,24 @@ void JsonReport::unreadable(const Source& source, const std::string& why)
 
 void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event)
 {
-    if (event.kind != AttemptEventKind::GaveUp)
+    if (event.kind != AttemptEventKind::GaveUp && event.kind != AttemptEventKind::StepChanged)
         write(statusObject(source, event));
     Json object;
     switch (event.kind) {
+    case AttemptEventKind::StepChanged:
+        object = objectFor("step", source);
+        object["step"] = stepName(event.step);
+        object["message"] = phaseName(event.step);
+        break;
     case AttemptEventKind::Progress:
         object = objectFor("rate", source);
         object["percent"] = source.percent;
         object["bytes"] = event.bytes;
         object["mib_per_s"] = event.rate;
+        if (event.averageRate > 0)
+            object["average_mib_per_s"] = event.averageRate;
+        if (const auto left = timeLeft(event))
+            object["seconds_left"] = left->count();
         break;
     case AttemptEventKind::Finished:
         object = objectFor("finished", source);

@@ -7,8 +7,6 @@
 namespace quenmoor {
 namespace {
 
-constexpr double kBytesPerMebibyte = 1048576;
-
 double secondsOf(const AttemptEvent& event)
 {
     return std::chrono::duration<double>(event.elapsed).count();
@@ -35,6 +33,7 @@ std::string eventText(const AttemptEvent& event)
         return fmt::format("finished, {} in {:.1f} s, {:.1f} MB/s", formatSize(event.total),
                            secondsOf(event), averageRate(event));
     case AttemptEventKind::Cancelled: return "cancelled: the copy on the server was left unchanged";
+    case AttemptEventKind::StepChanged: return std::string(phaseName(event.step));
     case AttemptEventKind::Started:
     case AttemptEventKind::Progress:
     case AttemptEventKind::Waiting: break;

@@ -16,6 +16,7 @@ SourceState stateAfter(const AttemptEvent& event, const Source& source)
         return whyUnreadable(source.path, source.size) ? SourceState::Unreadable
                                                        : SourceState::GaveUp;
     case AttemptEventKind::Started:
+    case AttemptEventKind::StepChanged:
     case AttemptEventKind::Progress:
     case AttemptEventKind::Failed:
     case AttemptEventKind::Waiting: break;

@@ -105,6 +105,7 @@ void TerminalReport::unreadable(const Source& source, const std::string& why)
 void TerminalReport::attemptChanged(const Source& source, const AttemptEvent& event)
 {
     switch (event.kind) {
+    case AttemptEventKind::StepChanged: break;
     case AttemptEventKind::Started:
     case AttemptEventKind::Progress:
     case AttemptEventKind::Waiting:
@@ -161,7 +162,7 @@ void PlainReport::unreadable(const Source& source, const std::string& why)
 
 void PlainReport::attemptChanged(const Source& source, const AttemptEvent& event)
 {
-    if (skipAndRemember(event, source.percent))
+    if (event.kind == AttemptEventKind::StepChanged || skipAndRemember(event, source.percent))
         return;
     const bool underWay = event.kind == AttemptEventKind::Started ||
                           event.kind == AttemptEventKind::Progress ||

@@ -6,6 +6,11 @@
 #include <cmath>
 
 namespace quenmoor {
+namespace {
+
+constexpr double kMostSeconds = 1e9; // an estimate beyond 30 years has no meaning
+
+} // namespace
 
 std::string_view stepName(AttemptStep step)
 {
@@ -22,6 +27,30 @@ std::string_view stepName(AttemptStep step)
     return "";
 }
 
+std::string_view phaseName(AttemptStep step)
+{
+    switch (step) {
+    case AttemptStep::Announce:
+    case AttemptStep::Rendezvous: return "connecting";
+    case AttemptStep::Send: return "sending";
+    case AttemptStep::Response:
+    case AttemptStep::Refused:
+    case AttemptStep::Confirm:
+    case AttemptStep::Drain:
+    case AttemptStep::Finish: break;
+    }
+    return "waiting for the server";
+}
+
+std::optional<std::chrono::seconds> timeLeft(const AttemptEvent& event)
+{
+    if (event.kind != AttemptEventKind::Progress || event.averageRate <= 0)
+        return std::nullopt;
+    const auto bytes = static_cast<double>(std::max<std::int64_t>(event.total - event.bytes, 0));
+    const double seconds = std::ceil(bytes / kBytesPerMebibyte / event.averageRate);
+    return std::chrono::seconds(static_cast<std::int64_t>(std::min(seconds, kMostSeconds)));
+}
+
 std::string statusText(const AttemptEvent& event)
 {
     switch (event.kind) {
@@ -33,6 +62,7 @@ std::string statusText(const AttemptEvent& event)
         return fmt::format("Retrying in {}s", event.secondsLeft.count());
     case AttemptEventKind::Finished: return "Finished";
     case AttemptEventKind::Cancelled: return "Canceled";
+    case AttemptEventKind::StepChanged: break;
     }
     return "";
 }
@@ -44,6 +74,7 @@ std::int32_t statusPercent(const AttemptEvent& event)
     case AttemptEventKind::Cancelled: return 0;
     case AttemptEventKind::Progress: return percentSent(event.bytes, event.total);
     case AttemptEventKind::Finished: return 100;
+    case AttemptEventKind::StepChanged:
     case AttemptEventKind::Failed:
     case AttemptEventKind::Waiting:
     case AttemptEventKind::GaveUp: break;

@@ -7,10 +7,13 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace quenmoor {
+
+inline constexpr double kBytesPerMebibyte = 1048576;
 
 // The part of an attempt that is running, or that failed.
 enum class AttemptStep : std::uint8_t {
@@ -25,33 +28,46 @@ enum class AttemptStep : std::uint8_t {
 };
 
 enum class AttemptEventKind : std::uint8_t {
-    Started,   // an attempt begins
-    Progress,  // a sample, once a second while the file is sent
-    Failed,    // the attempt failed at `step` because of `reason`
-    Waiting,   // `secondsLeft` until the next attempt; once a second, after Failed
-    Finished,  // the server holds the file
-    Cancelled, // the copy on the server was left unchanged
-    GaveUp,    // after the Failed of the attempt that is final; the last event of the file
+    Started,     // an attempt begins
+    StepChanged, // the attempt has reached `step`; the row keeps its text and percentage
+    Progress,    // a sample, once a second while the file is sent
+    Failed,      // the attempt failed at `step` because of `reason`
+    Waiting,     // `secondsLeft` until the next attempt; once a second, after Failed
+    Finished,    // the server holds the file
+    Cancelled,   // the copy on the server was left unchanged
+    GaveUp,      // after the Failed of the attempt that is final; the last event of the file
 };
 
 struct AttemptEvent {
     AttemptEventKind kind{};
     std::size_t row = 0;                 // of the status table
     std::int32_t attempt = 0;            // of this file, counted from 1
-    AttemptStep step{};                  // of Failed and GaveUp: the step that failed
+    AttemptStep step{};                  // the current one, or the one that failed
     std::int64_t bytes = 0;              // position in the file, resume offset included
     std::int64_t total = 0;              // size of the file in bytes
     std::int64_t sentBytes = 0;          // accepted by the link for this file, in all its attempts
     std::chrono::nanoseconds elapsed{0}; // since the first attempt of this file began
     double rate = 0;                     // of Progress: MiB/s since the previous sample
+    double averageRate = 0;              // of Progress: see ProgressSample; 0 while it is unknown
     std::chrono::seconds secondsLeft{0}; // of Waiting
-    std::string reason; // of Failed and GaveUp: why, in words, without a final full stop
+    // True if the size or the modification time of the file differs from when it was queued, or if
+    // the file is gone.
+    bool sourceChanged = false;
+    std::string reason = {}; // of Failed and GaveUp: why, in words, without a final full stop
 };
+
+// The time until the file is sent at the average rate, rounded up to seconds. Nothing for other
+// events than Progress, and while the average is unknown or 0.
+std::optional<std::chrono::seconds> timeLeft(const AttemptEvent& event);
 
 // One lower-case word: "announce", "rendezvous", ...
 std::string_view stepName(AttemptStep step);
 
-// The text of the row after `event`: "Connecting", "Retrying in 5s", ...
+// What an attempt does at `step`: "connecting", "sending" or "waiting for the server".
+std::string_view phaseName(AttemptStep step);
+
+// The text of the row after `event`: "Connecting", "Retrying in 5s", ... Empty: the row keeps the
+// one it has.
 std::string statusText(const AttemptEvent& event);
 
 // The percentage of the row after `event`, 0 to 100. Negative: the row keeps the one it has.

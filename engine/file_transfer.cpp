@@ -35,34 +35,36 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
     const std::optional<InfoContainer> head = queues_.uploadHead();
     if (!head)
         return 0;
-    attempt_.step = AttemptStep::Send;
     attempt_.bytes = offset;
+    enterStep(AttemptStep::Send);
     // A file that cannot be opened yields empty reads.
     std::ifstream file(head->file.path(), std::ios::in | std::ios::binary);
     if (!file.is_open())
         attempt_.reason = "the file cannot be opened: " + std::generic_category().message(errno);
     file.seekg(offset);
+    SendResult result{};
     {
-        ProgressMonitor monitor(clock_, offset, [this, start = attempt_](const auto& sample) {
-            onSample(sample, start);
-        });
-        const SendResult result = sendData(file, monitor);
-        const std::int64_t sent = attempt_.bytes - offset;
-        attempt_.sentBytes += sent;
-        bool confirmed = false;
-        if (result == SendResult::Complete) {
-            logSystem("Exited send data loop.");
-            monitor.stop();
-            attempt_.step = AttemptStep::Drain;
-            if (waitForAcknowledgement())
-                attempt_.step = AttemptStep::Finish;
-            confirmed = receiveFinished();
-        }
-        if (!confirmed) {
-            closeSockets();
-            file.close();
-            return result == SendResult::SourceEnded ? 0 : sent;
-        }
+        ProgressMonitor monitor(clock_, offset,
+                                [this, &head, start = attempt_](const auto& sample) {
+                                    onSample(sample, start, *head);
+                                });
+        result = sendData(file, monitor);
+    }
+    const std::int64_t sent = attempt_.bytes - offset;
+    attempt_.sentBytes += sent;
+    attempt_.sourceChanged = sourceChanged(*head);
+    bool confirmed = false;
+    if (result == SendResult::Complete) {
+        logSystem("Exited send data loop.");
+        enterStep(AttemptStep::Drain);
+        if (waitForAcknowledgement())
+            enterStep(AttemptStep::Finish);
+        confirmed = receiveFinished();
+    }
+    if (!confirmed) {
+        closeSockets();
+        file.close();
+        return result == SendResult::SourceEnded ? 0 : sent;
     }
     logSystem("Progress monitor thread joined.");
     closeAfterSuccess(file);
@@ -119,7 +121,8 @@ void UploadEngine::logSendFailure(std::ifstream& file, std::int64_t bytesRead)
                           bytesRead, static_cast<std::int64_t>(file.tellg())));
 }
 
-void UploadEngine::onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start)
+void UploadEngine::onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start,
+                            const InfoContainer& head)
 {
     if (!sample) {
         statusBarUpdate(false, "Upload rate: 0.000 MB/s");
@@ -130,6 +133,8 @@ void UploadEngine::onSample(const std::optional<ProgressSample>& sample, const A
     event.bytes = sample->bytes;
     event.sentBytes = start.sentBytes + sample->bytes - start.bytes;
     event.rate = sample->rate;
+    event.averageRate = sample->averageRate;
+    event.sourceChanged = sourceChanged(head);
     event.elapsed = std::chrono::nanoseconds(clock_.nanoseconds() - startedAt_);
     reportProgress(event);
 }

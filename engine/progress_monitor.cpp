@@ -1,12 +1,15 @@
 #include "engine/progress_monitor.h"
 
+#include "engine/attempt_event.h"
+
 namespace quenmoor {
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr double kBytesPerMebibyte = 1048576;
 constexpr double kNanosecondsPerSecond = 1e9;
+constexpr std::int64_t kAverageTime = 30'500'000'000; // nanoseconds; a sample may come late
+constexpr std::int64_t kShortestAverage = 3'000'000'000;
 
 double mebibytesPerSecond(std::int64_t bytes, std::int64_t nanoseconds)
 {
@@ -41,12 +44,23 @@ void ProgressMonitor::progressMonitor()
         const std::int64_t now = clock_.nanoseconds();
         if (stop_.stop_requested())
             break;
-        callback_(
-            ProgressSample{bytes, mebibytesPerSecond(bytes - previousBytes, now - previousTime)});
+        callback_(ProgressSample{bytes,
+                                 mebibytesPerSecond(bytes - previousBytes, now - previousTime),
+                                 averageRate(bytes, now)});
         previousBytes = bytes;
         previousTime = now;
     }
     callback_(std::nullopt);
+}
+
+double ProgressMonitor::averageRate(std::int64_t bytes, std::int64_t now)
+{
+    samples_.emplace_back(now, bytes);
+    while (now - samples_.front().first > kAverageTime)
+        samples_.pop_front();
+    const auto& [firstTime, firstBytes] = samples_.front();
+    const std::int64_t time = now - firstTime;
+    return time < kShortestAverage ? 0 : mebibytesPerSecond(bytes - firstBytes, time);
 }
 
 } // namespace quenmoor

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <stop_token>
@@ -18,6 +19,10 @@ namespace quenmoor {
 struct ProgressSample {
     std::int64_t bytes = 0; // position in the file, resume offset included
     double rate = 0;        // MiB/s since the previous sample
+    // MiB/s over the samples of the latest 30 seconds of this transfer; 0 while they span less than
+    // 3 seconds. What the link took before the first sample, which includes the filling of its
+    // buffer, is not counted.
+    double averageRate = 0;
 };
 
 // Constructed, used and destroyed by the sending thread.
@@ -44,6 +49,8 @@ public:
 
 private:
     void progressMonitor();
+    // The average rate that ends with a sample of `bytes` at the time `now`.
+    double averageRate(std::int64_t bytes, std::int64_t now);
 
     // Set once at construction.
     Clock& clock_;
@@ -51,6 +58,9 @@ private:
 
     // The sender writes, the monitor reads. Any memory order is enough for a display.
     std::atomic<std::int64_t> bytesSent_;
+
+    // The earlier samples of the average, oldest first: time and bytes. Monitor thread.
+    std::deque<std::pair<std::int64_t, std::int64_t>> samples_;
 
     std::stop_source stop_; // synchronises itself
     std::thread thread_;

@@ -133,6 +133,7 @@ void UploadEngine::beginAttempt(const InfoContainer& head)
     next.attempt = attempt_.attempt + 1;
     next.total = head.size;
     next.sentBytes = attempt_.sentBytes;
+    next.sourceChanged = sourceChanged(head);
     attempt_ = next;
     if (attempt_.attempt == 1)
         startedAt_ = clock_.nanoseconds();
@@ -148,12 +149,12 @@ std::string UploadEngine::requestUpload(const InfoContainer& head)
         return {};
     logSystem("Initial connection successful.");
 
-    attempt_.step = AttemptStep::Rendezvous;
+    enterStep(AttemptStep::Rendezvous);
     if (!link_.rendezvousWithServer(connectSocket_, rendezvousSocket_))
         return {};
     logSystem("Rendezvous successfully connected.");
 
-    attempt_.step = AttemptStep::Response;
+    enterStep(AttemptStep::Response);
     return link_.receiveString(rendezvousSocket_);
 }
 
@@ -182,7 +183,7 @@ std::int64_t UploadEngine::handleFile(std::int32_t choice, const ResponseContain
     if (!response.exists)
         return Upload(0);
 
-    attempt_.step = AttemptStep::Confirm;
+    enterStep(AttemptStep::Confirm);
     logSystem("Sending {} confirmation.", confirmationName(choice));
     const ConfirmContainer confirmation = confirmationFor(choice);
     const bool sent = link_.sendString(rendezvousSocket_,
@@ -260,8 +261,15 @@ void UploadEngine::report(AttemptEventKind kind)
 {
     attempt_.kind = kind;
     attempt_.elapsed = std::chrono::nanoseconds(clock_.nanoseconds() - startedAt_);
-    statusUpdate(statusText(attempt_), statusPercent(attempt_));
+    if (const std::string status = statusText(attempt_); !status.empty())
+        statusUpdate(status, statusPercent(attempt_));
     view_.attemptChanged(attempt_);
+}
+
+void UploadEngine::enterStep(AttemptStep step)
+{
+    attempt_.step = step;
+    report(AttemptEventKind::StepChanged);
 }
 
 void UploadEngine::statusUpdate(const std::string& status, std::int32_t percent)

@@ -114,10 +114,14 @@ private:
     void closeAfterSuccess(std::ifstream& file);
     void closeSockets() { link_.closeSockets(rendezvousSocket_, connectSocket_); }
 
-    // Changes the row to what the event shows and reports the event. Upload thread.
+    // Changes the row to what the event shows, if it shows anything, and reports the event. Upload
+    // thread, while no monitor runs.
     void report(AttemptEventKind kind);
-    // What the progress monitor calls for the transfer that `start` describes. Monitor thread.
-    void onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start);
+    void enterStep(AttemptStep step);
+    // What the progress monitor calls for the transfer of `head` that `start` describes. Monitor
+    // thread.
+    void onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start,
+                  const InfoContainer& head);
 
     // Set once at construction.
     UploadQueues& queues_;

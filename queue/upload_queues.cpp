@@ -19,13 +19,28 @@ std::optional<std::int64_t> plainFileSize(const std::filesystem::path& path)
     return static_cast<std::int64_t>(size);
 }
 
+// Returns a time that no file has if it cannot be read.
+std::filesystem::file_time_type modificationTime(const std::filesystem::path& path)
+{
+    std::error_code failed;
+    return std::filesystem::last_write_time(path, failed);
+}
+
 } // namespace
+
+bool sourceChanged(const InfoContainer& queued)
+{
+    const std::filesystem::path path = queued.file.path();
+    return modificationTime(path) != queued.modified || plainFileSize(path) != queued.size;
+}
 
 void UploadQueues::addFiles(std::span<const FileUrl> files)
 {
     for (const FileUrl& file : files) {
+        // A change between the two reads of the attributes leaves the older time in the queue.
+        const auto modified = modificationTime(file.path());
         if (const auto size = plainFileSize(file.path()))
-            fileQueue_.push_back({file, *size});
+            fileQueue_.push_back({file, *size, std::nullopt, modified});
     }
     logSystem("Number of files in file queue: {}", fileQueue_.size());
 }

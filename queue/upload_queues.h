@@ -8,6 +8,7 @@
 #include "queue/status_table.h"
 
 #include <deque>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -20,7 +21,12 @@ struct InfoContainer {
     FileUrl file;
     std::int64_t size = 0; // bytes, when the file was queued
     std::optional<std::string> token = {};
+    std::filesystem::file_time_type modified = {}; // of the file, when it was queued
 };
+
+// Any thread. True if the file at the path of `queued` has another size or modification time than
+// when it was queued, or is gone. Reads its attributes.
+bool sourceChanged(const InfoContainer& queued);
 
 class UploadQueues {
 public:

@@ -26,7 +26,7 @@ TEST(SystemClock, sleepsForTheTimeUntilItIsWokenOrTheProgramEnds)
 }
 
 // The rates of the samples of a transfer that starts at `offset`, if they find it at `positions`.
-Texts rates(std::int64_t offset, const std::vector<std::int64_t>& positions)
+Texts rates(std::int64_t offset, const std::vector<std::int64_t>& positions, bool average = false)
 {
     FakeClock clock;
     Texts texts;
@@ -39,9 +39,9 @@ Texts rates(std::int64_t offset, const std::vector<std::int64_t>& positions)
         monitor.get()->stop();
         stopped.set_value();
     };
-    ProgressMonitor monitor(clock, offset, [&texts](const auto& sample) {
+    ProgressMonitor monitor(clock, offset, [&texts, average](const auto& sample) {
         if (sample)
-            texts.push_back(fmt::format("{:.3f}", sample->rate));
+            texts.push_back(fmt::format("{:.3f}", average ? sample->averageRate : sample->rate));
     });
     started.set_value(&monitor);
     stopped.get_future().wait();
@@ -54,6 +54,25 @@ TEST(ProgressMonitor, measuresTheRateSinceThePreviousSample)
     EXPECT_EQ(rates(0, {1000000, 53428800, 104857600}), (Texts{"0.001", "50.000", "49.046"}));
     EXPECT_EQ(rates(500, {500, 500}), (Texts{"0.000", "0.000"}));
     EXPECT_EQ(rates(4294967296, {4299161600, 4833935360}), (Texts{"4.096", "510.000"}));
+}
+
+TEST(ProgressMonitor, averagesTheLatestThirtySecondsOnceTheyAreThree)
+{
+    // 100 MiB before the first sample, then 1 MiB a second and from the 34th sample on nothing.
+    std::vector<std::int64_t> positions;
+    for (std::int64_t i = 0; i < 64; ++i)
+        positions.push_back((100 + std::min<std::int64_t>(i, 33)) << 20U);
+    const Texts texts = rates(0, positions, true);
+    ASSERT_EQ(texts.size(), 64U);
+    const std::pair<std::size_t, std::string> rows[]{
+        {2, "0.000"}, {3, "1.000"}, {33, "1.000"}, {48, "0.500"}, {63, "0.000"}};
+    for (const auto& [sample, text] : rows)
+        EXPECT_EQ(texts[sample], text) << sample;
+
+    AttemptEvent event{.kind = AttemptEventKind::Progress, .bytes = 10, .total = (5 << 20) + 11};
+    EXPECT_EQ(timeLeft(event), std::nullopt);
+    event.averageRate = 0.5;
+    EXPECT_EQ(timeLeft(event), 11s);
 }
 
 TEST(ProgressMonitor, roundsTiesToEvenAndLimitsThePercentage)

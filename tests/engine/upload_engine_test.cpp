@@ -217,6 +217,28 @@ TEST_F(UploadEngineTest, reportsSamplesWhileTheFileIsSent)
     EXPECT_EQ(view.statusBar.back(), "[none]: Upload rate: 0.000 MB/s");
 }
 
+TEST_F(UploadEngineTest, reportsEachStepAndWhetherTheSourceChanged)
+{
+    serverHolds("changed.mov", queue("changed.mov", 100), 50);
+    queue("grown.mov", 100);
+    queue("same.mov", 100);
+    view.answers = {kThirdButton};
+    const auto path = folder.path() / "changed.mov";
+    link.onSend = [path] { last_write_time(path, last_write_time(path) + 1ns); };
+    folder.file("grown.mov", sampleContent(101));
+    run();
+    std::string steps;
+    Texts changed;
+    for (const AttemptEvent& event : view.events) {
+        if (event.row == 0 && event.kind == AttemptEventKind::StepChanged)
+            steps += fmt::format("{} ", stepName(event.step));
+        if (event.kind == AttemptEventKind::Started || event.kind == AttemptEventKind::Finished)
+            changed.push_back(event.sourceChanged ? "changed" : "same");
+    }
+    EXPECT_EQ(steps, "rendezvous response confirm send drain finish ");
+    EXPECT_EQ(changed, (Texts{"same", "changed", "changed", "changed", "same", "same"}));
+}
+
 TEST_F(UploadEngineTest, failsAfterTenSecondsOfEmptyReadsWithoutCountingThemAsProgress)
 {
     queue("clip.mov", 1000);

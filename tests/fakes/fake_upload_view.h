@@ -79,8 +79,9 @@ struct FakeUploadView : UploadView {
     {
         std::vector<std::string> texts;
         for (const AttemptEvent& event : events) {
-            if (event.row == row && event.kind != AttemptEventKind::GaveUp)
-                texts.push_back(statusText(event));
+            const std::string text = statusText(event);
+            if (event.row == row && event.kind != AttemptEventKind::GaveUp && !text.empty())
+                texts.push_back(text);
         }
         return texts;
     }
