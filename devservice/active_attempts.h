@@ -1,4 +1,4 @@
-// Ends attempts from outside, and allows one active attempt for each token: the newest.
+// Ends attempts from outside, and allows one active attempt for each upload: the newest.
 //
 // A client that lost its link retries long before the server notices that the old link is dead. The
 // old attempt still has the file then, so the new one ends it and waits until it has released it.
@@ -53,29 +53,29 @@ private:
 // Any thread. Must outlive its claims.
 class ActiveAttempts {
 public:
-    // Makes an attempt the active one of its token until it is destroyed.
+    // Makes an attempt the active one of its upload until it is destroyed.
     class Claim {
     public:
-        Claim(ActiveAttempts& attempts, std::string token)
-            : attempts_(&attempts), token_(std::move(token))
+        Claim(ActiveAttempts& attempts, std::string upload)
+            : attempts_(&attempts), upload_(std::move(upload))
         {
         }
         ~Claim();
         Claim(Claim&& other) noexcept
-            : attempts_(std::exchange(other.attempts_, nullptr)), token_(std::move(other.token_))
+            : attempts_(std::exchange(other.attempts_, nullptr)), upload_(std::move(other.upload_))
         {
         }
         Claim& operator=(Claim&&) = delete;
 
     private:
         ActiveAttempts* attempts_;
-        std::string token_;
+        std::string upload_;
     };
 
-    // Requests the active attempt for `token`, if any, to end and waits up to `timeout` for it.
+    // Requests the active attempt of `upload`, if any, to end and waits up to `timeout` for it.
     // Attempts are numbered in the order in which they arrived. Returns nothing if the older
     // attempt has not ended in time or a newer one is active.
-    [[nodiscard]] std::optional<Claim> claim(const std::string& token, int attempt,
+    [[nodiscard]] std::optional<Claim> claim(const std::string& upload, int attempt,
                                              const std::shared_ptr<StopSignal>& stop,
                                              std::chrono::milliseconds timeout);
 
@@ -85,11 +85,11 @@ private:
         std::shared_ptr<StopSignal> stop;
     };
 
-    void release(const std::string& token);
+    void release(const std::string& upload);
 
     std::mutex mutex_;
     std::condition_variable released_;
-    std::map<std::string, Active> active_; // by token; guarded by mutex_
+    std::map<std::string, Active> active_; // by upload; guarded by mutex_
 };
 
 } // namespace quenmoor

@@ -1,6 +1,15 @@
 #include "devservice/transfer_server.h"
 
+#include <algorithm>
+
 namespace quenmoor {
+namespace {
+
+// A session that was requested to end takes up to the time limit of one receive call. This bounds
+// the number of sessions, with those, as a multiple of the number that is served.
+constexpr std::size_t kEndingFactor = 4;
+
+} // namespace
 
 TransferServer::TransferServer(TransferServerSettings settings, UploadStore& store,
                                const TokenStore& tokens)
@@ -66,7 +75,7 @@ void TransferServer::startSession(UdtSocket socket, const UdtAddress& peer)
 {
     joinEndedSessions();
     const int attempt = ++attempts_;
-    if (sessions_.size() >= settings_.maxSessions) {
+    if (!makeRoom()) {
         logSystem("Attempt {}: rejected, {} others are active", attempt, sessions_.size());
         return;
     }
@@ -74,10 +83,27 @@ void TransferServer::startSession(UdtSocket socket, const UdtAddress& peer)
     Session& session = sessions_.emplace_back();
     AcceptedClient client{std::move(socket), address_, peer, attempt, takeFaults()};
     session.thread = std::thread([this, &session, client = std::move(client)]() mutable {
-        TransferSession(services_, std::move(client), session.stop).run();
+        TransferSession(services_, std::move(client), session.stop, session.stage).run();
         --openSessions_;
         session.done = true;
     });
+}
+
+// Returns whether one more session may start. If all places are taken, ends for it the oldest
+// session of the lowest stage below Connected.
+bool TransferServer::makeRoom()
+{
+    const auto isEnding = [](const Session& session) { return !session.stop->reason().empty(); };
+    const auto ending = static_cast<std::size_t>(std::ranges::count_if(sessions_, isEnding));
+    if (sessions_.size() - ending < settings_.maxSessions)
+        return sessions_.size() < settings_.maxSessions * kEndingFactor;
+    const auto lowest = std::ranges::min_element(sessions_, {}, [&](const Session& session) {
+        return isEnding(session) ? SessionStage::Connected : session.stage.load();
+    });
+    if (lowest->stage == SessionStage::Connected || isEnding(*lowest))
+        return false;
+    lowest->stop->request("replaced by a newer client");
+    return sessions_.size() < settings_.maxSessions * kEndingFactor;
 }
 
 void TransferServer::joinEndedSessions()

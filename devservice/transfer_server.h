@@ -20,7 +20,9 @@ namespace quenmoor {
 struct TransferServerSettings {
     std::string bindAddress = "127.0.0.1"; // IPv4; 0.0.0.0 for every address of the machine
     std::uint16_t port = kTransferPort;    // 0 selects a free one
-    std::size_t maxSessions = 64;          // further clients are rejected
+    // Clients that are served at once. A further one replaces the oldest that has not connected to
+    // its rendezvous, and is rejected if there is none.
+    std::size_t maxSessions = 64;
     TransferTimeouts timeouts;
 };
 
@@ -60,12 +62,14 @@ private:
     struct Session {
         std::shared_ptr<StopSignal> stop = std::make_shared<StopSignal>();
         std::atomic<bool> done{false};
+        std::atomic<SessionStage> stage{SessionStage::Unknown};
         std::thread thread;
     };
 
     void acceptClients();
     void startSession(UdtSocket socket, const UdtAddress& peer);
     void joinEndedSessions();
+    bool makeRoom();
     Faults takeFaults();
 
     // Set once at construction.

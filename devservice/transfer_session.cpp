@@ -37,8 +37,8 @@ ResponseContainer responseFor(const HeldCopy& held)
 } // namespace
 
 TransferSession::TransferSession(TransferServices& services, AcceptedClient client,
-                                 std::shared_ptr<StopSignal> stop)
-    : services_(services), client_(std::move(client)), stop_(std::move(stop))
+                                 std::shared_ptr<StopSignal> stop, std::atomic<SessionStage>& stage)
+    : services_(services), client_(std::move(client)), stop_(std::move(stop)), stage_(stage)
 {
 }
 
@@ -54,8 +54,17 @@ void TransferSession::run()
         logEnd("fault refuse-rendezvous");
         return;
     }
-    if (!connectRendezvous())
+    const bool accepted =
+        services_.tokens.accepts(request->token, request->originFilename, request->size);
+    if (accepted)
+        stage_ = SessionStage::Accepted;
+    if (!connectRendezvous(accepted ? services_.timeouts.rendezvous : services_.timeouts.refusal))
         return;
+    if (!accepted) {
+        refuse("the token is unknown or not valid for this file");
+        return;
+    }
+    stage_ = SessionStage::Connected;
     if (hasFault(FaultKind::NeverAnswer)) {
         awaitClose(services_.timeouts.confirmation);
         logEnd("fault never-answer");
@@ -78,33 +87,32 @@ std::optional<RequestContainer> TransferSession::receiveRequest()
     return request;
 }
 
-bool TransferSession::connectRendezvous()
+bool TransferSession::connectRendezvous(std::chrono::milliseconds timeout)
 {
     std::string error;
     link_ = UdtSocket::rendezvous(client_.local, client_.peer, error);
     if (!link_)
         return logEnd(error);
-    const Time deadline = steady_clock::now() + services_.timeouts.rendezvous;
+    const Time deadline = steady_clock::now() + timeout;
     while (!link_->connected()) {
         if (!stop_->sleepFor(kShortPoll))
             return logEnd(stop_->reason());
         if (steady_clock::now() >= deadline)
             return logEnd("the client did not connect to the rendezvous");
     }
+    if (const std::string fault = link_->handshakeFault(); !fault.empty())
+        return logEnd(fault);
     return stop_->sleepFor(services_.timeouts.responsePause) || logEnd(stop_->reason());
 }
 
 void TransferSession::serveRequest(const RequestContainer& request)
 {
     const std::string& name = request.originFilename;
-    if (!services_.tokens.accepts(request.token, name, request.size)) {
-        refuse("the token is unknown or not valid for this file");
-        return;
-    }
-    const auto claim = services_.attempts.claim(request.token, client_.attempt, stop_,
+    // The NUL byte separates: no token contains one.
+    const auto claim = services_.attempts.claim(request.token + '\0' + name, client_.attempt, stop_,
                                                 services_.timeouts.takeover);
     if (!claim) {
-        refuse("another attempt with this token is active");
+        refuse("another attempt of this upload is active");
         return;
     }
     std::string error;

@@ -9,7 +9,9 @@
 #include "protocol/documents.h"
 #include "protocol/udt_socket.h"
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -18,8 +20,11 @@
 namespace quenmoor {
 
 struct TransferTimeouts {
-    std::chrono::milliseconds request{10'000};         // for the whole request to arrive
-    std::chrono::milliseconds rendezvous{30'000};      // a client gives up after as long
+    std::chrono::milliseconds request{10'000}; // for the whole request to arrive
+    // For the client to connect to the rendezvous. After 30 seconds the library abandons a
+    // rendezvous and keeps a pointer to it beyond its close(), so that it must be closed before.
+    std::chrono::milliseconds rendezvous{25'000};
+    std::chrono::milliseconds refusal{5'000}; // the same without a valid token, to read the refusal
     std::chrono::milliseconds confirmation{3'600'000}; // the user is asked meanwhile
     std::chrono::milliseconds idle{30'000};            // without a byte of an incomplete file
     std::chrono::milliseconds takeover{5'000};         // for an older attempt to end
@@ -41,6 +46,13 @@ struct TransferServices {
     ActiveAttempts attempts;
 };
 
+// How far an attempt has come. The server ends lower ones in favour of newer clients.
+enum class SessionStage : std::uint8_t {
+    Unknown,   // no valid token so far
+    Accepted,  // with a valid token
+    Connected, // and connected to the rendezvous; not ended for others
+};
+
 struct AcceptedClient {
     UdtSocket socket; // carries only the request
     UdtAddress local; // of the listener
@@ -52,8 +64,9 @@ struct AcceptedClient {
 // Used by one thread. The bytes that were received are on disk when run() returns.
 class TransferSession {
 public:
+    // `stage` is updated during run() and must outlive it.
     TransferSession(TransferServices& services, AcceptedClient client,
-                    std::shared_ptr<StopSignal> stop);
+                    std::shared_ptr<StopSignal> stop, std::atomic<SessionStage>& stage);
 
     // Blocks for the whole attempt. Once `stop` is requested, it returns after the time that the
     // link takes to close and the disk to write.
@@ -64,7 +77,7 @@ private:
 
     // The steps of an attempt, in their order. Each logs a failure; after false the attempt ends.
     std::optional<RequestContainer> receiveRequest();
-    bool connectRendezvous();
+    bool connectRendezvous(std::chrono::milliseconds timeout);
     void serveRequest(const RequestContainer& request);
     bool sendResponse(const StoredUpload& upload);
     bool prepareCopy(StoredUpload& upload);
@@ -93,6 +106,7 @@ private:
     TransferServices& services_;
     AcceptedClient client_;
     const std::shared_ptr<StopSignal> stop_;
+    std::atomic<SessionStage>& stage_;
     std::optional<UdtSocket> link_; // carries everything after the request
     std::string pending_;           // received after the confirmation; the first bytes of the file
 };

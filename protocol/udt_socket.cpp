@@ -198,14 +198,15 @@ std::string UdtSocket::handshakeFault() const
 std::optional<UdtSocket> UdtSocket::accept(UdtAddress& peer) const
 {
     while (true) {
-        sockaddr_in system{};
-        int length = sizeof system;
-        UdtSocket accepted(UDT::accept(handle_, generic(system), &length));
+        // If accept() is to return the address too, the library looks the client up a second time
+        // and crashes when the client has left in between.
+        UdtSocket accepted(UDT::accept(handle_, nullptr, nullptr));
         if (accepted.handle_ == UDT::INVALID_SOCK)
             return std::nullopt;
-        if (!accepted.handshakeFault().empty())
+        const auto address = accepted.peerAddress();
+        if (!address || !accepted.handshakeFault().empty())
             continue;
-        peer = fromSystem(system);
+        peer = *address;
         return accepted;
     }
 }

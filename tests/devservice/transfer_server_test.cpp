@@ -125,6 +125,7 @@ TEST_F(TransferServerTest, aNewerAttemptReplacesTheOlderOneAndCancelsOrResumesIt
     ASSERT_TRUE(awaitPart("clip.mov", 20'000));
 
     EXPECT_EQ(client().announce("clip.mov", 50'000, "t1"), kRefused) << "the name is in use";
+    EXPECT_EQ(client().announce("empty.mov", 0), response(0)) << "another file with the token";
     EXPECT_EQ(client().announce("other.mov", 1, "unknown"), kRefused);
     for (const bool cancel : {true, false}) { // or resumed as a file of another size
         Client newer = client();
@@ -141,23 +142,31 @@ TEST_F(TransferServerTest, aNewerAttemptReplacesTheOlderOneAndCancelsOrResumesIt
     EXPECT_EQ(stored("clip.mov"), content);
 }
 
-TEST_F(TransferServerTest, clientsThatSendNothingAreDisconnectedAndFurtherOnesRejected)
+TEST_F(TransferServerTest,
+       newerClientsReplaceThoseWithoutATokenOrRendezvousAndSilentOnesAreDisconnected)
 {
     transferSettings.timeouts.rendezvous = 1500ms;
-    transferSettings.timeouts.idle = 300ms;
+    transferSettings.timeouts.idle = 1500ms;
     transferSettings.maxSessions = 2;
     startServer();
     Client absent = client();
     ASSERT_TRUE(absent.request("absent.mov", 10, kToken));
-    Client silent = client();
-    EXPECT_EQ(silent.announce("silent.mov", 10, "t0"), response(0));
-    Client third = client();
-    std::ignore = third.request("third.mov", 10, "t1"); // may fail: the server closes at once
-    EXPECT_TRUE(silent.awaitEnd());
+    Client unknown = client();
+    ASSERT_TRUE(unknown.request("unknown.mov", 10, "unknown"));
+    Client third = client(); // replaces the one without a valid token, which is younger
+    EXPECT_EQ(third.announce("third.mov", 10, "t1"), response(0));
+    Client fourth = client(); // replaces the one without a rendezvous
+    EXPECT_EQ(fourth.announce("fourth.mov", 10, "t2"), response(0));
+    Client fifth = client();
+    std::ignore = fifth.request("fifth.mov", 10, "t2"); // may fail: the server closes at once
+    EXPECT_TRUE(fourth.awaitEnd());
     EXPECT_TRUE(awaitIdle());
 
     server->stop(); // ends the thread that logs
-    EXPECT_EQ(std::ranges::count(log.system(), "Attempt 3: rejected, 2 others are active"), 1);
+    for (const char* const line : {"Attempt 2: ended: replaced by a newer client",
+                                   "Attempt 1: ended: replaced by a newer client",
+                                   "Attempt 5: rejected, 2 others are active"})
+        EXPECT_EQ(std::ranges::count(log.system(), line), 1) << line;
 }
 
 TEST_F(TransferServerTest, stoppingEndsClientsInEveryStepAndKeepsTheReceivedBytes)
