@@ -49,9 +49,25 @@ int hexValue(char c)
     return -1;
 }
 
+// Returns the number of bytes of the character at the beginning of `text` if it is one of U+0080 to
+// U+009F, U+061C, U+200E, U+200F, U+2028 to U+202E and U+2066 to U+2069, else 0.
+std::size_t invisibleLength(std::string_view text)
+{
+    const auto third = static_cast<unsigned char>(text.size() > 2 ? text[2] : 0);
+    if (text.starts_with("\xE2\x80"))
+        return third == 0x8E || third == 0x8F || (third >= 0xA8 && third <= 0xAE) ? 3 : 0;
+    if (text.starts_with("\xE2\x81"))
+        return third >= 0xA6 && third <= 0xA9 ? 3 : 0;
+    const bool isC1 = text.starts_with('\xC2') && text.size() > 1 &&
+                      (static_cast<unsigned char>(text[1]) & 0xE0U) == 0x80;
+    return isC1 || text.starts_with("\u061C") ? 2 : 0;
+}
+
 // Replaces the control characters of `text` except those in `kept`, which are all below U+0080:
 // U+0000 to U+001F and U+007F by their Unicode control pictures (a line feed becomes U+240A),
-// U+0080 to U+009F, which terminals interpret too, by U+FFFD. Ill-formed UTF-8 remains.
+// U+0080 to U+009F, which terminals interpret too, by U+FFFD. U+FFFD also replaces the characters
+// that reorder the text around them (Unicode Standard Annex 9, section 2) or break the line, U+2028
+// and U+2029: "invoice\u202Evom.exe" would display as "invoiceexe.mov". Ill-formed UTF-8 remains.
 std::string escapeControls(std::string_view text, std::string_view kept)
 {
     constexpr unsigned char kDelete = 0x7F;
@@ -65,9 +81,9 @@ std::string escapeControls(std::string_view text, std::string_view kept)
             std::string picture = "\u2400"; // of U+0000; the pictures have the controls' order
             picture.back() = static_cast<char>(byte == kDelete ? kDeletePicture : 0x80 + byte);
             escaped += picture;
-        } else if (byte == 0xC2 && i + 1 < text.size() && (byteAt(i + 1) & 0xE0U) == 0x80) {
+        } else if (const std::size_t length = invisibleLength(text.substr(i)); length > 0) {
             escaped += "\uFFFD";
-            ++i;
+            i += length - 1;
         } else {
             escaped += text[i];
         }

@@ -37,7 +37,7 @@ std::string toValidUtf8(std::string_view bytes);
 
 // Makes `bytes`, e.g. a file name, safe to show on one line of a window or terminal: toValidUtf8()
 // with all control characters replaced, those below U+0080 by their Unicode control pictures, the
-// others by U+FFFD.
+// others and the characters that reorder text (e.g. U+202E) or break the line by U+FFFD.
 std::string printableLine(std::string_view bytes);
 
 // Makes `bytes`, e.g. a log entry, safe to print on a terminal: replaces control characters like

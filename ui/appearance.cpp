@@ -5,6 +5,7 @@
 #include <QEvent>
 #include <QPainter>
 #include <QStyle>
+#include <QTextDocument>
 #include <algorithm>
 #include <cmath>
 
@@ -45,6 +46,12 @@ QString printableQString(std::string_view bytes)
     return QString::fromStdString(printableLine(bytes));
 }
 
+QString plainToolTip(const QString& text)
+{
+    return Qt::mightBeRichText(text) ? QStringLiteral("<span>%1</span>").arg(text.toHtmlEscaped())
+                                     : text;
+}
+
 QFont scaledFont(QFont font, double scale)
 {
     // A font has its size in points or in pixels; the other one is negative.
@@ -80,7 +87,7 @@ void ElidedLabel::setElidedText(const QString& text, const QString& toolTip)
 {
     setTextFormat(Qt::PlainText);
     setText(text);
-    setToolTip(toolTip);
+    setToolTip(plainToolTip(toolTip));
 }
 
 QSize ElidedLabel::minimumSizeHint() const
@@ -101,7 +108,7 @@ void ElidedLabel::paintEvent(QPaintEvent*)
 bool ElidedLabel::event(QEvent* event)
 {
     if (event->type() == QEvent::ToolTip && toolTip().isEmpty() && elidedText() != text()) {
-        setToolTip(text());
+        setToolTip(plainToolTip(text()));
         const bool handled = QLabel::event(event);
         setToolTip({});
         return handled;

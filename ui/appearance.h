@@ -21,6 +21,9 @@ inline constexpr double kHeadingScale = 1.35; // relative to the window's font
 // printableLine() of `bytes`, which are usually a file name.
 QString printableQString(std::string_view bytes);
 
+// A tool tip that displays `text` as it is, although Qt renders a tool tip with tags as HTML.
+QString plainToolTip(const QString& text);
+
 QFont scaledFont(QFont font, double scale);
 
 // The horizontal margin of the text in a table cell, in pixels.

@@ -69,8 +69,8 @@ QVariant StatusTableModel::data(const QModelIndex& index, int role) const
     }
     case Qt::ToolTipRole:
         if (index.column() == File)
-            return printableQString(files_[row].path().native());
-        return printableQString(table.cell(columnName(index.column()), row));
+            return plainToolTip(printableQString(files_[row].path().native()));
+        return plainToolTip(printableQString(table.cell(columnName(index.column()), row)));
     default: return {};
     }
 }

@@ -67,6 +67,9 @@ TEST(Printable, replacesControlCharactersThatATerminalInterprets)
     EXPECT_EQ(printableLine(std::string("\0\t\n\r\x1b[2J\x1f \x7f", 11)),
               "\u2400\u2409\u240A\u240D\u241B[2J\u241F \u2421");
     EXPECT_EQ(printableLine("\u0080\u009B\u009F|\xC2|\x9B"), "\uFFFD\uFFFD\uFFFD|\uFFFD|\uFFFD");
+    EXPECT_EQ(
+        printableLine("\u061C\u200E\u200F\u2028\u202E\u2066\u2069|\u200D\u2027\u202F\u2065\u206A"),
+        "\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD|\u200D\u2027\u202F\u2065\u206A");
     // Log entries keep their tabs, line feeds and bytes.
     EXPECT_EQ(printableText("\xE9\x1b[2J\tb\nc\r\x7f\u009B"),
               "\xE9\u241B[2J\tb\nc\u240D\u2421\uFFFD");
