@@ -37,6 +37,12 @@ AppDelegate::AppDelegate()
             [this] { applicationOpenFiles(std::exchange(incoming_, {})); });
 }
 
+void AppDelegate::applicationOpenFiles(std::vector<FileUrl> urls)
+{
+    droppedFiles_ = std::move(urls);
+    Q_EMIT filesOpened();
+}
+
 bool AppDelegate::applicationShouldTerminate()
 {
     logSystem("Window count: {}", windowCount());

@@ -11,6 +11,7 @@
 #include <QPointer>
 #include <QTimer>
 #include <QWidget>
+#include <utility>
 #include <vector>
 
 class QSessionManager;
@@ -27,12 +28,11 @@ public:
     // The window that is asked before the program quits.
     void setWindow(QWidget* window) { window_ = window; }
 
-    // The files of the latest open request. Reading does not clear them.
-    const std::vector<FileUrl>& droppedFiles() const { return droppedFiles_; }
+    // Returns the files of the latest open request and clears them, so that they are queued once.
+    std::vector<FileUrl> takeDroppedFiles() { return std::exchange(droppedFiles_, {}); }
 
-    // Handles a request to open `urls`, which replaces the previous one. Emits no signal: the
-    // controller reads the files when the page reports a session.
-    void applicationOpenFiles(std::vector<FileUrl> urls) { droppedFiles_ = std::move(urls); }
+    // Handles a request to open `urls`, which replaces a previous one that has not been taken.
+    void applicationOpenFiles(std::vector<FileUrl> urls);
 
     // Closes a visible window as its close button does, so that the user may be asked. Returns
     // false if the window stays open. A hidden or minimised window is not asked.
@@ -47,6 +47,9 @@ public:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 Q_SIGNALS:
+    // takeDroppedFiles() returns the files of a new open request.
+    void filesOpened();
+
     // Emitted before any event loop is told to end.
     void willTerminate();
 

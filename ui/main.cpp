@@ -31,7 +31,6 @@ int main(int argc, char** argv)
     UploadEngine engine(queues, link, view, clock);
 
     AppDelegate delegate;
-    delegate.applicationOpenFiles(filesToOpen(argc, argv));
     QtDesktop desktop;
     WebServicePage page(client->baseUrl, [&desktop](const QUrl& url) { desktop.openUrl(url); });
     ViewController controller({queues, engine, view, page, delegate, desktop}, *client);
@@ -39,5 +38,6 @@ int main(int argc, char** argv)
     connectEnd(controller, delegate, view, bridge, endSignals);
     controller.viewDidLoad();
     controller.window().show();
+    delegate.applicationOpenFiles(filesToOpen(argc, argv));
     return endProcess(bridge, clock, engine, QApplication::exec());
 }

@@ -25,7 +25,7 @@ void ViewController::viewDidLoad()
 {
     window_.setWindowTitle(window_.windowTitle() + QStringLiteral(" - v") + client_.versionText);
     connectParts();
-    addFiles(deps_.delegate.droppedFiles());
+    addFiles(deps_.delegate.takeDroppedFiles());
     window_.progressGrid->setModel(&tableModel_);
     deps_.page.load(QUrl(client_.baseUrl));
     logSystem("Byte length of long: {}", sizeof(long));
@@ -36,6 +36,10 @@ void ViewController::connectParts()
     window_.windowShouldClose = [this] { return windowShouldClose(); };
     connect(&window_, &MainWindow::browseRequested, this, &ViewController::browseButtonClick);
     connect(window_.mainView, &DragView::filesDropped, this, &ViewController::addFiles);
+    connect(&deps_.delegate, &AppDelegate::filesOpened, this, [this] {
+        if (sessionSeen_)
+            addFiles(deps_.delegate.takeDroppedFiles());
+    });
     connect(&deps_.page, &ServicePage::titleReceived, this,
             &ViewController::webViewDidReceiveTitle);
     connect(&deps_.view, &QtUploadView::progressGridChanged, this,
@@ -48,7 +52,7 @@ void ViewController::connectParts()
             });
     connect(&deps_.view, &QtUploadView::alertRaised, this,
             [this](const Alert& alert, const QtUploadView::AnswerCallback& answer) {
-                // The alert's text does not contain the file name, so the title shows it.
+                // The engine's text does not contain the file name.
                 const auto head = deps_.queues.uploadHead();
                 deps_.desktop.openModal(
                     &window_, printableQString(head ? head->file.filename() : ""), alert, answer);
@@ -129,7 +133,8 @@ void ViewController::sessionReceived(const PageSignal& signal)
 {
     session_ = signal.session;
     logSystem("Session value: {}", session_ ? session_->toStdString() : "(null)");
-    addFiles(deps_.delegate.droppedFiles());
+    sessionSeen_ = true;
+    addFiles(deps_.delegate.takeDroppedFiles());
     updateView();
 }
 

@@ -30,7 +30,7 @@ public:
         UploadEngine& engine;
         QtUploadView& view;
         ServicePage& page;
-        const AppDelegate& delegate;
+        AppDelegate& delegate;
         Desktop& desktop;
     };
 
@@ -89,6 +89,7 @@ private:
 
     std::optional<QString> session_;
     bool starting_ = true;
+    bool sessionSeen_ = false; // opened files wait for the first "session"
     bool closeQuestionOpen_ = false;
     bool handlingTitle_ = false;
     std::deque<PageSignal> titles_; // received, not yet handled
