@@ -1,77 +1,19 @@
 #include "ui/desktop.h"
 
-#include "ui/appearance.h"
-
-#include <QApplication>
-#include <QCloseEvent>
 #include <QDesktopServices>
 #include <QEventLoop>
 #include <QFileDialog>
-#include <QKeyEvent>
-#include <QLabel>
-#include <QMessageBox>
 #include <QPointer>
-#include <QPushButton>
 #include <QSettings>
 #include <QUrl>
 
 namespace quenmoor {
 namespace {
 
-// A message box whose answer is the position of the button, in the order of the alert.
-class AlertBox : public QMessageBox {
-public:
-    AlertBox(QWidget* window, const QString& title, const Alert& alert)
-        : QMessageBox(Critical, title, QString::fromStdString(alert.messageText), NoButton, window)
-    {
-        setAttribute(Qt::WA_DeleteOnClose);
-        setInformativeText(QString::fromStdString(alert.informativeText));
-        setTextInteractionFlags(Qt::TextSelectableByMouse);
-        // setTextFormat() does not reach the informative text, which holds file names too.
-        for (QLabel* const label : findChildren<QLabel*>())
-            label->setTextFormat(Qt::PlainText);
-        setAccessibleName(text());
-        setAccessibleDescription(informativeText());
-        // Every desktop's button layout shows action buttons in the order of their insertion; it
-        // reorders all other roles.
-        for (const std::string& button : alert.buttons)
-            addButton(QString::fromStdString(button), ActionRole);
-        if (alert.buttons.empty())
-            addButton(QStringLiteral("OK"), ActionRole);
-        setDefaultButton(qobject_cast<QPushButton*>(buttons().constFirst()));
-    }
-
-    // Opens the box, and requests the user's attention if none of the program's windows is active.
-    void present()
-    {
-        const bool wasActive = QApplication::activeWindow() != nullptr;
-        open();
-        if (!wasActive)
-            QApplication::alert(parentWidget() != nullptr ? parentWidget() : this);
-    }
-
-    std::int32_t answer() const
-    {
-        const auto position = buttons().indexOf(clickedButton());
-        return position < 0 ? kNoButton : kFirstButton + static_cast<std::int32_t>(position);
-    }
-
-protected:
-    // QMessageBox refuses to close without a button in the role of Cancel.
-    void closeEvent(QCloseEvent* /*event*/) override { reject(); }
-    void keyPressEvent(QKeyEvent* event) override
-    {
-        if (event->matches(QKeySequence::Cancel))
-            reject();
-        else
-            QMessageBox::keyPressEvent(event);
-    }
-};
-
-AlertBox* openAlert(QWidget* window, const QString& title, const Alert& alert,
+AlertBox* openAlert(QWidget* window, const QString& subject, const Alert& alert, AlertBox::Now now,
                     std::function<void(std::int32_t)> onAnswer)
 {
-    auto* const box = new AlertBox(window, title, alert);
+    auto* const box = new AlertBox(window, subject, alert, std::move(now));
     QObject::connect(box, &QDialog::finished, box,
                      [box, onAnswer = std::move(onAnswer)] { onAnswer(box->answer()); });
     box->present();
@@ -80,7 +22,7 @@ AlertBox* openAlert(QWidget* window, const QString& title, const Alert& alert,
 
 } // namespace
 
-QtDesktop::QtDesktop()
+QtDesktop::QtDesktop(AlertBox::Now now) : now_(std::move(now))
 {
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("/dev/null"));
 }
@@ -90,20 +32,21 @@ std::optional<std::int32_t> QtDesktop::runModal(QWidget* window, const Alert& al
     std::optional<std::int32_t> answer;
     QEventLoop loop;
     const QPointer<AlertBox> box =
-        openAlert(window, kProductName.toString(), alert, [&answer, &loop](std::int32_t given) {
+        openAlert(window, {}, alert, now_, [&answer, &loop](std::int32_t given) {
             answer = given;
             loop.quit();
         });
+    QObject::connect(box, &QObject::destroyed, &loop, &QEventLoop::quit);
     loop.exec();
     if (!answer)
         delete box; // the program is ending; a closed box would count as an answer
     return answer;
 }
 
-void QtDesktop::openModal(QWidget* window, const QString& title, const Alert& alert,
+void QtDesktop::openModal(QWidget* window, const QString& subject, const Alert& alert,
                           std::function<void(std::int32_t)> onAnswer)
 {
-    openAlert(window, title, alert, std::move(onAnswer));
+    openAlert(window, subject, alert, now_, std::move(onAnswer));
 }
 
 void QtDesktop::chooseFiles(QWidget* window,

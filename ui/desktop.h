@@ -4,6 +4,7 @@
 
 #include "engine/upload_view.h"
 #include "queue/file_url.h"
+#include "ui/alert_box.h"
 
 #include <functional>
 #include <optional>
@@ -15,9 +16,6 @@ class QWidget;
 
 namespace quenmoor {
 
-// The answer to an alert that was closed without one of its buttons, for example with Escape.
-inline constexpr std::int32_t kNoButton = 0;
-
 // Main thread only.
 class Desktop {
 public:
@@ -28,9 +26,10 @@ public:
     // to end while the alert was open.
     virtual std::optional<std::int32_t> runModal(QWidget* window, const Alert& alert) = 0;
 
-    // Shows `alert`, modal to `window`, under the window title `title`, and returns at once.
-    // `onAnswer` is called once with one of the values above; never if the program ends first.
-    virtual void openModal(QWidget* window, const QString& title, const Alert& alert,
+    // Shows `alert`, modal to `window`, and returns at once. `subject` is what the alert is about,
+    // for example a file name. `onAnswer` is called once with one of the values above; never if the
+    // program ends first.
+    virtual void openModal(QWidget* window, const QString& subject, const Alert& alert,
                            std::function<void(std::int32_t)> onAnswer) = 0;
 
     // Opens a chooser for any number of files, but no folders, and returns at once. `onChosen` is
@@ -45,15 +44,19 @@ public:
 class QtDesktop : public Desktop {
 public:
     // Redirects Qt's per-user settings to a path that cannot be created: the file chooser would
-    // store its last folder there, and this program writes nothing to disk.
-    QtDesktop();
+    // store its last folder there, and this program writes nothing to disk. `now` is the time by
+    // which alerts ignore input that was not meant for them.
+    explicit QtDesktop(AlertBox::Now now = std::chrono::steady_clock::now);
 
     std::optional<std::int32_t> runModal(QWidget* window, const Alert& alert) override;
-    void openModal(QWidget* window, const QString& title, const Alert& alert,
+    void openModal(QWidget* window, const QString& subject, const Alert& alert,
                    std::function<void(std::int32_t)> onAnswer) override;
     void chooseFiles(QWidget* window,
                      std::function<void(const std::vector<FileUrl>&)> onChosen) override;
     void openUrl(const QUrl& url) override;
+
+private:
+    const AlertBox::Now now_;
 };
 
 } // namespace quenmoor

@@ -111,7 +111,7 @@ QString WholeWindow::answerAlert(const QString& button)
     QString title;
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, [&] {
-        const QWidget* const alert = QApplication::activeModalWidget();
+        const auto* const alert = window.findChild<AlertBox*>();
         if (alert == nullptr || !title.isEmpty())
             return;
         for (QPushButton* const candidate : alert->findChildren<QPushButton*>()) {

@@ -11,8 +11,8 @@
 #include <QAbstractItemModelTester>
 #include <QApplication>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QLabel>
-#include <QMessageBox>
 #include <QMimeData>
 #include <QPaintEvent>
 #include <QPointer>
@@ -135,17 +135,22 @@ private:
         return paths;
     }
 
-    using Action = std::function<void(QMessageBox&)>;
+    using Action = std::function<void(AlertBox&)>;
 
     const Alert question_{"File Exists", "Same <b>file</b>.", {"Cancel", "Overwrite", "Resume"}};
     const Alert notice_{"The end.", {}, {}};
-    QtDesktop desktop_;
+    AnswerGuard::Time time_;
+    QtDesktop desktop_{[this] { return time_; }};
 
-    static QMessageBox* openBox()
+    static AlertBox* openBox()
     {
-        return qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        for (QWidget* const widget : QApplication::topLevelWidgets()) {
+            if (auto* const box = qobject_cast<AlertBox*>(widget); box && box->isVisible())
+                return box;
+        }
+        return nullptr;
     }
-    static QPushButton* button(const QMessageBox& box, qsizetype position)
+    static QPushButton* button(const AlertBox& box, qsizetype position)
     {
         return box.findChildren<QPushButton*>().value(position);
     }
@@ -158,9 +163,10 @@ private:
         window.show();
         desktop_.openModal(&window, u"a.mov"_s, alert,
                            [&answers](std::int32_t answer) { answers.push_back(answer); });
-        const QPointer<QMessageBox> box = openBox();
-        if (box == nullptr || !QTest::qWaitForWindowExposed(box))
+        const QPointer<AlertBox> box = openBox();
+        if (box == nullptr || !QTest::qWaitForWindowActive(box))
             return {};
+        time_ += AnswerGuard::kDelay;
         act(*box);
         return QTest::qWaitFor([&box] { return box.isNull(); }) ? answers
                                                                 : std::vector<std::int32_t>{-1};
@@ -259,10 +265,10 @@ private Q_SLOTS:
     void anAnswerIsTheButtonsPositionAndEveryOtherExitIsNoButton()
     {
         const auto click = [](int position) {
-            return [position](QMessageBox& box) { button(box, position)->click(); };
+            return [position](AlertBox& box) { button(box, position)->click(); };
         };
         const auto key = [](Qt::Key code) {
-            return [code](QMessageBox& box) { QTest::keyClick(&box, code); };
+            return [code](AlertBox& box) { QTest::keyClick(&box, code); };
         };
         for (const auto& [act, answer] : std::vector<std::pair<Action, std::int32_t>>{
                  {click(0), kFirstButton},
@@ -270,23 +276,82 @@ private Q_SLOTS:
                  {click(2), kThirdButton},
                  {key(Qt::Key_Return), kFirstButton},
                  {key(Qt::Key_Escape), kNoButton},
-                 {[](QMessageBox& box) { box.close(); }, kNoButton}})
+                 {[](AlertBox& box) { box.close(); }, kNoButton}})
             QCOMPARE(answersTo(question_, act), std::vector{answer});
         QCOMPARE(answersTo(notice_, key(Qt::Key_Escape)), std::vector{kNoButton});
         QCOMPARE(answersTo(notice_, click(0)), std::vector{kFirstButton}); // OK
     }
 
+    void anAlertIgnoresKeysAndClicksThatWereMeantForThePage()
+    {
+        const auto press = [this](const AlertBox& box, int milliseconds, Qt::Key key,
+                                  const QString& text, bool repeated = false) {
+            time_ += std::chrono::milliseconds(milliseconds);
+            for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+                QKeyEvent event(type, key, {}, text, repeated);
+                QApplication::sendEvent(box.focusWidget(), &event);
+            }
+            return !box.isVisible();
+        };
+        const auto answer = [&](AlertBox& box) {
+            QEvent activation(QEvent::WindowActivate);
+            QApplication::sendEvent(&box, &activation);
+            QVERIFY(!press(box, 0, Qt::Key_Escape, u"\x1b"_s));
+            QVERIFY(!press(box, 690, Qt::Key_Space, u" "_s));
+            QVERIFY(!press(box, 690, Qt::Key_Space, u" "_s)); // typing continues
+            QVERIFY(!press(box, 800, Qt::Key_Space, u" "_s, true));
+            QVERIFY(!press(box, 690, Qt::Key_Return, u"\r"_s));
+            QVERIFY(!press(box, 10, Qt::Key_Return, u"\r"_s, true));
+            QVERIFY(press(box, 10, Qt::Key_Space, u" "_s));
+        };
+        QCOMPARE(answersTo(question_, answer), std::vector{kFirstButton});
+        desktop_.openModal(nullptr, {}, question_, [](auto) {});
+        QTest::mouseDClick(button(*openBox(), 1), Qt::LeftButton);
+        QVERIFY(openBox() != nullptr);
+        openBox()->reject();
+    }
+
+    void anAlertBlocksInputButNotTheCloseButtonAndReturnsTheKeyboardToAChooser()
+    {
+        QWidget window;
+        QPushButton below(&window);
+        QSignalSpy clicks(&below, &QPushButton::clicked);
+        window.show();
+        const auto clickBelow = [&] {
+            QTest::mouseClick(window.windowHandle(), Qt::LeftButton, {}, below.geometry().center());
+            return clicks.count();
+        };
+        QCOMPARE(clickBelow(), 1);
+        desktop_.openModal(&window, {}, question_, [](auto) {});
+        QVERIFY(QTest::qWaitForWindowActive(openBox()));
+        QCOMPARE(clickBelow(), 1);
+        QCOMPARE(QGuiApplication::modalWindow(), nullptr); // it would keep `window` from closing
+        openBox()->reject();
+        QCOMPARE(clickBelow(), 2);
+
+        desktop_.chooseFiles(&window, {});
+        auto* const chooser = window.findChild<QFileDialog*>();
+        QVERIFY(QTest::qWaitForWindowActive(chooser));
+        const QWidget* const focus = QApplication::focusWidget();
+        desktop_.openModal(&window, {}, question_, [](auto) {});
+        QVERIFY(QTest::qWaitForWindowActive(openBox()));
+        QCOMPARE(openBox()->parentWidget(), chooser);
+        openBox()->reject();
+        QVERIFY(QTest::qWaitForWindowActive(chooser));
+        QCOMPARE(QApplication::focusWidget(), focus);
+    }
+
     void everyButtonLayoutKeepsTheOrderAndAllTextIsPlain()
     {
-        const auto inspect = [](QMessageBox& box) {
+        const auto inspect = [](AlertBox& box) {
             for (const QLabel* const label : box.findChildren<QLabel*>())
                 QVERIFY(label->textFormat() == Qt::PlainText);
             QVERIFY(button(box, 0)->x() < button(box, 1)->x());
             QVERIFY(button(box, 1)->x() < button(box, 2)->x());
             QVERIFY(button(box, 0)->isDefault() && button(box, 0)->hasFocus());
             QCOMPARE(box.windowTitle(), u"a.mov"_s);
+            QCOMPARE(box.informativeText(), u"a.mov\n\nSame <b>file</b>."_s);
             QCOMPARE(box.accessibleName(), u"File Exists"_s);
-            QCOMPARE(box.windowModality(), Qt::WindowModal);
             box.close();
         };
         for (const int layout : {0, 1, 2, 3}) { // Windows, macOS, KDE, GNOME
