@@ -10,9 +10,7 @@ using Json = nlohmann::ordered_json;
 // The members that every object about a queued file has.
 Json objectFor(const char* event, const Source& source)
 {
-    Json object{{"event", event}, {"file", source.name}};
-    if (source.row)
-        object["row"] = *source.row;
+    Json object{{"event", event}, {"file", source.name}, {"row", source.row}};
     object["total"] = source.size;
     if (source.attempt > 0)
         object["attempt"] = source.attempt;
@@ -43,10 +41,10 @@ void JsonReport::queued(const Source& source)
 
 void JsonReport::unreadable(const Source& source, const std::string& why)
 {
-    write({{"event", "failed"},
-           {"file", source.name},
-           {"step", "open"},
-           {"message", unreadableText(why)}});
+    Json object = objectFor("failed", source);
+    object["step"] = "open";
+    object["message"] = unreadableText(why);
+    write(object);
 }
 
 void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event)

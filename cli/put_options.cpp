@@ -2,12 +2,14 @@
 
 #include "base/text.h"
 #include "cli/build_settings.h"
+#include "cli/inputs.h"
 #include "protocol/udt_transfer_link.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <map>
 #include <optional>
@@ -15,9 +17,11 @@
 namespace quenmoor {
 namespace {
 
+constexpr std::int64_t kMaxRetries = 9999;
+
 const char* const kFooter = "Exit status:\n"
                             "  0    every file finished\n"
-                            "  1    gave up: a file failed ten times in a row\n"
+                            "  1    gave up: a file failed too often or for too long\n"
                             "  2    wrong command line; nothing was sent\n"
                             "  3    a file was cancelled because the server holds a copy\n"
                             "  4    a file cannot be read, or became shorter while it was sent\n"
@@ -30,35 +34,37 @@ std::optional<std::string> splitHost(const std::string& text, PutOptions& option
     const std::size_t colon = text.find(':');
     options.host = text.substr(0, colon);
     if (options.host.empty())
-        return "--host: \"" + printableLine(text) + "\" has no host before the colon";
+        return "--host: \"" + text + "\" has no host before the colon";
     if (colon == std::string::npos)
         return std::nullopt;
     const auto port = wholeNumber(std::string_view(text).substr(colon + 1));
     if (!port || *port < 1 || *port > std::numeric_limits<std::uint16_t>::max())
-        return "--host: \"" + printableLine(text) +
-               "\" has no port from 1 to 65535 after the colon";
+        return "--host: \"" + text + "\" has no port from 1 to 65535 after the colon";
     options.port = static_cast<std::uint16_t>(*port);
     return std::nullopt;
 }
 
-std::optional<std::string> checkFiles(const PutOptions& options)
+// Reads "90s", "30m", "12h" or a number of seconds. Returns nothing for any other text and beyond
+// one second to ten years.
+std::optional<std::chrono::seconds> readTime(std::string_view text)
 {
-    if (options.files.size() != options.tokens.size())
-        return fmt::format(
-            "{} for {}: give one --token for each file, in the same order",
-            options.tokens.size() == 1 ? "1 token"
-                                       : fmt::format("{} tokens", options.tokens.size()),
-            options.files.size() == 1 ? "1 file" : fmt::format("{} files", options.files.size()));
-    for (const std::string& token : options.tokens) {
-        if (token.empty())
-            return "--token: a token must not be empty";
-    }
-    return std::nullopt;
+    constexpr std::int64_t kMaxSeconds = 10LL * 365 * 24 * 3600;
+    std::int64_t unit = 1;
+    if (text.ends_with('m'))
+        unit = 60;
+    else if (text.ends_with('h'))
+        unit = 3600;
+    if (unit > 1 || text.ends_with('s'))
+        text.remove_suffix(1);
+    const auto number = wholeNumber(text);
+    if (!number || *number < 1 || *number > kMaxSeconds / unit)
+        return std::nullopt;
+    return std::chrono::seconds(*number * unit);
 }
 
 EarlyExit usageError(const std::string& text)
 {
-    return {kExitUsage, "quenmoor-put: " + text + "\nTry: quenmoor-put --help\n"};
+    return {kExitUsage, "quenmoor-put: " + printableLine(text) + "\nTry: quenmoor-put --help\n"};
 }
 
 // The arguments in the order that the parser takes, the last one first. The parser reads "[a,b]" as
@@ -74,10 +80,56 @@ std::vector<std::string> markedArguments(int argc, const char* const* argv)
     return arguments;
 }
 
-void removeMarks(std::vector<std::string>& values)
+void removeMark(std::string& value)
 {
-    for (std::string& value : values)
-        value.resize(std::min(value.find('\0'), value.size()));
+    value.resize(std::min(value.find('\0'), value.size()));
+}
+
+// The values that are read after the parser has accepted the command line.
+struct Texts {
+    std::string host = kServiceHost;
+    std::string retries;
+    std::string giveUpAfter;
+    InputOptions inputs;
+};
+
+void addInputOptions(CLI::App& app, PutOptions& options, InputOptions& inputs)
+{
+    app.add_option("FILE", options.files, "Files to send");
+    app.add_option("--token", options.tokens,
+                   "Upload token; repeat it for each file, in the order of the files. Other users "
+                   "of this machine can see arguments")
+        ->type_name("TOKEN")
+        ->allow_extra_args(false);
+    app.add_option("--token-file", inputs.tokenFile,
+                   "Read the tokens from FILE (- is standard input), one a line. The variable "
+                   "QUENMOOR_TOKENS may hold such lines instead")
+        ->type_name("FILE");
+    CLI::Option* const list =
+        app.add_option("--files-from", inputs.filesFrom,
+                       "Read tokens and files from FILE (- is standard input), one pair a line: "
+                       "token, tab, path")
+            ->type_name("FILE");
+    app.add_flag("-0,--null", inputs.nullSeparated,
+                 "The pairs of --files-from end with a NUL byte instead of a line feed")
+        ->needs(list);
+    app.add_flag("--dry-run", options.dryRun,
+                 "List the files that would be sent and those that cannot be read, and send "
+                 "nothing");
+}
+
+void addRetryOptions(CLI::App& app, PutOptions& options, Texts& texts)
+{
+    app.add_option("--retries", texts.retries,
+                   "Give up a file after N more attempts in a row have failed; the default is 9. "
+                   "An attempt that sent data restarts the count")
+        ->type_name("N");
+    app.add_option("--give-up-after", texts.giveUpAfter,
+                   "Begin no attempt of a file later than TIME (such as 90s, 30m, 12h) after its "
+                   "first one")
+        ->type_name("TIME");
+    app.add_flag("--keep-going", options.retry.keepGoing,
+                 "Go on with the next file after one was given up");
 }
 
 void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
@@ -91,11 +143,6 @@ void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
     app.add_option("--host", host, "Transfer server; the default port is 65000")
         ->type_name("HOST[:PORT]")
         ->capture_default_str();
-    app.add_option("--token", options.tokens,
-                   "Upload token; repeat it for each file, in the order of the files")
-        ->type_name("TOKEN")
-        ->required()
-        ->allow_extra_args(false);
     app.add_option("--existing", options.existing,
                    "What to do if the server already holds a copy. The default, ask, asks on a "
                    "terminal and cancels without one")
@@ -106,7 +153,6 @@ void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
                    "path")
         ->type_name("library|paced")
         ->transform(CLI::CheckedTransformer(congestion).description(""));
-    app.add_option("FILE", options.files, "Files to send")->required();
 }
 
 void addOutputOptions(CLI::App& app, PutOptions& options)
@@ -121,34 +167,59 @@ void addOutputOptions(CLI::App& app, PutOptions& options)
                  "Write diagnostics to standard error as well as to the system log");
 }
 
+// Completes `options` by what the parser has left as text. Returns an error message, which may
+// contain control characters, or nothing.
+std::optional<std::string> readTexts(Texts& texts, PutOptions& options)
+{
+    for (std::vector<std::string>* const list : {&options.files, &options.tokens})
+        std::for_each(list->begin(), list->end(), removeMark);
+    for (std::string* const text : {&texts.host, &texts.retries, &texts.giveUpAfter,
+                                    &texts.inputs.tokenFile, &texts.inputs.filesFrom})
+        removeMark(*text);
+    if (auto error = splitHost(texts.host, options))
+        return error;
+    if (!texts.retries.empty()) {
+        const auto retries = wholeNumber(texts.retries);
+        if (!retries || *retries < 0 || *retries > kMaxRetries)
+            return fmt::format("--retries: \"{}\" is not a number from 0 to {}", texts.retries,
+                               kMaxRetries);
+        options.retry.attempts = static_cast<std::size_t>(*retries) + 1;
+    }
+    if (!texts.giveUpAfter.empty()) {
+        options.retry.timeLimit = readTime(texts.giveUpAfter);
+        if (!options.retry.timeLimit)
+            return "--give-up-after: \"" + texts.giveUpAfter +
+                   "\" is not a time such as 90s, 30m or 12h";
+    }
+    return readInputs(texts.inputs, options);
+}
+
 } // namespace
 
 std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv)
 {
     PutOptions options;
     options.port = kTransferPort;
-    std::string host = kServiceHost;
+    Texts texts;
 
     CLI::App app("Sends files to a Quenmoor transfer server over UDT.", "quenmoor-put");
     app.footer(kFooter);
     app.set_version_flag("--version", std::string("quenmoor-put ") + kVersion);
-    addTransferOptions(app, options, host);
+    addInputOptions(app, options, texts.inputs);
+    addTransferOptions(app, options, texts.host);
+    addRetryOptions(app, options, texts);
     addOutputOptions(app, options);
 
     try {
         app.parse(markedArguments(argc, argv));
     } catch (const CLI::CallForHelp&) {
-        return EarlyExit{kExitFinished, app.help()};
+        return EarlyExit{kExitFinished, app.help() + "\n"};
     } catch (const CLI::CallForVersion&) {
         return EarlyExit{kExitFinished, app.version() + "\n"};
     } catch (const CLI::Error& error) {
         return usageError(error.what());
     }
-    removeMarks(options.files);
-    removeMarks(options.tokens);
-    if (const auto error = splitHost(host, options))
-        return usageError(*error);
-    if (const auto error = checkFiles(options))
+    if (const auto error = readTexts(texts, options))
         return usageError(*error);
     return options;
 }

@@ -1,6 +1,7 @@
 // The command line of quenmoor-put.
 #pragma once
 
+#include "engine/retry_schedule.h"
 #include "protocol/udt_transfer_link.h"
 
 #include <cstdint>
@@ -13,7 +14,7 @@ namespace quenmoor {
 // The exit status of the process. If several apply, the first of this order is used: interrupted,
 // gave up, unreadable, cancelled.
 inline constexpr int kExitFinished = 0;   // every file finished
-inline constexpr int kExitGaveUp = 1;     // ten failures of one file in a row
+inline constexpr int kExitGaveUp = 1;     // a file failed too often or for too long
 inline constexpr int kExitUsage = 2;      // wrong command line; nothing was sent
 inline constexpr int kExitCancelled = 3;  // a file was cancelled because the server holds a copy
 inline constexpr int kExitUnreadable = 4; // a file cannot be read, or became shorter
@@ -32,6 +33,8 @@ struct PutOptions {
     ExistingPolicy existing = ExistingPolicy::Ask;
     OutputMode output = OutputMode::Human;
     Congestion congestion = kBuiltInCongestion;
+    RetryPolicy retry;
+    bool dryRun = false;  // list the files, send nothing
     bool verbose = false; // diagnostics also on standard error
 };
 
@@ -42,7 +45,8 @@ struct EarlyExit {
     std::string text;
 };
 
-// Parses the command line. Prints nothing.
+// Parses the command line and reads the tokens and the list of files that it names. Prints nothing.
+// The text of an error has no control characters.
 std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv);
 
 } // namespace quenmoor

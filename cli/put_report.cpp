@@ -48,6 +48,9 @@ std::string unreadableText(const std::string& why)
 
 std::string summaryText(const RunOutcome& outcome)
 {
+    if (outcome.dryRun)
+        return fmt::format("{} to send, {}; {} unreadable; nothing was sent", outcome.untried,
+                           formatSize(outcome.untriedSize), outcome.unreadable);
     std::string text = fmt::format("{} finished", outcome.finished);
     const auto add = [&text](std::size_t count, const char* state) {
         if (count > 0)
@@ -55,7 +58,9 @@ std::string summaryText(const RunOutcome& outcome)
     };
     add(outcome.cancelled, "cancelled");
     add(outcome.unreadable, "unreadable");
+    add(outcome.gaveUp, "given up");
     add(outcome.unfinished, "not finished");
+    add(outcome.untried, "not tried");
     if (outcome.interrupted)
         text += ", interrupted";
     return text + fmt::format("; {} sent", formatSize(outcome.sentBytes));

@@ -52,7 +52,8 @@ private:
 
 bool drawsOnTerminal(const PutOptions& options)
 {
-    return options.output == OutputMode::Human && !options.verbose && isatty(STDOUT_FILENO) != 0;
+    return options.output == OutputMode::Human && !options.verbose && !options.dryRun &&
+           isatty(STDOUT_FILENO) != 0;
 }
 
 bool asksOnTerminal(const PutOptions& options)
@@ -83,7 +84,7 @@ public:
           view_(
               queueSources(), *report_, [this](const Alert& alert) { return answer(alert); },
               [this] { signals_.wake(); }),
-          engine_(queues_, link, view_, clock)
+          engine_(queues_, link, view_, clock, options.retry)
     {
     }
 
@@ -110,7 +111,6 @@ std::vector<Source> PutRun::queueSources()
 {
     std::vector<std::string> why;
     std::vector<Source> sources = listSources(options_, why);
-    std::size_t rows = 0;
     for (std::size_t i = 0; i < sources.size(); ++i) {
         Source& source = sources[i];
         if (source.state == SourceState::Queued) {
@@ -125,7 +125,6 @@ std::vector<Source> PutRun::queueSources()
             continue;
         }
         source.size = queues_.fileQueue().front().size;
-        source.row = rows++;
         queues_.acceptToken(source.token);
         report_->queued(source);
     }
@@ -146,14 +145,15 @@ int PutRun::run(const OnInterrupt& onInterrupt)
 {
     int signal = 0;
     bool ended = true;
-    if (queues_.uploadCount() > 0) {
+    if (queues_.uploadCount() > 0 && !options_.dryRun) {
         engine_.initiateUpload();
         signal = signals_.read();
         if (signal != 0)
             onInterrupt(kExitSignal + signal);
         ended = endUploadThread(signal);
     }
-    const RunOutcome outcome = outcomeOf(view_.sources(), signal);
+    RunOutcome outcome = outcomeOf(view_.sources(), signal);
+    outcome.dryRun = options_.dryRun;
     report_->summary(outcome);
     if (!ended) {
         // The upload thread uses objects that the destructors would destroy.

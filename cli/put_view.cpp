@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 namespace quenmoor {
 namespace {
 
@@ -13,8 +11,10 @@ SourceState stateAfter(const AttemptEvent& event, const Source& source)
     case AttemptEventKind::Finished: return SourceState::Finished;
     case AttemptEventKind::Cancelled: return SourceState::Cancelled;
     case AttemptEventKind::GaveUp:
-        return whyUnreadable(source.path, source.size) ? SourceState::Unreadable
-                                                       : SourceState::GaveUp;
+        // The reason decides: a file that the server refused may have been deleted since then.
+        return event.step == AttemptStep::Send && whyUnreadable(source.path, source.size)
+                   ? SourceState::Unreadable
+                   : SourceState::GaveUp;
     case AttemptEventKind::Started:
     case AttemptEventKind::StepChanged:
     case AttemptEventKind::Progress:
@@ -39,6 +39,10 @@ PutView::PutView(std::vector<Source> sources, PutReport& report, AskAboutCopy as
                  std::function<void()> onEnd)
     : report_(report), ask_(std::move(ask)), onEnd_(std::move(onEnd)), sources_(std::move(sources))
 {
+    for (std::size_t i = 0; i < sources_.size(); ++i) {
+        if (sources_[i].state == SourceState::Queued)
+            queued_.push_back(i);
+    }
 }
 
 std::vector<Source> PutView::sources() const
@@ -52,37 +56,29 @@ void PutView::attemptChanged(const AttemptEvent& event)
     if (closed_)
         return;
     current_ = update(event);
-    report_.attemptChanged(current_, event);
     if (current_.state == SourceState::Unreadable)
         report_.unreadable(
             current_,
             whyUnreadable(current_.path, current_.size).value_or("it changed while it was sent"));
-    const bool ended =
-        current_.state == SourceState::Finished || current_.state == SourceState::Cancelled;
-    if (ended && !anyQueued())
+    else
+        report_.attemptChanged(current_, event);
+    // Files end in the order of their rows.
+    if (current_.state != SourceState::Queued && event.row + 1 == queued_.size())
         onEnd_();
 }
 
 Source PutView::update(const AttemptEvent& event)
 {
     const std::lock_guard lock(sourcesMutex_);
-    const auto source = std::find_if(sources_.begin(), sources_.end(),
-                                     [&event](const Source& s) { return s.row == event.row; });
-    if (source == sources_.end())
+    if (event.row >= queued_.size())
         return {};
+    Source* const source = &sources_[queued_[event.row]];
     source->state = stateAfter(event, *source);
     source->attempt = event.attempt;
     source->sentBytes = event.sentBytes;
     if (const std::int32_t percent = statusPercent(event); percent >= 0)
         source->percent = percent;
     return *source;
-}
-
-bool PutView::anyQueued() const
-{
-    const std::lock_guard lock(sourcesMutex_);
-    return std::any_of(sources_.begin(), sources_.end(),
-                       [](const Source& s) { return s.state == SourceState::Queued; });
 }
 
 std::optional<std::int32_t> PutView::runModal(const Alert& alert)

@@ -16,8 +16,8 @@ namespace quenmoor {
 
 class PutView : public UploadView {
 public:
-    // The upload thread calls `onEnd` once, when no file is left to send or one was given up.
-    // `report` outlives the view.
+    // The upload thread calls `onEnd` when no file is left to send, or when the engine ends the
+    // program after giving one up. `report` outlives the view.
     PutView(std::vector<Source> sources, PutReport& report, AskAboutCopy ask,
             std::function<void()> onEnd);
 
@@ -37,12 +37,12 @@ public:
 private:
     // Applies `event` to the source of its row and returns the result.
     Source update(const AttemptEvent& event);
-    bool anyQueued() const;
 
     // Set once at construction.
     PutReport& report_;
     const AskAboutCopy ask_;
     const std::function<void()> onEnd_;
+    std::vector<std::size_t> queued_; // the positions in sources_ of the rows of the status table
 
     Source current_; // upload and monitor threads, which call one at a time
 

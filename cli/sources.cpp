@@ -37,6 +37,7 @@ std::vector<Source> listSources(const PutOptions& options, std::vector<std::stri
     for (std::size_t i = 0; i < options.files.size(); ++i) {
         std::error_code failed;
         Source source;
+        source.row = i;
         source.name = options.files[i];
         source.path = std::filesystem::absolute(source.name, failed);
         source.token = options.tokens[i];
@@ -81,8 +82,15 @@ RunOutcome outcomeOf(const std::vector<Source>& sources, int signal)
             break;
         case SourceState::Cancelled: ++outcome.cancelled; break;
         case SourceState::Unreadable: ++outcome.unreadable; break;
+        case SourceState::GaveUp: ++outcome.gaveUp; break;
         case SourceState::Queued:
-        case SourceState::GaveUp: ++outcome.unfinished; break;
+            if (source.attempt > 0) {
+                ++outcome.unfinished;
+                break;
+            }
+            ++outcome.untried;
+            outcome.untriedSize += source.size;
+            break;
         }
     }
     return outcome;

@@ -16,20 +16,20 @@ enum class SourceState : std::uint8_t {
     Queued,     // waiting, or being sent
     Finished,   // the server holds the file
     Cancelled,  // the copy on the server was left unchanged
-    GaveUp,     // failed ten times in a row
+    GaveUp,     // failed too often or for too long
 };
 
 // One FILE of the command line.
 struct Source {
+    std::size_t row = 0;        // position among the files of the command line, from 0
     std::string name;           // as given, byte for byte
     std::filesystem::path path; // absolute
     std::string token;
     SourceState state = SourceState::Queued;
-    std::int64_t size = 0;          // bytes, when it was queued
-    std::optional<std::size_t> row; // of the status table, once it is queued
-    std::int32_t percent = 0;       // in that row
-    std::int32_t attempt = 0;       // the latest one, counted from 1; 0 before the first
-    std::int64_t sentBytes = 0;     // accepted by the link, in all attempts
+    std::int64_t size = 0;      // bytes, when it was queued; 0 if it never was
+    std::int32_t percent = 0;   // in its row of the status table
+    std::int32_t attempt = 0;   // the latest one, counted from 1; 0 before the first
+    std::int64_t sentBytes = 0; // accepted by the link, in all attempts
 };
 
 // One source for each file of `options`. Those that cannot be read are marked, and `why` gets the
@@ -43,11 +43,15 @@ std::optional<std::string> whyUnreadable(const std::filesystem::path& path, std:
 struct RunOutcome {
     int status = kExitFinished; // exit status of the process
     bool interrupted = false;
+    bool dryRun = false;
     std::size_t finished = 0;
     std::size_t cancelled = 0;
     std::size_t unreadable = 0;
-    std::size_t unfinished = 0;
-    std::int64_t sentBytes = 0; // of the finished files
+    std::size_t gaveUp = 0;
+    std::size_t unfinished = 0;   // the file that was being sent when the run ended
+    std::size_t untried = 0;      // no attempt was made
+    std::int64_t untriedSize = 0; // of those, in bytes
+    std::int64_t sentBytes = 0;   // of the finished files
 };
 
 // `signal` is the number of the signal that interrupted the run, or 0.

@@ -8,7 +8,11 @@ _quenmoor_put() {
       _known_hosts_real -- "$cur"
       return
       ;;
-    --token)
+    --token | --retries | --give-up-after)
+      return
+      ;;
+    --token-file | --files-from)
+      _filedir
       return
       ;;
     --existing)
@@ -21,8 +25,9 @@ _quenmoor_put() {
       ;;
   esac
   if [[ $cur == -* ]]; then
-    mapfile -t COMPREPLY < <(compgen -W '--host --token --existing --congestion --json --quiet
-      --verbose --version --help' -- "$cur")
+    mapfile -t COMPREPLY < <(compgen -W '--host --token --token-file --files-from --null --dry-run
+      --existing --congestion --retries --give-up-after --keep-going --json --quiet --verbose
+      --version --help' -- "$cur")
     return
   fi
   _filedir

@@ -2,6 +2,13 @@
 # scripts/check-packages compares this file with the help text.
 complete -c quenmoor-put -l host -x -a '(__fish_print_hostnames)' -d 'Transfer server'
 complete -c quenmoor-put -l token -x -d 'Upload token, once for each file'
+complete -c quenmoor-put -l token-file -r -d 'File of tokens, one a line'
+complete -c quenmoor-put -l files-from -r -d 'File of tokens and paths'
+complete -c quenmoor-put -s 0 -l null -d 'Pairs end with a NUL byte'
+complete -c quenmoor-put -l dry-run -d 'List the files and send nothing'
+complete -c quenmoor-put -l retries -x -d 'Further attempts before giving up'
+complete -c quenmoor-put -l give-up-after -x -d 'Time since the first attempt'
+complete -c quenmoor-put -l keep-going -d 'Go on with the next file'
 complete -c quenmoor-put -l existing -x -a 'ask resume overwrite cancel' -d 'Answer when the server holds a copy'
 complete -c quenmoor-put -l congestion -x -a 'library paced' -d 'Congestion control'
 complete -c quenmoor-put -l json -d 'Write one JSON object per line'

@@ -32,15 +32,64 @@ TEST(PutOptionsTest, readsTheOptionsAndHasDefaults)
     const auto omitted = std::get<PutOptions>(parse({"--token", "t", "a.mov"}));
     EXPECT_EQ(omitted.port, 65000);
     EXPECT_EQ(omitted.existing, ExistingPolicy::Ask);
+    EXPECT_EQ(omitted.retry.attempts, 10U);
+
+    const std::pair<const char*, int> times[]{{"90", 90}, {"90s", 90}, {"30m", 1800}, {"2h", 7200}};
+    for (const auto& [text, seconds] : times) {
+        const auto retry =
+            std::get<PutOptions>(parse({"--token", "t", "--retries", "0", "--give-up-after", text,
+                                        "--keep-going", "a"}))
+                .retry;
+        EXPECT_EQ(retry.attempts, 1U);
+        EXPECT_EQ(retry.timeLimit, std::chrono::seconds(seconds));
+        EXPECT_TRUE(retry.keepGoing);
+    }
+}
+
+TEST(PutOptionsTest, readsTokensAndFilesFromOtherSourcesByteForByte)
+{
+    using Texts = std::vector<std::string>;
+    const TempFolder folder;
+    const std::string list = folder.file("list", "\xEF\xBB\xBFt1\ta\tb \r\n\n[2]\t[x\xE9]");
+    const std::string records = folder.file("nulls", std::string("t1\ta\n\0t2\tb\r\0", 13));
+    const std::string tokens = folder.file("tokens", "t1\r\n[t2]\n");
+
+    auto options = std::get<PutOptions>(parse({"--files-from", list.c_str()}));
+    EXPECT_EQ(options.files, (Texts{"a\tb ", "[x\xE9]"}));
+    EXPECT_EQ(options.tokens, (Texts{"t1", "[2]"}));
+    options = std::get<PutOptions>(parse({"-0", "--files-from", records.c_str()}));
+    EXPECT_EQ(options.files, (Texts{"a\n", "b\r"}));
+    options = std::get<PutOptions>(parse({"--token-file", tokens.c_str(), "a", "b"}));
+    EXPECT_EQ(options.tokens, (Texts{"t1", "[t2]"}));
+    setenv("QUENMOOR_TOKENS", "v1\nv2", 1);
+    options = std::get<PutOptions>(parse({"a", "b"}));
+    EXPECT_EQ(options.tokens, (Texts{"v1", "v2"}));
+    EXPECT_TRUE(std::holds_alternative<EarlyExit>(parse({"--token", "t", "a"}))); // two sources
+    unsetenv("QUENMOOR_TOKENS");
 }
 
 TEST(PutOptionsTest, rejectsAWrongCommandLineWithItsReason)
 {
+    const TempFolder folder;
+    const std::string noTab = folder.file("no-tab", "t\ta\nb\n");
+    const std::string nul = folder.file("nul", std::string("t\ta\0", 4));
+    const std::string tooLong = folder.file("long", std::string(65537, 'x'));
     const char* const port = "no port from 1 to 65535";
     const std::pair<const char*, std::vector<const char*>> rows[]{
+        {"line 2: no tab between token and path", {"--files-from", noTab.c_str()}},
+        {"line 1: contains a NUL byte", {"--files-from", nul.c_str()}},
+        {"line 1: longer than 65536 bytes", {"--token-file", tooLong.c_str(), "a"}},
+        {"no-file: No such file", {"--token-file", "no-file", "a"}},
+        {"/: cannot be read", {"--token-file", "/", "a"}},
+        {"FILE arguments", {"--files-from", "/dev/null", "a"}},
+        {"more than one source", {"--files-from", "/dev/null", "--token", "t"}},
+        {"--retries: \"␛[1m\"", {"--retries", "\x1b[1m", "--token", "t", "a"}},
+        {"0 to 9999", {"--retries", "10000", "--token", "t", "a"}},
+        {"--give-up-after", {"--give-up-after", "0s", "--token", "t", "a"}},
+        {"--give-up-after", {"--give-up-after", "9999999h", "--token", "t", "a"}},
         {"1 token for 2 files", {"--token", "t", "a", "b"}},
         {"2 tokens for 1 file", {"--token", "t", "--token", "u", "a"}},
-        {"--token", {"a"}},
+        {"0 tokens for 1 file", {"a"}},
         {"FILE", {"--token", "t"}},
         {"a token must not be empty", {"--token", "", "a"}},
         {"--existing", {"--token", "t", "--existing", "maybe", "a"}},
@@ -143,7 +192,7 @@ TEST_F(PutRunTest, returnsOneAndRepeatsTheReasonWhenAFileIsGivenUp)
     expectOutput("{\"event\":\"failed\"");
     expectOutput("\"step\":\"refused\",\"message\":\"gave up after 10 attempts (refused): the "
                  "server refused the upload\"}");
-    expectOutput("0 finished, 2 not finished");
+    expectOutput("0 finished, 1 given up, 1 not tried");
 }
 
 TEST_F(PutRunTest, returnsFourForUnreadableFilesAndSendsTheOthersWithTheirOwnTokens)
@@ -168,6 +217,42 @@ TEST_F(PutRunTest, returnsFourWhenAFileBecameShorterDuringTheRun)
     link.plans.assign(11, {LinkFault::BreakAfter, 0});
     EXPECT_EQ(run(), kExitUnreadable);
     expectOutput("is 10 bytes long and was 100 when it was queued");
+}
+
+TEST_F(PutRunTest, keepsGoingAfterAFailureAndReportsEachFileOnceAtItsPosition)
+{
+    for (const char* const name : {"missing.mov", "refused.mov", "short.mov", "b.mov"})
+        add(name, 100);
+    std::filesystem::remove("missing.mov");
+    options.retry = {.attempts = 2, .keepGoing = true};
+    link.plans.assign(2, {LinkFault::Refuse});
+    link.plans.insert(link.plans.end(), 2, {LinkFault::BreakAfter, 0});
+    link.onSend = [] { std::filesystem::resize_file("short.mov", 10); };
+    EXPECT_EQ(run(), kExitGaveUp);
+    const std::string failed = "{\"event\":\"failed\",\"file\":\"";
+    expectOutput(failed + "missing.mov\",\"row\":0,\"total\":0,\"step\":\"open\"");
+    expectOutput(failed +
+                 "refused.mov\",\"row\":1,\"total\":100,\"attempt\":2,\"step\":\"refused\"");
+    expectOutput(failed + "short.mov\",\"row\":2,\"total\":100,\"attempt\":2,\"step\":\"open\"");
+    expectOutput("\"finished\",\"file\":\"b.mov\",\"row\":3");
+    expectOutput("1 finished, 2 unreadable, 1 given up; 100 B sent");
+    std::size_t failures = 0;
+    for (std::size_t at = out.find(failed); at != std::string::npos; at = out.find(failed, at + 1))
+        ++failures;
+    EXPECT_EQ(failures, 3U);
+}
+
+TEST_F(PutRunTest, listsTheFilesOfADryRunWithoutALink)
+{
+    options.output = OutputMode::Human;
+    options.dryRun = true;
+    add("a.mov", 2048);
+    EXPECT_EQ(run(), kExitFinished);
+    EXPECT_EQ(out, "a.mov: queued, 2.0 kB\n"
+                   "1 to send, 2.0 kB; 0 unreadable; nothing was sent\n");
+    options.files[0] = "missing.mov";
+    EXPECT_EQ(run(), kExitUnreadable);
+    EXPECT_TRUE(link.requests.empty());
 }
 
 TEST_F(PutRunTest, returnsTheNumberOfASignalPlus128)

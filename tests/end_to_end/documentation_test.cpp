@@ -84,6 +84,10 @@ TEST(Documentation, listsTheOptionsOfHelpEverywhere)
         Options options = optionsIn(helpOf(program));
         EXPECT_GT(options.size(), 6U);
         EXPECT_EQ(optionsIn(manualOf(name), kManualOption), options) << name;
+        const std::string folder = "packaging/completions/";
+        EXPECT_EQ(optionsIn(sourceFile(folder + name + ".bash")), options) << name;
+        EXPECT_EQ(optionsIn(sourceFile(folder + "_" + name)), options) << name;
+        EXPECT_EQ(optionsIn(sourceFile(folder + name + ".fish"), " -l ([a-z][a-z-]+)"), options);
         options.erase("help");
         options.erase("version");
         EXPECT_EQ(optionsIn(readmeOf(name)), options) << name;

@@ -84,7 +84,7 @@ TEST_F(PutProgram, resumesFromTheSizeOfARestartedService)
     const std::string output = client.output();
     EXPECT_EQ(output.find("\"event\":\"question\""), std::string::npos);
     const std::string label = "\"bytes\":";
-    const std::size_t sample = output.find(label, output.find("\"step\":"));
+    const std::size_t sample = output.find(label, output.find("Waiting (Error)"));
     ASSERT_NE(sample, std::string::npos);
     EXPECT_GE(std::stoll(output.substr(sample + label.size())), held);
 }
