@@ -73,6 +73,7 @@ void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event)
         object["percent"] = source.percent;
         object["bytes"] = event.total;
         object["mib_per_s"] = averageRate(event);
+        object["changed"] = event.sourceChanged;
         object["message"] = eventText(event);
         break;
     case AttemptEventKind::Cancelled:

@@ -24,7 +24,7 @@ const char* const kFooter = "Exit status:\n"
                             "  1    gave up: a file failed too often or for too long\n"
                             "  2    wrong command line; nothing was sent\n"
                             "  3    a file was cancelled because the server holds a copy\n"
-                            "  4    a file cannot be read, or became shorter while it was sent\n"
+                            "  4    a file cannot be read, or changed after it was queued\n"
                             "  129, 130, 143  interrupted by a signal: 128 plus its number\n"
                             "If several apply, the status is the first of 129 to 143, 1, 4 and 3.";
 
@@ -148,6 +148,8 @@ void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
                    "terminal and cancels without one")
         ->type_name("ask|resume|overwrite|cancel")
         ->transform(CLI::CheckedTransformer(existing).description(""));
+    app.add_flag("--allow-changed", options.allowChanged,
+                 "Count a file that changed after it was queued as finished");
     app.add_option("--congestion", options.congestion,
                    "Congestion control: that of the transport library, or paced by a model of the "
                    "path")

@@ -17,7 +17,7 @@ inline constexpr int kExitFinished = 0;   // every file finished
 inline constexpr int kExitGaveUp = 1;     // a file failed too often or for too long
 inline constexpr int kExitUsage = 2;      // wrong command line; nothing was sent
 inline constexpr int kExitCancelled = 3;  // a file was cancelled because the server holds a copy
-inline constexpr int kExitUnreadable = 4; // a file cannot be read, or became shorter
+inline constexpr int kExitUnreadable = 4; // a file cannot be read, or changed after it was queued
 inline constexpr int kExitSignal = 128;   // plus the number of the signal
 
 // What to do about an existing copy on the server. Ask requires a terminal and cancels without.
@@ -33,9 +33,10 @@ struct PutOptions {
     ExistingPolicy existing = ExistingPolicy::Ask;
     OutputMode output = OutputMode::Human;
     Congestion congestion = kBuiltInCongestion;
-    RetryPolicy retry;
-    bool dryRun = false;  // list the files, send nothing
-    bool verbose = false; // diagnostics also on standard error
+    RetryPolicy retry{.giveUpLostSource = true};
+    bool allowChanged = false; // a file that changes after it was queued counts as finished
+    bool dryRun = false;       // list the files, send nothing
+    bool verbose = false;      // diagnostics also on standard error
 };
 
 // A command line that ends the program: what to print, on standard output if the status is

@@ -12,6 +12,16 @@ double secondsOf(const AttemptEvent& event)
     return std::chrono::duration<double>(event.elapsed).count();
 }
 
+std::string finishedText(const AttemptEvent& event)
+{
+    return fmt::format(
+        "finished, {}{} in {:.1f} s, {:.1f} MB/s{}", formatSize(event.total),
+        event.sentBytes == event.total ? ""
+                                       : fmt::format(" ({} sent)", formatSize(event.sentBytes)),
+        secondsOf(event), averageRate(event),
+        event.sourceChanged ? "; warning: the file changed after it was queued" : "");
+}
+
 } // namespace
 
 double averageRate(const AttemptEvent& finished)
@@ -27,11 +37,10 @@ std::string eventText(const AttemptEvent& event)
         return fmt::format("attempt {} failed ({}): {}", event.attempt, stepName(event.step),
                            event.reason);
     case AttemptEventKind::GaveUp:
-        return fmt::format("gave up after {} attempts ({}): {}", event.attempt,
-                           stepName(event.step), event.reason);
-    case AttemptEventKind::Finished:
-        return fmt::format("finished, {} in {:.1f} s, {:.1f} MB/s", formatSize(event.total),
-                           secondsOf(event), averageRate(event));
+        return fmt::format("gave up after {} {} ({}): {}", event.attempt,
+                           event.attempt == 1 ? "attempt" : "attempts", stepName(event.step),
+                           event.reason);
+    case AttemptEventKind::Finished: return finishedText(event);
     case AttemptEventKind::Cancelled: return "cancelled: the copy on the server was left unchanged";
     case AttemptEventKind::StepChanged: return std::string(phaseName(event.step));
     case AttemptEventKind::Started:
@@ -56,6 +65,7 @@ std::string summaryText(const RunOutcome& outcome)
         if (count > 0)
             text += fmt::format(", {} {}", count, state);
     };
+    add(outcome.changed, "changed");
     add(outcome.cancelled, "cancelled");
     add(outcome.unreadable, "unreadable");
     add(outcome.gaveUp, "given up");
@@ -63,7 +73,10 @@ std::string summaryText(const RunOutcome& outcome)
     add(outcome.untried, "not tried");
     if (outcome.interrupted)
         text += ", interrupted";
-    return text + fmt::format("; {} sent", formatSize(outcome.sentBytes));
+    text += fmt::format("; {} sent", formatSize(outcome.sentBytes));
+    if (outcome.resumedBytes > 0)
+        text += fmt::format(", {} already on the server", formatSize(outcome.resumedBytes));
+    return text;
 }
 
 std::string formatSize(std::int64_t bytes)

@@ -37,13 +37,14 @@ public:
 // Of the whole file, all attempts and the waits between them included. MiB/s.
 double averageRate(const AttemptEvent& finished);
 
-// "finished, 1.2 GB in 10.1 s, 121.7 MB/s"; "attempt 2 failed (rendezvous): ...";
+// "finished, 1.2 GB in 10.1 s, 121.7 MB/s", with "(0.8 GB sent)" after a size that differs from
+// what was sent, and with a warning if the file changed; "attempt 2 failed (rendezvous): ...";
 // "gave up after 10 attempts (rendezvous): ..."; "cancelled: ...". For other events statusText().
 std::string eventText(const AttemptEvent& event);
 
 std::string unreadableText(const std::string& why);
 
-// "2 finished, 1 cancelled; 1.2 GB sent"
+// "2 finished, 1 cancelled; 1.2 GB sent, 0.4 GB already on the server"
 std::string summaryText(const RunOutcome& outcome);
 
 // "1.2 GB"; 1 MB is 1048576 bytes here, as in the status texts.

@@ -83,7 +83,7 @@ public:
           clock_(clock),
           view_(
               queueSources(), *report_, [this](const Alert& alert) { return answer(alert); },
-              [this] { signals_.wake(); }),
+              [this] { signals_.wake(); }, options.allowChanged),
           engine_(queues_, link, view_, clock, options.retry)
     {
     }

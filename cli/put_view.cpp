@@ -2,27 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace quenmoor {
 namespace {
-
-SourceState stateAfter(const AttemptEvent& event, const Source& source)
-{
-    switch (event.kind) {
-    case AttemptEventKind::Finished: return SourceState::Finished;
-    case AttemptEventKind::Cancelled: return SourceState::Cancelled;
-    case AttemptEventKind::GaveUp:
-        // The reason decides: a file that the server refused may have been deleted since then.
-        return event.step == AttemptStep::Send && whyUnreadable(source.path, source.size)
-                   ? SourceState::Unreadable
-                   : SourceState::GaveUp;
-    case AttemptEventKind::Started:
-    case AttemptEventKind::StepChanged:
-    case AttemptEventKind::Progress:
-    case AttemptEventKind::Failed:
-    case AttemptEventKind::Waiting: break;
-    }
-    return SourceState::Queued;
-}
 
 std::string answerText(const Alert& alert, const CopyAnswer& answer)
 {
@@ -36,8 +19,12 @@ std::string answerText(const Alert& alert, const CopyAnswer& answer)
 } // namespace
 
 PutView::PutView(std::vector<Source> sources, PutReport& report, AskAboutCopy ask,
-                 std::function<void()> onEnd)
-    : report_(report), ask_(std::move(ask)), onEnd_(std::move(onEnd)), sources_(std::move(sources))
+                 std::function<void()> onEnd, bool allowChanged)
+    : report_(report),
+      ask_(std::move(ask)),
+      onEnd_(std::move(onEnd)),
+      allowChanged_(allowChanged),
+      sources_(std::move(sources))
 {
     for (std::size_t i = 0; i < sources_.size(); ++i) {
         if (sources_[i].state == SourceState::Queued)
@@ -67,6 +54,27 @@ void PutView::attemptChanged(const AttemptEvent& event)
         onEnd_();
 }
 
+SourceState PutView::stateAfter(const AttemptEvent& event, const Source& source) const
+{
+    switch (event.kind) {
+    case AttemptEventKind::Finished:
+        return event.sourceChanged && !allowChanged_ ? SourceState::Changed : SourceState::Finished;
+    case AttemptEventKind::Cancelled: return SourceState::Cancelled;
+    case AttemptEventKind::GaveUp:
+        // The reason decides: a file that the server refused may have been deleted since then.
+        return event.sourceLost ||
+                       (event.step == AttemptStep::Send && whyUnreadable(source.path, source.size))
+                   ? SourceState::Unreadable
+                   : SourceState::GaveUp;
+    case AttemptEventKind::Started:
+    case AttemptEventKind::StepChanged:
+    case AttemptEventKind::Progress:
+    case AttemptEventKind::Failed:
+    case AttemptEventKind::Waiting: break;
+    }
+    return SourceState::Queued;
+}
+
 Source PutView::update(const AttemptEvent& event)
 {
     const std::lock_guard lock(sourcesMutex_);
@@ -76,6 +84,8 @@ Source PutView::update(const AttemptEvent& event)
     source->state = stateAfter(event, *source);
     source->attempt = event.attempt;
     source->sentBytes = event.sentBytes;
+    if (event.step == AttemptStep::Send && event.sentBytes == 0)
+        source->resumedBytes = std::min(event.bytes, event.total);
     if (const std::int32_t percent = statusPercent(event); percent >= 0)
         source->percent = percent;
     return *source;

@@ -17,9 +17,10 @@ namespace quenmoor {
 class PutView : public UploadView {
 public:
     // The upload thread calls `onEnd` when no file is left to send, or when the engine ends the
-    // program after giving one up. `report` outlives the view.
+    // program after giving one up. With `allowChanged` a source that changed counts as finished.
+    // `report` outlives the view.
     PutView(std::vector<Source> sources, PutReport& report, AskAboutCopy ask,
-            std::function<void()> onEnd);
+            std::function<void()> onEnd, bool allowChanged = false);
 
     // Any thread. Later calls of the engine have no effect.
     void close() { closed_ = true; }
@@ -35,6 +36,7 @@ public:
     void attemptChanged(const AttemptEvent& event) override;
 
 private:
+    SourceState stateAfter(const AttemptEvent& event, const Source& source) const;
     // Applies `event` to the source of its row and returns the result.
     Source update(const AttemptEvent& event);
 
@@ -42,6 +44,7 @@ private:
     PutReport& report_;
     const AskAboutCopy ask_;
     const std::function<void()> onEnd_;
+    const bool allowChanged_;
     std::vector<std::size_t> queued_; // the positions in sources_ of the rows of the status table
 
     Source current_; // upload and monitor threads, which call one at a time

@@ -1,11 +1,7 @@
 #include "cli/sources.h"
 
-#include <fcntl.h>
-#include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "engine/source_file.h"
 
-#include <cerrno>
 #include <system_error>
 
 namespace quenmoor {
@@ -24,7 +20,7 @@ int exitStatus(const std::vector<Source>& sources, int signal)
         return kExitSignal + signal;
     if (any(SourceState::GaveUp))
         return kExitGaveUp;
-    if (any(SourceState::Unreadable))
+    if (any(SourceState::Unreadable) || any(SourceState::Changed))
         return kExitUnreadable;
     return any(SourceState::Cancelled) ? kExitCancelled : kExitFinished;
 }
@@ -51,22 +47,8 @@ std::vector<Source> listSources(const PutOptions& options, std::vector<std::stri
 
 std::optional<std::string> whyUnreadable(const std::filesystem::path& path, std::int64_t size)
 {
-    const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0)
-        return std::generic_category().message(errno);
-    struct stat attributes {};
-    const bool known = fstat(file, &attributes) == 0;
-    close(file);
-    if (!known)
-        return std::nullopt;
-    if (S_ISDIR(attributes.st_mode))
-        return "is a directory";
-    if (!S_ISREG(attributes.st_mode))
-        return "is not a plain file";
-    if (attributes.st_size < size)
-        return fmt::format("is {} bytes long and was {} when it was queued", attributes.st_size,
-                           size);
-    return std::nullopt;
+    const std::optional<SourceFault> fault = sourceFault(path, size);
+    return fault ? std::optional(fault->why) : std::nullopt;
 }
 
 RunOutcome outcomeOf(const std::vector<Source>& sources, int signal)
@@ -75,10 +57,12 @@ RunOutcome outcomeOf(const std::vector<Source>& sources, int signal)
     outcome.status = exitStatus(sources, signal);
     outcome.interrupted = signal != 0;
     for (const Source& source : sources) {
+        outcome.sentBytes += source.sentBytes;
         switch (source.state) {
         case SourceState::Finished:
-            ++outcome.finished;
-            outcome.sentBytes += source.sentBytes;
+        case SourceState::Changed:
+            ++(source.state == SourceState::Finished ? outcome.finished : outcome.changed);
+            outcome.resumedBytes += source.resumedBytes;
             break;
         case SourceState::Cancelled: ++outcome.cancelled; break;
         case SourceState::Unreadable: ++outcome.unreadable; break;

@@ -15,6 +15,7 @@ enum class SourceState : std::uint8_t {
     Unreadable, // when the run began, or since then
     Queued,     // waiting, or being sent
     Finished,   // the server holds the file
+    Changed,    // the server holds the file, which changed after it was queued
     Cancelled,  // the copy on the server was left unchanged
     GaveUp,     // failed too often or for too long
 };
@@ -26,10 +27,11 @@ struct Source {
     std::filesystem::path path; // absolute
     std::string token;
     SourceState state = SourceState::Queued;
-    std::int64_t size = 0;      // bytes, when it was queued; 0 if it never was
-    std::int32_t percent = 0;   // in its row of the status table
-    std::int32_t attempt = 0;   // the latest one, counted from 1; 0 before the first
-    std::int64_t sentBytes = 0; // accepted by the link, in all attempts
+    std::int64_t size = 0;         // bytes, when it was queued; 0 if it never was
+    std::int32_t percent = 0;      // in its row of the status table
+    std::int32_t attempt = 0;      // the latest one, counted from 1; 0 before the first
+    std::int64_t sentBytes = 0;    // accepted by the link, in all attempts
+    std::int64_t resumedBytes = 0; // held by the server before the first attempt
 };
 
 // One source for each file of `options`. Those that cannot be read are marked, and `why` gets the
@@ -45,13 +47,15 @@ struct RunOutcome {
     bool interrupted = false;
     bool dryRun = false;
     std::size_t finished = 0;
+    std::size_t changed = 0;
     std::size_t cancelled = 0;
     std::size_t unreadable = 0;
     std::size_t gaveUp = 0;
-    std::size_t unfinished = 0;   // the file that was being sent when the run ended
-    std::size_t untried = 0;      // no attempt was made
-    std::int64_t untriedSize = 0; // of those, in bytes
-    std::int64_t sentBytes = 0;   // of the finished files
+    std::size_t unfinished = 0;    // the file that was being sent when the run ended
+    std::size_t untried = 0;       // no attempt was made
+    std::int64_t untriedSize = 0;  // of those, in bytes
+    std::int64_t sentBytes = 0;    // accepted by the link for all files, in all attempts
+    std::int64_t resumedBytes = 0; // of the finished and changed files, held by the server before
 };
 
 // `signal` is the number of the signal that interrupted the run, or 0.

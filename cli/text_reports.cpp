@@ -104,6 +104,8 @@ void TerminalReport::unreadable(const Source& source, const std::string& why)
 
 void TerminalReport::attemptChanged(const Source& source, const AttemptEvent& event)
 {
+    if (event.sourceLost)
+        return; // the line about the unreadable file follows
     switch (event.kind) {
     case AttemptEventKind::StepChanged: break;
     case AttemptEventKind::Started:
@@ -162,6 +164,8 @@ void PlainReport::unreadable(const Source& source, const std::string& why)
 
 void PlainReport::attemptChanged(const Source& source, const AttemptEvent& event)
 {
+    if (event.sourceLost)
+        return; // the line about the unreadable file follows
     if (event.kind == AttemptEventKind::StepChanged || skipAndRemember(event, source.percent))
         return;
     const bool underWay = event.kind == AttemptEventKind::Started ||
@@ -208,7 +212,8 @@ void QuietReport::unreadable(const Source& source, const std::string& why)
 
 void QuietReport::attemptChanged(const Source& source, const AttemptEvent& event)
 {
-    if (event.kind == AttemptEventKind::GaveUp || event.kind == AttemptEventKind::Cancelled)
+    if (event.kind == AttemptEventKind::GaveUp || event.kind == AttemptEventKind::Cancelled ||
+        source.state == SourceState::Changed)
         writeLine(source, eventText(event));
 }
 

@@ -60,7 +60,7 @@ private:
     std::int32_t nextPercent_ = 0; // the next progress that gets a line
 };
 
-// Writes nothing but failed and cancelled files.
+// Writes nothing but failed, changed and cancelled files.
 class QuietReport : public PutReport {
 public:
     // `out` is not owned.

@@ -15,6 +15,7 @@ constexpr double kMostSeconds = 1e9; // an estimate beyond 30 years has no meani
 std::string_view stepName(AttemptStep step)
 {
     switch (step) {
+    case AttemptStep::Open: return "open";
     case AttemptStep::Announce: return "announce";
     case AttemptStep::Rendezvous: return "rendezvous";
     case AttemptStep::Response: return "response";
@@ -30,6 +31,7 @@ std::string_view stepName(AttemptStep step)
 std::string_view phaseName(AttemptStep step)
 {
     switch (step) {
+    case AttemptStep::Open:
     case AttemptStep::Announce:
     case AttemptStep::Rendezvous: return "connecting";
     case AttemptStep::Send: return "sending";

@@ -25,6 +25,7 @@ enum class AttemptStep : std::uint8_t {
     Send,       // send the file
     Drain,      // wait until the server has acknowledged every packet
     Finish,     // receive the size that the server holds
+    Open,       // only failed: the file is gone, see RetryPolicy::giveUpLostSource
 };
 
 enum class AttemptEventKind : std::uint8_t {
@@ -53,6 +54,7 @@ struct AttemptEvent {
     // True if the size or the modification time of the file differs from when it was queued, or if
     // the file is gone.
     bool sourceChanged = false;
+    bool sourceLost = false; // of Failed and GaveUp: see RetryPolicy::giveUpLostSource
     std::string reason = {}; // of Failed and GaveUp: why, in words, without a final full stop
 };
 

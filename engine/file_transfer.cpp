@@ -4,9 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
-#include <system_error>
 
 namespace quenmoor {
 namespace {
@@ -37,18 +36,14 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
         return 0;
     attempt_.bytes = offset;
     enterStep(AttemptStep::Send);
-    // A file that cannot be opened yields empty reads.
-    std::ifstream file(head->file.path(), std::ios::in | std::ios::binary);
-    if (!file.is_open())
-        attempt_.reason = "the file cannot be opened: " + std::generic_category().message(errno);
-    file.seekg(offset);
+    SourceFile file(head->file.path());
     SendResult result{};
     {
         ProgressMonitor monitor(clock_, offset,
                                 [this, &head, start = attempt_](const auto& sample) {
                                     onSample(sample, start, *head);
                                 });
-        result = sendData(file, monitor);
+        result = sendData(*head, file, monitor);
     }
     const std::int64_t sent = attempt_.bytes - offset;
     attempt_.sentBytes += sent;
@@ -72,53 +67,53 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
     return kUploadConfirmed;
 }
 
-UploadEngine::SendResult UploadEngine::sendData(std::ifstream& file, ProgressMonitor& monitor)
+UploadEngine::SendResult UploadEngine::sendData(const InfoContainer& head, SourceFile& file,
+                                                ProgressMonitor& monitor)
 {
     std::array<char, kBlockSize> buffer{};
     std::int64_t lastRead = clock_.nanoseconds(); // the latest time that a read yielded bytes
     while (attempt_.bytes < attempt_.total) {
-        file.read(buffer.data(), kBlockSize);
-        const std::int64_t bytesRead = file.gcount();
+        const auto bytesRead = static_cast<std::int64_t>(file.read(attempt_.bytes, buffer));
         // A file that grew since it was announced is sent up to its announced size.
         const std::int64_t offered = std::min(bytesRead, attempt_.total - attempt_.bytes);
         const std::int32_t accepted = link_.send(
             rendezvousSocket_, std::span(buffer.data(), static_cast<std::size_t>(offered)));
         if (accepted == kLinkError) {
             attempt_.reason = link_.failureReason();
-            logSendFailure(file, bytesRead);
+            logSendFailure(bytesRead);
             return SendResult::Stopped;
         }
-        attempt_.bytes += accepted;
+        attempt_.bytes += accepted; // an unsent remainder of the block is read again
         monitor.setBytesSent(attempt_.bytes);
-        if (file.eof())
-            file.clear();
-        if (accepted < bytesRead)
-            file.seekg(attempt_.bytes); // the unsent remainder is read again
         if (attempt_.bytes == attempt_.total)
             logSystem("Correct size sent.");
         if (bytesRead > 0)
             lastRead = clock_.nanoseconds();
-        else if (clock_.nanoseconds() - lastRead >= kEmptyReadLimit)
-            return sourceEnded();
+        else if (sourceLost(head) || clock_.nanoseconds() - lastRead >= kEmptyReadLimit)
+            return sourceEnded(file);
         if (bytesRead == 0 ? !clock_.sleepFor(kEmptyReadPause) : clock_.ending())
             return SendResult::Stopped;
     }
     return SendResult::Complete;
 }
 
-UploadEngine::SendResult UploadEngine::sourceEnded()
+UploadEngine::SendResult UploadEngine::sourceEnded(const SourceFile& file)
 {
+    if (!attempt_.sourceLost)
+        attempt_.reason = file.failure();
     if (attempt_.reason.empty())
         attempt_.reason =
             fmt::format("the file ends after {} of {} bytes", attempt_.bytes, attempt_.total);
     return SendResult::SourceEnded;
 }
 
-void UploadEngine::logSendFailure(std::ifstream& file, std::int64_t bytesRead)
+// The position is that after the read, or -1 if the read reached the end of the file.
+void UploadEngine::logSendFailure(std::int64_t bytesRead)
 {
+    const bool atEnd = bytesRead < static_cast<std::int64_t>(kBlockSize);
     logOutput("sendfile: " + link_.lastErrorMessage());
     logOutput(fmt::format("Last recorded progress: {} bytes read: {} position: {}", attempt_.bytes,
-                          bytesRead, static_cast<std::int64_t>(file.tellg())));
+                          bytesRead, atEnd ? -1 : attempt_.bytes + bytesRead));
 }
 
 void UploadEngine::onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start,
@@ -185,7 +180,7 @@ bool UploadEngine::receiveFinished()
     return false;
 }
 
-void UploadEngine::closeAfterSuccess(std::ifstream& file)
+void UploadEngine::closeAfterSuccess(SourceFile& file)
 {
     // The library forgets a closed socket; the last known state is logged then.
     std::int32_t state = kStateUnknown;

@@ -22,6 +22,9 @@ struct RetryPolicy {
     std::optional<std::chrono::seconds> timeLimit = {};
     // Go on with the next file. Otherwise the final alert is shown and the program ends.
     bool keepGoing = false;
+    // Give up a file that is gone, shorter than announced or not a plain file without a retry, and
+    // go on with the next file. Otherwise such a file fails like any other.
+    bool giveUpLostSource = false;
 };
 
 // Used by the upload thread only.

@@ -35,6 +35,7 @@ UploadEngine::UploadEngine(UploadQueues& queues, TransferLink& link, UploadView&
       view_(view),
       clock_(clock),
       keepGoing_(policy.keepGoing),
+      giveUpLostSource_(policy.giveUpLostSource),
       schedule_(policy)
 {
 }
@@ -104,6 +105,10 @@ bool UploadEngine::runAttempt()
 UploadEngine::Outcome UploadEngine::attemptUpload(const InfoContainer& head)
 {
     beginAttempt(head);
+    if (sourceLost(head)) {
+        attempt_.step = AttemptStep::Open;
+        return outcomeOf(0);
+    }
     const std::string text = requestUpload(head);
     logSystem("{}", text);
     if (text.empty()) {
@@ -138,6 +143,18 @@ void UploadEngine::beginAttempt(const InfoContainer& head)
     if (attempt_.attempt == 1)
         startedAt_ = clock_.nanoseconds();
     report(AttemptEventKind::Started);
+}
+
+bool UploadEngine::sourceLost(const InfoContainer& head)
+{
+    if (!giveUpLostSource_)
+        return false;
+    const std::optional<SourceFault> fault = sourceFault(head.file.path(), head.size);
+    if (!fault || !fault->lasting)
+        return false;
+    attempt_.sourceLost = true;
+    attempt_.reason = "the file cannot be read: " + fault->why;
+    return true;
 }
 
 std::string UploadEngine::requestUpload(const InfoContainer& head)
@@ -225,7 +242,7 @@ void UploadEngine::finishFile()
 
 bool UploadEngine::waitForRetry()
 {
-    if (schedule_.exhausted(attempt_.elapsed))
+    if (attempt_.sourceLost || schedule_.exhausted(attempt_.elapsed))
         return giveUp();
     for (auto left = schedule_.delay(); left.count() > 0; left -= kCountdownTick) {
         attempt_.secondsLeft = left;
@@ -242,7 +259,7 @@ bool UploadEngine::giveUp()
     AttemptEvent event = attempt_;
     event.kind = AttemptEventKind::GaveUp;
     view_.attemptChanged(event);
-    if (keepGoing_) {
+    if (keepGoing_ || attempt_.sourceLost) {
         finishFile();
         return true;
     }

@@ -10,13 +10,13 @@
 #include "engine/existing_file.h"
 #include "engine/progress_monitor.h"
 #include "engine/retry_schedule.h"
+#include "engine/source_file.h"
 #include "engine/upload_view.h"
 #include "protocol/transfer_link.h"
 #include "queue/upload_queues.h"
 
 #include <atomic>
 #include <condition_variable>
-#include <fstream>
 #include <mutex>
 #include <thread>
 
@@ -72,6 +72,9 @@ private:
 
     void beginAttempt(const InfoContainer& head);
 
+    // Returns true, with the reason, if the policy gives up a lost source and `head` is one.
+    bool sourceLost(const InfoContainer& head);
+
     // Connects, sends the request and receives the response. Returns an empty string if a step
     // failed. Previous: beginAttempt(). Next: resolveExistingCopy() with the parsed response.
     std::string requestUpload(const InfoContainer& head);
@@ -103,15 +106,15 @@ private:
     enum class SendResult : std::uint8_t { Complete, Stopped, SourceEnded };
 
     // Sends from attempt_.bytes to attempt_.total. Stopped: the link failed, or the program is
-    // ending. SourceEnded: for ten seconds the file yielded nothing more.
-    SendResult sendData(std::ifstream& file, ProgressMonitor& monitor);
-    SendResult sourceEnded();
+    // ending. SourceEnded: for ten seconds the file yielded nothing more, or the source is lost.
+    SendResult sendData(const InfoContainer& head, SourceFile& file, ProgressMonitor& monitor);
+    SendResult sourceEnded(const SourceFile& file);
     // Returns false if the server acknowledged nothing for ten seconds, or the link is broken.
     bool waitForAcknowledgement();
     // Returns true if the server confirmed at least the bytes that were sent.
     bool receiveFinished();
-    void logSendFailure(std::ifstream& file, std::int64_t bytesRead);
-    void closeAfterSuccess(std::ifstream& file);
+    void logSendFailure(std::int64_t bytesRead);
+    void closeAfterSuccess(SourceFile& file);
     void closeSockets() { link_.closeSockets(rendezvousSocket_, connectSocket_); }
 
     // Changes the row to what the event shows, if it shows anything, and reports the event. Upload
@@ -129,6 +132,7 @@ private:
     UploadView& view_;
     Clock& clock_;
     const bool keepGoing_;
+    const bool giveUpLostSource_;
 
     // Upload thread only.
     RetrySchedule schedule_;

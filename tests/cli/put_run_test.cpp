@@ -6,6 +6,7 @@
 #include "tests/fakes/temp_folder.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <utility>
@@ -132,10 +133,12 @@ struct PutRunTest : testing::Test {
         options.tokens.push_back("t" + std::to_string(options.files.size()));
     }
 
-    int run()
+    int run() { return run(clock); }
+
+    int run(FakeClock& on)
     {
         testing::internal::CaptureStdout();
-        const int status = runPut(options, clock, link, [this](int left) { interrupted = left; });
+        const int status = runPut(options, on, link, [this](int left) { interrupted = left; });
         out = testing::internal::GetCapturedStdout();
         return status;
     }
@@ -210,13 +213,37 @@ TEST_F(PutRunTest, returnsFourForUnreadableFilesAndSendsTheOthersWithTheirOwnTok
     EXPECT_NE(link.requests[0].find("<token>t2</token>"), std::string::npos);
 }
 
-TEST_F(PutRunTest, returnsFourWhenAFileBecameShorterDuringTheRun)
+TEST_F(PutRunTest, returnsFourWhenAFileChangedDuringTheRunAndSendsTheOthers)
 {
-    add("a.mov", 100);
-    link.onSend = [] { std::filesystem::resize_file("a.mov", 10); };
-    link.plans.assign(11, {LinkFault::BreakAfter, 0});
-    EXPECT_EQ(run(), kExitUnreadable);
-    expectOutput("is 10 bytes long and was 100 when it was queued");
+    const std::filesystem::path path("a.mov");
+    const auto replace = [path] { return remove(path) && mkfifo(path.c_str(), 0600) == 0; };
+    const auto touch = [path] { return last_write_time(path, {}), true; };
+    const std::tuple<std::function<bool()>, LinkFault, int, std::string> rows[]{
+        {[path] { return resize_file(path, 10), true; }, LinkFault::None, kExitUnreadable,
+         "it is 10 bytes long and was 40000 when it was queued"},
+        {replace, LinkFault::BreakAfter, kExitUnreadable, "cannot be read: it is not a plain file"},
+        {[path] { return remove(path); }, LinkFault::None, kExitUnreadable, "\"changed\":true"},
+        {touch, LinkFault::None, kExitUnreadable, "1 finished, 1 changed; 39.1 kB sent"},
+        {touch, LinkFault::None, kExitFinished, "\"changed\":true"}};
+    for (const auto& [change, fault, status, text] : rows) {
+        SCOPED_TRACE(text);
+        options.files.clear();
+        options.tokens.clear();
+        options.allowChanged = status == kExitFinished;
+        remove(path);
+        add(path, 40000);
+        add("b.mov", 10);
+        link.copies.clear();
+        link.requests.clear();
+        link.plans = {{fault}};
+        link.onSend = [&change = change, done = false]() mutable { done = done || change(); };
+        FakeClock own;
+        EXPECT_EQ(run(own), status);
+        expectOutput(text);
+        EXPECT_LE(own.totalSleep().count(), 200); // at most one poll of the empty queue
+        EXPECT_EQ(link.requests.size(), 2U);
+        EXPECT_EQ(link.copies["b.mov"].size(), 10);
+    }
 }
 
 TEST_F(PutRunTest, keepsGoingAfterAFailureAndReportsEachFileOnceAtItsPosition)

@@ -1,6 +1,7 @@
 #include "engine/existing_file.h"
 #include "tests/engine/engine_fixture.h"
 
+#include <bit>
 #include <thread>
 
 namespace quenmoor {
@@ -237,6 +238,29 @@ TEST_F(UploadEngineTest, reportsEachStepAndWhetherTheSourceChanged)
     }
     EXPECT_EQ(steps, "rendezvous response confirm send drain finish ");
     EXPECT_EQ(changed, (Texts{"same", "changed", "changed", "changed", "same", "same"}));
+}
+
+TEST_F(UploadEngineTest, readsASourceAgainThatFailedForAWhile)
+{
+    const std::string content = queue("clip.mov", 100);
+    std::filesystem::remove(folder.path() / "clip.mov");
+    link.onSend = [&, calls = 0]() mutable {
+        if (++calls == 3)
+            folder.file("clip.mov", content);
+    };
+    run();
+    EXPECT_EQ(link.copies["clip.mov"].bytes, content);
+    EXPECT_EQ(link.requests.size(), 1U);
+
+    SourceFile memory("/proc/self/mem"); // reading an address that is not mapped fails
+    std::array<char, 10> bytes{};
+    EXPECT_EQ(memory.read(0, bytes), 0U);
+    EXPECT_EQ(memory.failure(), "the file cannot be read: Input/output error");
+    EXPECT_EQ(memory.read(static_cast<std::int64_t>(std::bit_cast<std::uintptr_t>(content.data())),
+                          bytes),
+              10U);
+    EXPECT_EQ(std::string(bytes.data(), 10), content.substr(0, 10));
+    EXPECT_EQ(memory.failure(), "");
 }
 
 TEST_F(UploadEngineTest, failsAfterTenSecondsOfEmptyReadsWithoutCountingThemAsProgress)
