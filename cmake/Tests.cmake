@@ -13,7 +13,9 @@ function(uploader_tests folder)
   endif()
   add_executable(${target} ${arg_SOURCES})
   target_link_libraries(${target} PRIVATE project_options ${arg_LIBRARIES} GTest::gtest_main)
-  set(properties TIMEOUT 120)
+  # Independent of the session that runs the tests: a window there must not receive their files.
+  set(properties TIMEOUT 120
+    ENVIRONMENT DBUS_SESSION_BUS_ADDRESS=disabled:)
   if(arg_RESOURCE)
     list(APPEND properties RESOURCE_LOCK ${arg_RESOURCE})
   endif()

@@ -3,7 +3,9 @@
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
 #include "ui/app_delegate.h"
+#include "ui/application_service.h"
 #include "ui/desktop.h"
+#include "ui/desktop_integration.h"
 #include "ui/page/web_service_page.h"
 #include "ui/startup_and_exit.h"
 #include "ui/view_controller.h"
@@ -20,8 +22,14 @@ int main(int argc, char** argv)
         return EXIT_FAILURE;
     if (handleInformationOptions(argc, argv))
         return EXIT_SUCCESS;
+    useRunningBusOnly();
+    const ActivationToken token = ActivationToken::ofThisProcess();
     QApplication application(argc, argv);
     setApplicationNames();
+    const std::vector<FileUrl> files = filesToOpen(argc, argv);
+    ApplicationService service;
+    if (service.start(files, token) == ApplicationService::Start::HandedOver)
+        return EXIT_SUCCESS;
 
     UploadQueues queues;
     QtMainThreadBridge bridge;
@@ -34,10 +42,12 @@ int main(int argc, char** argv)
     QtDesktop desktop;
     WebServicePage page(client->baseUrl, [&desktop](const QUrl& url) { desktop.openUrl(url); });
     ViewController controller({queues, engine, view, page, delegate, desktop}, *client);
+    const DesktopIntegration integration({controller, view, queues, service});
     const EndSignals endSignals;
     connectEnd(controller, delegate, view, bridge, endSignals);
+    QObject::connect(&delegate, &AppDelegate::willTerminate, &service, &ApplicationService::stop);
     controller.viewDidLoad();
     controller.window().show();
-    delegate.applicationOpenFiles(filesToOpen(argc, argv));
+    delegate.applicationOpenFiles(files);
     return endProcess(bridge, clock, engine, QApplication::exec());
 }

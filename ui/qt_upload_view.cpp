@@ -45,4 +45,9 @@ void QtUploadView::terminate()
     static_cast<void>(bridge_.runOnMainAndWait([this] { Q_EMIT terminationRequested(); }));
 }
 
+void QtUploadView::attemptChanged(const AttemptEvent& event)
+{
+    static_cast<void>(bridge_.runOnMainAndWait([this, &event] { Q_EMIT attemptReported(event); }));
+}
+
 } // namespace quenmoor

@@ -43,8 +43,7 @@ public:
     void setStatusBar(const std::string& filename, const std::string& rate) override;
     std::optional<std::int32_t> runModal(const Alert& alert) override;
     void terminate() override;
-    // Ignored: the window shows the status table, which has the same facts as text.
-    void attemptChanged(const AttemptEvent& /*event*/) override {}
+    void attemptChanged(const AttemptEvent& event) override;
 
 Q_SIGNALS:
     void progressGridChanged(std::optional<std::int32_t> percent);
@@ -54,6 +53,7 @@ Q_SIGNALS:
     void alertRaised(const quenmoor::Alert& alert,
                      const quenmoor::QtUploadView::AnswerCallback& answer);
     void terminationRequested();
+    void attemptReported(const quenmoor::AttemptEvent& event);
 
 private:
     MainThreadBridge& bridge_;

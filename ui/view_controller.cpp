@@ -146,11 +146,14 @@ void ViewController::tokenReceived(const PageSignal& signal)
         return;
     }
     const FileUrl file = deps_.queues.fileQueue().front().file;
+    const std::int64_t size = deps_.queues.fileQueue().front().size;
     std::optional<std::string> token;
     if (signal.token)
         token = signal.token->toStdString();
-    if (deps_.queues.acceptToken(std::move(token)))
+    if (deps_.queues.acceptToken(std::move(token))) {
         tableModel_.appendRow(file);
+        Q_EMIT fileAccepted(size);
+    }
     deps_.engine.initiateUpload();
     updateView();
 }

@@ -63,6 +63,8 @@ public:
 
 Q_SIGNALS:
     void terminationRequested();
+    // A file of `size` bytes has entered the upload queue.
+    void fileAccepted(qint64 size);
 
 private:
     void connectParts();

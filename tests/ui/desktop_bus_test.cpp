@@ -1,0 +1,274 @@
+// What the window does over D-Bus, on a real bus with stand-ins for the services of a desktop. The
+// second start is the real program.
+#include "bench/process.h"
+#include "engine/clock.h"
+#include "engine/upload_engine.h"
+#include "tests/fakes/fake_transfer_link.h"
+#include "tests/fakes/quiet_log.h"
+#include "tests/fakes/temp_folder.h"
+#include "ui/app_delegate.h"
+#include "ui/desktop.h"
+#include "ui/desktop_integration.h"
+#include "ui/view_controller.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+#include <algorithm>
+#include <csignal>
+
+namespace quenmoor {
+
+using namespace Qt::StringLiterals;
+
+// Login manager, desktop portal and notification service in one. Records the calls.
+class StandIns : public QDBusVirtualObject {
+    Q_OBJECT
+
+public:
+    QStringList absent; // functions that are answered with an error
+    QStringList calls;
+    QVariantList notice;         // the arguments of the latest Notify
+    std::vector<int> inhibitors; // reading ends of pipes, whose writing ends were given away
+
+    QString introspect(const QString& /*path*/) const override { return {}; }
+
+    bool handleMessage(const QDBusMessage& call, const QDBusConnection& bus) override
+    {
+        const QString service = call.interface().section(u'.', 2);
+        const QString function = service + u'.' + call.member();
+        if (service == u"Notifications")
+            notice = call.member() == u"Notify" ? call.arguments() : notice;
+        QStringList arguments;
+        for (const QVariant& argument : call.arguments())
+            arguments << argument.toString();
+        calls << (function + u' ' + arguments.join(u' ')).simplified();
+        return bus.send(absent.contains(function)
+                            ? call.createErrorReply(QDBusError::AccessDenied, {})
+                            : call.createReply(replyTo(function)));
+    }
+
+    int released() const
+    {
+        char byte = 0;
+        return static_cast<int>(
+            std::count_if(inhibitors.begin(), inhibitors.end(),
+                          [&byte](int end) { return read(end, &byte, 1) == 0; }));
+    }
+
+private:
+    QVariantList replyTo(const QString& function)
+    {
+        if (function == u"login1.Manager.Inhibit") {
+            std::array<int, 2> ends{};
+            if (pipe2(ends.data(), O_NONBLOCK | O_CLOEXEC) != 0)
+                return {};
+            inhibitors.push_back(ends[0]);
+            const QDBusUnixFileDescriptor lock(ends[1]);
+            close(ends[1]);
+            return {QVariant::fromValue(lock)};
+        }
+        if (function == u"portal.Inhibit.Inhibit")
+            return {QVariant::fromValue(QDBusObjectPath(u"/request"_s))};
+        if (function == u"Notifications.GetCapabilities")
+            return {QStringList{u"body-markup"_s, u"actions"_s}};
+        if (function == u"Notifications.Notify")
+            return {7U};
+        return {};
+    }
+};
+
+class PlainPage : public ServicePage {
+public:
+    QWidget* widget() override { return widget_; }
+    void load(const QUrl& /*url*/) override {}
+
+private:
+    QWidget* widget_ = new QWidget; // the window takes ownership
+};
+
+// A window that is not shown, so that it is not in front. The test plays the engine.
+struct HiddenWindow {
+    const TempFolder folder;
+    UploadQueues queues;
+    QtMainThreadBridge bridge;
+    SystemClock clock;
+    FakeTransferLink link;
+    QtUploadView view{bridge};
+    UploadEngine engine{queues, link, view, clock};
+    AppDelegate delegate;
+    QtDesktop desktop;
+    PlainPage page;
+    ViewController controller{{queues, engine, view, page, delegate, desktop}, {}};
+    ApplicationService service;
+    const DesktopIntegration integration{{controller, view, queues, service}};
+
+    void accept(const std::string& name)
+    {
+        queues.addFiles(std::array{FileUrl::fromPath(folder.file(name, "0123456789"))});
+        queues.acceptToken("t");
+        Q_EMIT controller.fileAccepted(10);
+    }
+    void report(AttemptEventKind kind, std::size_t row)
+    {
+        Q_EMIT view.attemptReported(
+            {.kind = kind, .row = row, .bytes = 5, .total = 10, .reason = "no <answer>"});
+    }
+};
+
+class DesktopBusTest : public QObject {
+    Q_OBJECT
+
+    const QString kLogin =
+        u"login1.Manager.Inhibit sleep Quenmoor Upload Files are being uploaded block"_s;
+
+    RecordingLog log_;
+    QProcess daemon_;
+    StandIns standIns_;
+    QDBusConnection bus_{QString()}; // of the stand-ins
+
+    // In any order: a reply that is under way delays what follows it.
+    bool awaitCalls(QStringList calls)
+    {
+        const bool complete =
+            QTest::qWaitFor([&] { return standIns_.calls.size() >= calls.size(); });
+        QStringList made = std::exchange(standIns_.calls, {});
+        std::sort(made.begin(), made.end());
+        std::sort(calls.begin(), calls.end());
+        return complete && made == calls;
+    }
+    void notificationSignal(const QString& name, const QString& text)
+    {
+        QDBusMessage signal = QDBusMessage::createSignal(u"/org/freedesktop/Notifications"_s,
+                                                         u"org.freedesktop.Notifications"_s, name);
+        bus_.send(signal << 7U << text);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        daemon_.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
+        QVERIFY(daemon_.waitForReadyRead());
+        const QByteArray address = daemon_.readLine().trimmed();
+        qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", address);
+        bus_ = QDBusConnection::connectToBus(QString::fromUtf8(address), u"desktop"_s);
+        QVERIFY(bus_.registerVirtualObject(u"/"_s, &standIns_, QDBusConnection::SubPath));
+        for (const QString& name : {u"login1"_s, u"portal.Desktop"_s, u"Notifications"_s})
+            QVERIFY(bus_.registerService(u"org.freedesktop."_s + name));
+    }
+    void cleanupTestCase()
+    {
+        daemon_.kill();
+        daemon_.waitForFinished();
+    }
+
+    void oneInhibitorLastsFromTheFirstFileToTheEndOfTheQueue()
+    {
+        const QString portal = u"portal.Inhibit.Inhibit 4"_s;
+        standIns_.absent << u"Notifications.GetCapabilities"_s;
+        int granted = 0;
+        for (const auto& [absent, asked, released] :
+             std::vector<std::tuple<QStringList, QStringList, QStringList>>{
+                 {{}, {kLogin}, {}},
+                 {{u"login1.Manager.Inhibit"_s}, {kLogin, portal}, {u"portal.Request.Close"_s}},
+                 {{u"portal.Inhibit.Inhibit"_s}, {kLogin, portal}, {}}}) {
+            standIns_.absent << absent;
+            for (const auto end : {AttemptEventKind::Finished, AttemptEventKind::Cancelled,
+                                   AttemptEventKind::GaveUp}) {
+                HiddenWindow with;
+                with.accept("a");
+                with.accept("b");
+                for (const auto kind : {AttemptEventKind::Started, AttemptEventKind::Failed,
+                                        AttemptEventKind::Waiting, AttemptEventKind::Finished})
+                    with.report(kind, 0);
+                QVERIFY(awaitCalls(asked));
+                const int held = asked.size() == 1 ? 1 : 0;
+                granted += held;
+                QCOMPARE(static_cast<int>(standIns_.inhibitors.size()), granted);
+                QCOMPARE(standIns_.released(), granted - held);
+                with.report(end, 1);
+                QVERIFY(awaitCalls(released + QStringList{u"Notifications.GetCapabilities"_s}));
+                QTRY_COMPARE(standIns_.released(), granted);
+            }
+        }
+        standIns_.absent.clear();
+    }
+
+    void theNotificationIsReplacedEscapedClickedAndWithdrawn()
+    {
+        HiddenWindow with;
+        with.accept("a<b>.mov");
+        with.accept("c.mov");
+        standIns_.calls.clear();
+        Q_EMIT with.view.alertRaised({"File Exists", "Same & <i>", {"Cancel", "Resume"}}, {});
+        QTRY_COMPARE(standIns_.notice.value(3).toString(), u"File Exists"_s);
+        QCOMPARE(standIns_.notice[4].toString(), u"a&lt;b&gt;.mov\nSame &amp; &lt;i&gt;"_s);
+        QCOMPARE(standIns_.notice[1].toUInt(), 0U);
+        with.report(AttemptEventKind::Finished, 0);
+        with.queues.removeUploadHead();
+        with.report(AttemptEventKind::Finished, 1);
+        QTRY_COMPARE(standIns_.notice[3].toString(), u"2 uploads finished"_s);
+        QCOMPARE(standIns_.notice[1].toUInt(), 7U);
+
+        standIns_.calls.clear();
+        notificationSignal(u"ActivationToken"_s, u"token"_s);
+        notificationSignal(u"ActionInvoked"_s, u"default"_s);
+        QTRY_VERIFY(with.controller.window().isActiveWindow());
+        QCOMPARE(qgetenv("XDG_ACTIVATION_TOKEN"), QByteArray("token"));
+        QVERIFY(awaitCalls({u"Notifications.CloseNotification 7"_s}));
+        for (const std::size_t row : {2U, 3U}) { // in front: no notification
+            with.accept("d.mov");
+            with.report(AttemptEventKind::GaveUp, row);
+            QVERIFY(awaitCalls({kLogin}));
+            QTRY_COMPARE(standIns_.released(), static_cast<int>(standIns_.inhibitors.size()));
+        }
+    }
+
+    void aSecondStartHandsEveryNameOverAndAnUnconfirmedRequestIsRefused()
+    {
+        ApplicationService window;
+        QSignalSpy opened(&window, &ApplicationService::openRequested);
+        QVERIFY(window.start({}, {}) == ApplicationService::Start::Window);
+        const std::vector<std::string> names{"/a b.mov",      "/100%25.mov",
+                                             "/a#?b&c=d.mov", "/line\nfeed\t\"'.mov",
+                                             "/caf\xE9.mov",  "/日本.mov"};
+        std::vector<std::string> command{QUENMOOR_UPLOAD, "--"};
+        command.insert(command.end(), names.begin(), names.end());
+        Process second(command, {.environment = {"XDG_ACTIVATION_TOKEN=t"}});
+        std::optional<int> status;
+        QTRY_VERIFY((status = second.exitStatus(std::chrono::milliseconds(0))));
+        QCOMPARE(*status, 0);
+        QCOMPARE(opened.count(), 1);
+        std::vector<std::string> paths;
+        for (const FileUrl& file : opened[0][0].value<std::vector<FileUrl>>())
+            paths.push_back(file.path());
+        QVERIFY(paths == names);
+        QCOMPARE(opened[0][1].value<ActivationToken>().wayland, u"t"_s);
+
+        // The window cannot respond while its thread waits here. It must not open the files later,
+        // because the second process shows them.
+        ApplicationService third(bus_, std::chrono::milliseconds(50));
+        const std::vector<FileUrl> file{FileUrl::fromPath("/late")};
+        QVERIFY(third.start(file, {}) == ApplicationService::Start::Window);
+        QDBusMessage last =
+            QDBusMessage::createMethodCall(kApplicationId.toString(), u"/com/quenmoor/Upload"_s,
+                                           u"org.freedesktop.Application"_s, u"Activate"_s);
+        bus_.send(last << QVariantMap());
+        QTRY_COMPARE(opened.count(), 2);
+        QVERIFY(opened[1][0].value<std::vector<FileUrl>>().empty());
+        window.stop();
+        QVERIFY(third.start(file, {}) == ApplicationService::Start::Window);
+        QVERIFY(window.start(file, {}) == ApplicationService::Start::Window);
+    }
+};
+
+} // namespace quenmoor
+
+QTEST_MAIN(quenmoor::DesktopBusTest)
+#include "desktop_bus_test.moc"
