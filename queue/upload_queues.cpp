@@ -3,6 +3,9 @@
 #include "base/log.h"
 #include "base/text.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <system_error>
 
 namespace quenmoor {
@@ -17,6 +20,13 @@ std::optional<std::int64_t> plainFileSize(const std::filesystem::path& path)
     if (failed)
         return std::nullopt;
     return static_cast<std::int64_t>(size);
+}
+
+// Does not wait if a pipe has replaced the plain file at `path`.
+bool canOpen(const std::filesystem::path& path)
+{
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    return file >= 0 && close(file) == 0;
 }
 
 // Returns a time that no file has if it cannot be read.
@@ -34,15 +44,46 @@ bool sourceChanged(const InfoContainer& queued)
     return modificationTime(path) != queued.modified || plainFileSize(path) != queued.size;
 }
 
-void UploadQueues::addFiles(std::span<const FileUrl> files)
+Intake& Intake::operator+=(const Intake& more)
 {
+    taken += more.taken;
+    folders += more.folders;
+    missing += more.missing;
+    unreadable += more.unreadable;
+    return *this;
+}
+
+Intake UploadQueues::addFiles(std::span<const FileUrl> files,
+                              std::chrono::steady_clock::time_point until)
+{
+    Intake intake;
     for (const FileUrl& file : files) {
-        // A change between the two reads of the attributes leaves the older time in the queue.
-        const auto modified = modificationTime(file.path());
-        if (const auto size = plainFileSize(file.path()))
-            fileQueue_.push_back({file, *size, std::nullopt, modified});
+        addFile(file, intake);
+        ++intake.taken;
+        if (std::chrono::steady_clock::now() >= until)
+            break;
     }
     logSystem("Number of files in file queue: {}", fileQueue_.size());
+    return intake;
+}
+
+void UploadQueues::addFile(const FileUrl& file, Intake& intake)
+{
+    using std::filesystem::file_type;
+    const std::filesystem::path path = file.path();
+    std::error_code failed;
+    const file_type type = std::filesystem::status(path, failed).type();
+    // A change between the two reads of the attributes leaves the older time in the queue.
+    const auto modified = modificationTime(path);
+    const auto size = plainFileSize(path);
+    if (type == file_type::directory)
+        ++intake.folders;
+    else if (type == file_type::not_found)
+        ++intake.missing;
+    else if (type != file_type::regular || !size || !canOpen(path))
+        ++intake.unreadable;
+    else
+        fileQueue_.push_back({file, *size, std::nullopt, modified});
 }
 
 bool UploadQueues::acceptToken(std::optional<std::string> token)

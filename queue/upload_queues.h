@@ -7,6 +7,7 @@
 #include "queue/file_url.h"
 #include "queue/status_table.h"
 
+#include <chrono>
 #include <deque>
 #include <filesystem>
 #include <mutex>
@@ -28,12 +29,25 @@ struct InfoContainer {
 // when it was queued, or is gone. Reads its attributes.
 bool sourceChanged(const InfoContainer& queued);
 
+// What addFiles() did with the first `taken` of its files.
+struct Intake {
+    std::size_t taken = 0;
+    std::size_t folders = 0;    // skipped
+    std::size_t missing = 0;    // skipped
+    std::size_t unreadable = 0; // skipped: no permission, or neither a file nor a folder
+
+    Intake& operator+=(const Intake& more);
+};
+
 class UploadQueues {
 public:
-    // Main thread only. Appends every plain file of `files` to the file queue, in their order and
-    // with duplicates. Skips folders, missing files and everything else without a size, without a
-    // message. Reads the files' attributes, never their contents.
-    void addFiles(std::span<const FileUrl> files);
+    // Main thread only. Appends every readable plain file of `files` to the file queue, in their
+    // order and with duplicates, and skips everything else. Opens the files without reading them,
+    // which takes long on a slow share: stops before the end of `files` if `until` has passed, but
+    // not before the first file.
+    Intake addFiles(
+        std::span<const FileUrl> files,
+        std::chrono::steady_clock::time_point until = std::chrono::steady_clock::time_point::max());
 
     // Main thread only. The files that wait for a token. The service page is that of the head.
     const std::deque<InfoContainer>& fileQueue() const { return fileQueue_; }
@@ -59,6 +73,8 @@ public:
     const StatusTable& tableList() const { return tableList_; }
 
 private:
+    void addFile(const FileUrl& file, Intake& intake);
+
     // Any thread.
     StatusTable tableList_;
 

@@ -16,8 +16,9 @@ namespace quenmoor {
 namespace {
 
 constexpr auto kUriList = QLatin1StringView("text/uri-list");
-constexpr double kLineWidth = 1.5;     // in pixels
-constexpr double kCornerInLines = 0.6; // in line heights, as the icon
+constexpr std::size_t kMaxLoggedFiles = 100; // more are logged as a number
+constexpr double kLineWidth = 1.5;           // in pixels
+constexpr double kCornerInLines = 0.6;       // in line heights, as the icon
 constexpr int kIconInLines = 4;
 
 // Accepts "file:///a" and "file:/a", which some desktops send.
@@ -117,8 +118,11 @@ void DragView::dropEvent(QDropEvent* event)
     event->accept();
     Q_EMIT dragActiveChanged(false);
     const std::vector<FileUrl> files = draggedFiles(*event->mimeData());
-    for (const FileUrl& file : files)
-        logSystem("File dropped in DragView: {}", file.path().native());
+    if (files.size() > kMaxLoggedFiles)
+        logSystem("Files dropped in DragView: {}", files.size());
+    else
+        for (const FileUrl& file : files)
+            logSystem("File dropped in DragView: {}", file.path().native());
     Q_EMIT filesDropped(files);
 }
 

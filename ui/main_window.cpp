@@ -2,6 +2,7 @@
 
 #include "ui/appearance.h"
 #include "ui/drag_view.h"
+#include "ui/notice_line.h"
 #include "ui/status_table_view.h"
 
 #include <QAction>
@@ -42,6 +43,7 @@ MainWindow::MainWindow(QWidget* page)
       filenameLabel(named(new ElidedLabel, u"filenameLabel"_s)),
       queueLabel(named(new QLabel, u"queueLabel"_s)),
       browseButton(named(new QPushButton(u"&Browse…"_s), u"browseButton"_s)),
+      noticeLine(named(new NoticeLine, u"noticeLine"_s)),
       webView(named(page, u"webView"_s)),
       dropPanel(named(new DropPanel, u"dropPanel"_s)),
       progressPanel(named(new QFrame, u"progressPanel"_s)),
@@ -66,6 +68,7 @@ MainWindow::MainWindow(QWidget* page)
     rows->setSpacing(line);
     rows->addLayout(makeHeader());
     makeProgressPanel();
+    rows->addWidget(noticeLine);
     rows->addWidget(webView, 1);
     rows->addWidget(dropPanel, 1);
     rows->addWidget(progressPanel, 1);

@@ -18,6 +18,7 @@ namespace quenmoor {
 class DragView;
 class DropPanel;
 class ElidedLabel;
+class NoticeLine;
 
 // Main thread only. The object name of each public widget is its name here.
 class MainWindow : public QMainWindow {
@@ -33,6 +34,7 @@ public:
     ElidedLabel* filenameLabel;
     QLabel* queueLabel;
     QPushButton* browseButton;
+    NoticeLine* noticeLine;
     QWidget* webView;
     DropPanel* dropPanel;
     QFrame* progressPanel;

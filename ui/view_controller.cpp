@@ -6,12 +6,33 @@
 #include "ui/appearance.h"
 #include "ui/desktop.h"
 #include "ui/drag_view.h"
+#include "ui/notice_line.h"
 
 #include <QProgressBar>
 #include <QTableView>
 #include <QUrl>
 
 namespace quenmoor {
+namespace {
+
+// How long the window may stop reacting while files are added.
+constexpr std::chrono::milliseconds kIntakeSlice{100};
+
+// "2 folders were skipped, 1 file cannot be read.", or nothing if no file was skipped.
+QString skippedText(const Intake& intake)
+{
+    QStringList parts;
+    const auto add = [&parts](std::size_t count, const char* one, const char* many) {
+        if (count > 0)
+            parts << QString::number(count) + QString::fromLatin1(count == 1 ? one : many);
+    };
+    add(intake.folders, " folder was skipped", " folders were skipped");
+    add(intake.missing, " file was not found", " files were not found");
+    add(intake.unreadable, " file cannot be read", " files cannot be read");
+    return parts.isEmpty() ? QString() : parts.join(QStringLiteral(", ")) + u'.';
+}
+
+} // namespace
 
 ViewController::ViewController(const Dependencies& dependencies, Client client)
     : deps_(dependencies),
@@ -61,7 +82,27 @@ void ViewController::connectParts()
 
 void ViewController::addFiles(const std::vector<FileUrl>& files)
 {
-    deps_.queues.addFiles(files);
+    const bool isTaking = !incoming_.empty();
+    incoming_.insert(incoming_.end(), files.begin(), files.end());
+    if (isTaking)
+        return;
+    if (!files.empty()) // the page can signal a session without new files at any time
+        window_.noticeLine->showNotice({});
+    intake_ = {};
+    takeIncoming();
+}
+
+void ViewController::takeIncoming()
+{
+    const auto until = std::chrono::steady_clock::now() + kIntakeSlice;
+    intake_ += deps_.queues.addFiles(std::span(incoming_).subspan(intake_.taken), until);
+    if (intake_.taken < incoming_.size()) {
+        QMetaObject::invokeMethod(this, &ViewController::takeIncoming, Qt::QueuedConnection);
+    } else {
+        incoming_.clear();
+        if (const QString text = skippedText(intake_); !text.isEmpty())
+            window_.noticeLine->showNotice(text);
+    }
     updateView();
 }
 
@@ -196,7 +237,7 @@ void ViewController::stopOutdatedClient(const PageSignal& signal)
 
 bool ViewController::windowShouldClose()
 {
-    if (deps_.queues.fileQueue().empty() && deps_.queues.uploadCount() == 0)
+    if (incoming_.empty() && deps_.queues.fileQueue().empty() && deps_.queues.uploadCount() == 0)
         return true;
     // A second request, for example at the end of the desktop session, opens no second alert.
     if (closeQuestionOpen_)

@@ -47,6 +47,8 @@ public:
     // Call it once, before the window is shown.
     void viewDidLoad();
 
+    // Queues the readable files of `files` and shows how many were skipped. Queues a part of a long
+    // list, and the rest in later turns of the event loop.
     void addFiles(const std::vector<FileUrl>& files);
 
     // Shows the first file in the queue and loads its page, or shows the idle view.
@@ -77,6 +79,7 @@ private:
 
     void stopOutdatedClient(const PageSignal& signal);
 
+    void takeIncoming();
     void showHeadFile();
     void showIdle();
     void reloadProgressGrid(std::optional<std::int32_t> percent);
@@ -89,6 +92,8 @@ private:
     StatusTableModel tableModel_;
     MainWindow window_;
 
+    std::vector<FileUrl> incoming_; // added, the first intake_.taken of them already queued
+    Intake intake_;
     std::optional<QString> session_;
     bool starting_ = true;
     bool sessionSeen_ = false; // opened files wait for the first "session"

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -32,28 +33,36 @@ struct Queues : testing::Test {
     const TempFolder folder;
     UploadQueues queues;
 
-    void add(const std::vector<std::filesystem::path>& paths)
+    Intake add(const std::vector<std::filesystem::path>& paths)
     {
         std::vector<FileUrl> urls;
         for (const auto& path : paths)
             urls.push_back(FileUrl::fromPath(path));
-        queues.addFiles(urls);
+        return queues.addFiles(urls);
     }
 };
 
-TEST_F(Queues, acceptPlainFilesAndDuplicates)
+TEST_F(Queues, acceptReadablePlainFilesAndDuplicates)
 {
     const auto clip = folder.file("clip.mov", "12345");
+    const auto secret = folder.file("secret", "no permission");
+    const auto empty = folder.file("empty", "");
     std::filesystem::create_directory(folder.path() / "folder");
     ASSERT_EQ(mkfifo((folder.path() / "pipe").c_str(), 0600), 0);
-    add({clip, folder.path() / "folder", folder.path() / "missing", folder.path() / "pipe",
-         folder.file("empty", ""), clip});
+    ASSERT_EQ(chmod(secret.c_str(), 0) + chmod(folder.path().c_str(), 0755), 0);
+    const bool isRoot = seteuid(65534) == 0; // root may open every file
+    const Intake intake = add({clip, folder.path() / "folder", folder.path() / "missing",
+                               folder.path() / "pipe", secret, empty, clip});
+    ASSERT_TRUE(!isRoot || seteuid(0) == 0);
+    EXPECT_EQ(intake.taken, 7U);
+    EXPECT_EQ(intake.folders * 100 + intake.missing * 10 + intake.unreadable, 112U);
     std::vector<std::int64_t> sizes;
     for (const InfoContainer& file : queues.fileQueue())
         sizes.push_back(file.size);
     EXPECT_EQ(sizes, (std::vector<std::int64_t>{5, 0, 5}));
-    add({});
-    EXPECT_EQ(log.system().back(), "Number of files in file queue: 3");
+    const std::vector<FileUrl> more(3, FileUrl::fromPath(clip));
+    EXPECT_EQ(queues.addFiles(more, {}).taken, 1U); // the time is over
+    EXPECT_EQ(log.system().back(), "Number of files in file queue: 4");
 }
 
 TEST_F(Queues, appendARowForEachTokenAndNoneForACancelledFile)

@@ -9,6 +9,7 @@
 #include "ui/appearance.h"
 #include "ui/desktop.h"
 #include "ui/drag_view.h"
+#include "ui/notice_line.h"
 #include "ui/startup_and_exit.h"
 #include "ui/view_controller.h"
 
@@ -232,6 +233,16 @@ private Q_SLOTS:
         for (const InfoContainer& info : with.queues.fileQueue())
             names += info.file.filename() + " ";
         QCOMPARE(names, std::string("given a b?\xE9 d "));
+        with.controller.addFiles({with.file("a"), FileUrl::fromPath(with.folder.path()),
+                                  FileUrl::fromPath(with.folder.path()),
+                                  FileUrl::fromPath(with.folder.path() / "gone")});
+        with.page.signal(u"session"_s);
+        QCOMPARE(with.window.noticeLine->text(),
+                 u"2 folders were skipped, 1 file was not found."_s);
+        QVERIFY(!with.window.noticeLine->isHidden());
+        with.controller.addFiles(std::vector(50'000, with.file("a")));
+        QVERIFY(with.window.noticeLine->isHidden());
+        QTRY_COMPARE(with.queues.fileQueue().size(), 50'005U);
         QVERIFY(AppDelegate().applicationShouldTerminate()); // there is no window to ask
     }
 
