@@ -1,9 +1,12 @@
 #include "protocol/udt_socket.h"
 
+#include "protocol/handshake_filter.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <udt.h>
+#include <unistd.h>
 
 #include <array>
 #include <utility>
@@ -118,7 +121,7 @@ UdtSocket UdtSocket::open(const UdtOptions& options)
 std::optional<UdtSocket> UdtSocket::listen(const UdtAddress& address, std::string& error)
 {
     UdtSocket socket = open({.receiveTimeout = kReceiveSlice});
-    if (!socket.bind(address) || UDT::listen(socket.handle_, kBacklog) == UDT::ERROR) {
+    if (!socket.bindPort(address) || UDT::listen(socket.handle_, kBacklog) == UDT::ERROR) {
         // The library's message is only "unable to create/configure UDP socket".
         error = "cannot listen on " + address.text() +
                 ": the port is in use, or the address is not an address of this machine";
@@ -176,6 +179,17 @@ bool UdtSocket::bind(const UdtAddress& address) const
 {
     sockaddr_in system = toSystem(address);
     return UDT::bind(handle_, generic(system), sizeof system) != UDT::ERROR;
+}
+
+bool UdtSocket::bindPort(const UdtAddress& address) const
+{
+    const std::optional<int> port = openFilteredUdpSocket(toSystem(address));
+    if (!port)
+        return false;
+    if (UDT::bind2(handle_, *port) != UDT::ERROR)
+        return true; // the library closes the port
+    ::close(*port);
+    return false;
 }
 
 bool UdtSocket::connect(const UdtAddress& peer) const

@@ -75,6 +75,11 @@ public:
     // The library's handle; negative without a socket.
     std::int32_t handle() const { return handle_; }
 
+    // Takes a UDP port that drops the handshakes which the library does not survive; port 0 takes a
+    // free one.
+    [[nodiscard]] bool bindPort(const UdtAddress& address) const;
+
+    // Shares the port, and its filter, of the socket that is bound to `address`.
     [[nodiscard]] bool bind(const UdtAddress& address) const;
 
     // Blocks for up to 3 seconds, with the rendezvous option for up to 30 seconds, while the peer

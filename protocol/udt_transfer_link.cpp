@@ -90,6 +90,8 @@ bool UdtTransferLink::connectAndSendRequest(std::int32_t& connectSocket, const s
     if (!server)
         return failWith(host_ + ": " + error);
     logSystem("Connecting to the production address.");
+    if (!connectSocket_.bindPort({}))
+        return failWith("no UDP port is available");
     if (!connectSocket_.connect(*server))
         return failWith(
             connectFailure(connectSocket_, "no answer from " + host_ + ":" + port_ +
