@@ -13,6 +13,7 @@ constexpr double kBurstTime = 12'000; // one and a half of the library's longest
 constexpr double kMaxCatchUp = 2'000;
 constexpr double kSignalInterval = 250;
 constexpr Micros kStallTimeout = 10'000'000; // also the library's limit for room in its buffer
+constexpr Micros kLinkCheckInterval = 200'000;
 constexpr Micros kNever = std::numeric_limits<Micros>::max();
 
 } // namespace
@@ -90,17 +91,26 @@ bool Pacer::waiterMayRunEarlier()
     return true;
 }
 
-bool Pacer::waitToSend(std::size_t bytes)
+bool Pacer::waitToSend(std::size_t bytes, const std::function<bool()>& linkIsLost)
 {
     const auto packets = static_cast<std::int64_t>((bytes + kPayload - 1) / kPayload);
     std::unique_lock lock(mutex_);
     Micros now = clock_->now();
     const Micros began = now;
+    Micros nextCheck = now + kLinkCheckInterval;
     while (releaseTime(packets) > now) {
         const Micros deadline = std::max(began, lastProgress_) + kStallTimeout;
         if (now >= deadline)
             return false;
-        wakeTime_ = std::min(releaseTime(packets), deadline);
+        if (now >= nextCheck) {
+            nextCheck = now + kLinkCheckInterval;
+            lock.unlock();
+            const bool lost = linkIsLost();
+            lock.lock();
+            if (lost)
+                break;
+        }
+        wakeTime_ = std::min({releaseTime(packets), deadline, nextCheck});
         waiting_ = packets;
         clock_->waitUntil(condition_, lock, wakeTime_);
         waiting_ = 0;

@@ -12,6 +12,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -56,8 +57,10 @@ public:
 
     // Blocks until a block of `bytes` may be given to the library, and adds it to the backlog.
     // Returns false if for ten seconds of waiting no packet was sent and none was acknowledged.
-    // One thread only.
-    [[nodiscard]] bool waitToSend(std::size_t bytes);
+    // A lost link ends the wait with true within 0.2 s: the send that follows fails with the
+    // library's reason. `linkIsLost` is called without a lock. One thread only.
+    [[nodiscard]] bool waitToSend(
+        std::size_t bytes, const std::function<bool()>& linkIsLost = [] { return false; });
 
 private:
     // All with mutex_ held.

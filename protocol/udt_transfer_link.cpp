@@ -163,7 +163,9 @@ std::string UdtTransferLink::receiveString(std::int32_t socket)
 
 std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> block)
 {
-    pacerTimedOut_ = pacer_ != nullptr && !block.empty() && !pacer_->waitToSend(block.size());
+    pacerTimedOut_ = pacer_ != nullptr && !block.empty() && !pacer_->waitToSend(block.size(), [&] {
+        return !socketOf(socket).connected();
+    });
     if (pacerTimedOut_) {
         failureReason_ = kSendTimedOut;
         return kLinkError;

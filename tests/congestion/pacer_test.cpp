@@ -13,7 +13,7 @@ constexpr std::size_t kBlock = 16384;
 constexpr int kBlockPackets = 12;
 constexpr Micros kSecond = 1'000'000;
 
-// A clock that is at the end of every wait at once. With `waitsForSignals` a wait of over a second
+// A clock that is at the end of every wait at once. With `waitsForSignals` a wait of over 0.1 s
 // blocks until another thread ends it; a real limit keeps a fault from blocking the test.
 struct SimulatedClock : PacingClock {
     mutable std::atomic<Micros> time{kSecond};
@@ -33,7 +33,7 @@ struct SimulatedClock : PacingClock {
             lock.lock();
             return;
         }
-        waiting = waitsForSignals && until - time > kSecond;
+        waiting = waitsForSignals && until - time > kSecond / 10;
         if (waiting &&
             condition.wait_for(lock, std::chrono::seconds(20)) == std::cv_status::no_timeout)
             return;
@@ -97,6 +97,11 @@ TEST_F(PacerTest, failsAfterTenSecondsOfWaitingWithoutProgress)
     };
     EXPECT_FALSE(pacer.waitToSend(kBlock));
     EXPECT_EQ(clock->time, began + 32 * kSecond);
+
+    clock->onWait = nullptr;
+    const Micros lostAt = clock->time + 3 * kSecond;
+    EXPECT_TRUE(pacer.waitToSend(kBlock, [&] { return clock->time >= lostAt; }));
+    EXPECT_LE(clock->time, lostAt + kSecond / 5);
 }
 
 TEST_F(PacerTest, releasesABlockOfAnySizeOnceTheBacklogIsEmpty)
