@@ -17,7 +17,8 @@ public:
 
     // Parses all of `text` as UTF-8, whatever encoding it declares. Parsing stops at the first
     // error; the dictionary then contains the text before it. A repeated element appends to its
-    // entry. More than 1 MiB of text, which only nested entities can produce, is an error too.
+    // entry. More than 1 MiB of text or 4096 elements and pieces of text is an error too: a small
+    // document can produce both by nested entities. Logs the first 100 elements and pieces.
     explicit XMLparser(std::string_view text);
 
     const Dictionary& dictionary() const { return dictionary_; }

@@ -115,7 +115,7 @@ TEST_F(Documents, areReadAsAFlatMapUpToTheFirstError)
         EXPECT_EQ(XMLparser(text).dictionary(), entries) << text;
 }
 
-TEST_F(Documents, areReadWithBoundedTextAndAnyDepth)
+TEST_F(Documents, areReadWithBoundedTextDepthAndLog)
 {
     std::string bomb = "<!DOCTYPE r [<!ENTITY e0 \"0123456789\">";
     for (int i = 1; i <= 12; ++i)
@@ -127,9 +127,14 @@ TEST_F(Documents, areReadWithBoundedTextAndAnyDepth)
     EXPECT_LE(textSize, std::size_t{1} << 20U);
 
     std::string nested;
-    for (int i = 0; i < 10000; ++i)
-        nested += "<n>";
+    std::string flat = "<r>";
+    for (int i = 0; i < 5000; ++i) {
+        nested += i < 4000 ? "<n>" : "";
+        flat += "<a>x</a>";
+    }
     EXPECT_EQ(XMLparser(nested + "deep").dictionary(), (Dictionary{{"n", "deep"}}));
+    EXPECT_LE(XMLparser(flat).find("a")->size(), 2048U);
+    EXPECT_LT(log.system().size(), 3 * 110U);
 }
 
 } // namespace
