@@ -1,4 +1,5 @@
 // quenmoor-put: the upload engine on the command line.
+#include "base/fatal_error.h"
 #include "cli/put_options.h"
 #include "cli/put_run.h"
 #include "engine/clock.h"
@@ -24,6 +25,7 @@ void exitWithinASecond(int status)
 
 int main(int argc, char** argv)
 {
+    quenmoor::handleFatalErrors("quenmoor-put");
     const auto parsed = quenmoor::parsePutOptions(argc, argv);
     if (const auto* const exit = std::get_if<quenmoor::EarlyExit>(&parsed)) {
         std::fputs(exit->text.c_str(), exit->status == 0 ? stdout : stderr);

@@ -1,5 +1,6 @@
 #include "engine/upload_engine.h"
 
+#include "base/fatal_error.h"
 #include "base/log.h"
 #include "protocol/documents.h"
 
@@ -133,6 +134,7 @@ UploadEngine::Outcome UploadEngine::attemptUpload(const InfoContainer& head)
 
 void UploadEngine::beginAttempt(const InfoContainer& head)
 {
+    setUnfinishedUpload(head.file.filename());
     AttemptEvent next;
     next.row = progressRowIndex_;
     next.attempt = attempt_.attempt + 1;
@@ -232,6 +234,7 @@ UploadEngine::Outcome UploadEngine::outcomeOf(std::int64_t result)
 
 void UploadEngine::finishFile()
 {
+    setUnfinishedUpload({});
     queues_.removeUploadHead();
     ++progressRowIndex_;
     choice_ = kUndecided;

@@ -1,4 +1,5 @@
 // quenmoor-upload: the upload client with a window.
+#include "base/fatal_error.h"
 #include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
@@ -17,6 +18,7 @@ using namespace quenmoor;
 
 int main(int argc, char** argv)
 {
+    handleFatalErrors("quenmoor-upload");
     const std::optional<ViewController::Client> client = thisClient();
     if (!client)
         return EXIT_FAILURE;
