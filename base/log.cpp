@@ -16,7 +16,7 @@ public:
 
     void systemLine(std::string_view line) override
     {
-        syslog(LOG_INFO, "%s", printableText(line).c_str());
+        syslog(LOG_INFO, "%s", std::string(line).c_str());
     }
 
     void outputLine(std::string_view line) override
@@ -52,12 +52,17 @@ LogSink* setLogSink(LogSink* sink)
 
 void writeSystemLine(std::string_view line)
 {
-    currentSink().systemLine(line);
+    currentSink().systemLine(printableLine(line));
 }
 
-void logOutput(std::string_view line)
+void logOutput(std::string_view text)
 {
-    currentSink().outputLine(line);
+    currentSink().outputLine(printableText(text));
+}
+
+void logOutputBytes(std::string_view bytes)
+{
+    currentSink().outputLine(bytes);
 }
 
 } // namespace quenmoor

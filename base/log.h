@@ -1,8 +1,8 @@
 // The two diagnostic channels: the system log for sentences, and the output channel for the
 // low-level lines of the transfer link and the sender. There are no severity levels.
 //
-// A line may contain bytes from the network or from file names. The log sink makes them printable
-// where a terminal shows them.
+// Lines contain bytes from the network and from file names. They are made printable here, for every
+// sink: no line changes the state of a terminal, and none looks like two.
 #pragma once
 
 #include <fmt/format.h>
@@ -17,10 +17,10 @@ class LogSink {
 public:
     virtual ~LogSink() = default;
 
-    // `line` is one entry without its final line feed. It may contain line feeds.
+    // `line` is a printableLine().
     virtual void systemLine(std::string_view line) = 0;
 
-    // `line` is one line of raw bytes without its final line feed.
+    // `line` is a printableText(), or the bytes of logOutputBytes(), without the final line feed.
     virtual void outputLine(std::string_view line) = 0;
 };
 
@@ -39,7 +39,10 @@ void logSystem(fmt::format_string<Args...> format, Args&&... args)
     writeSystemLine(fmt::format(format, std::forward<Args>(args)...));
 }
 
-// Writes one line to the output channel. Any thread.
-void logOutput(std::string_view line);
+// Writes a text to the output channel; its line feeds and tabs remain. Any thread.
+void logOutput(std::string_view text);
+
+// Writes bytes of this program, e.g. a binary address, to the output channel unchanged. Any thread.
+void logOutputBytes(std::string_view bytes);
 
 } // namespace quenmoor

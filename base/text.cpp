@@ -163,7 +163,7 @@ std::string printableLine(std::string_view bytes)
 
 std::string printableText(std::string_view bytes)
 {
-    return escapeControls(bytes, "\t\n");
+    return escapeControls(toValidUtf8(bytes), "\t\n");
 }
 
 } // namespace quenmoor

@@ -40,8 +40,8 @@ std::string toValidUtf8(std::string_view bytes);
 // others and the characters that reorder text (e.g. U+202E) or break the line by U+FFFD.
 std::string printableLine(std::string_view bytes);
 
-// Makes `bytes`, e.g. a log entry, safe to print on a terminal: replaces control characters like
-// printableLine(), except tabs and line feeds. Ill-formed UTF-8 remains.
+// Makes `bytes`, e.g. a received document, safe to print on a terminal: printableLine() that keeps
+// tabs and line feeds.
 std::string printableText(std::string_view bytes);
 
 } // namespace quenmoor

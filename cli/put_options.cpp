@@ -25,6 +25,7 @@ const char* const kFooter = "Exit status:\n"
                             "  2    wrong command line; nothing was sent\n"
                             "  3    a file was cancelled because the server holds a copy\n"
                             "  4    a file cannot be read, or changed after it was queued\n"
+                            "  70   internal error; upload the file again to resume it\n"
                             "  129, 130, 143  interrupted by a signal: 128 plus its number\n"
                             "If several apply, the status is the first of 129 to 143, 1, 4 and 3.";
 
@@ -62,6 +63,7 @@ std::optional<std::chrono::seconds> readTime(std::string_view text)
     return std::chrono::seconds(*number * unit);
 }
 
+// `text` may quote the arguments.
 EarlyExit usageError(const std::string& text)
 {
     return {kExitUsage, "quenmoor-put: " + printableLine(text) + "\nTry: quenmoor-put --help\n"};

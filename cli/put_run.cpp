@@ -39,12 +39,12 @@ public:
 
     void systemLine(std::string_view line) override
     {
-        const std::string text = printableText(line);
+        const std::string text(line);
         syslog(LOG_INFO, "%s", text.c_str());
         if (onStandardError_)
             std::fputs((text + '\n').c_str(), stderr);
     }
-    void outputLine(std::string_view line) override { systemLine(line); }
+    void outputLine(std::string_view line) override { systemLine(printableLine(line)); }
 
 private:
     const bool onStandardError_;

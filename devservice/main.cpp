@@ -1,5 +1,6 @@
 // quenmoor-devservice: a transfer service on one machine, for testing clients.
 #include "base/log.h"
+#include "base/text.h"
 #include "devservice/page_server.h"
 #include "devservice/service_options.h"
 #include "devservice/tokens.h"
@@ -33,7 +34,7 @@ void waitForSignal(const sigset_t& signals)
 
 int reportFailure(const std::string& reason)
 {
-    std::fprintf(stderr, "quenmoor-devservice: %s\n", reason.c_str());
+    std::fprintf(stderr, "quenmoor-devservice: %s\n", printableLine(reason).c_str());
     return kServiceFailed;
 }
 

@@ -19,9 +19,11 @@ constexpr const char* kExitStatuses =
     "  1    the service cannot start: a port is in use, or a file or folder cannot be used\n"
     "  2    wrong command line";
 
+// `text` may quote the arguments.
 ServiceExit usageError(const std::string& text)
 {
-    return {kServiceUsage, "quenmoor-devservice: " + text + "\nTry: quenmoor-devservice --help\n"};
+    return {kServiceUsage,
+            "quenmoor-devservice: " + printableLine(text) + "\nTry: quenmoor-devservice --help\n"};
 }
 
 void describe(CLI::App& app, ServiceOptions& options, std::vector<std::string>& faults)
@@ -95,7 +97,7 @@ std::string completePage(PageOptions& page, const std::string& newestVersion)
 {
     const auto numbers = parseNewestVersion(newestVersion);
     if (!numbers)
-        return "--newest-version: \"" + printableLine(newestVersion) + "\" must look like 1.2.3";
+        return "--newest-version: \"" + newestVersion + "\" must look like 1.2.3";
     page.newestVersion = *numbers;
     return isUtf8(page.updateUrl) ? "" : "--update-url: must be UTF-8";
 }
@@ -125,7 +127,7 @@ std::variant<ServiceOptions, ServiceExit> parseServiceOptions(int argc, const ch
     for (const std::string& text : faults) {
         const std::optional<Fault> fault = parseFault(text);
         if (!fault)
-            return usageError("--fault: unknown fault \"" + printableLine(text) +
+            return usageError("--fault: unknown fault \"" + text +
                               "\"; known faults: " + faultNames());
         options.faults.push_back(*fault);
     }

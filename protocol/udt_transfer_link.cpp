@@ -84,7 +84,7 @@ bool UdtTransferLink::connectAndSendRequest(std::int32_t& connectSocket, const s
         return failWith(error);
     connectSocket_ = UdtSocket::open(kConnectSocketOptions);
     connectSocket = connectSocket_.handle();
-    logOutput("local address: " + rawAddress(*local));
+    logOutputBytes("local address: " + rawAddress(*local));
 
     const auto server = lookUp(host_.c_str(), port_.c_str(), error);
     if (!server)
@@ -110,7 +110,7 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
         return failWithOutput("remote endpoint: ");
     std::string error;
     if (!lookUp(nullptr, port_.c_str(), error)) {
-        logOutput("incorrect network address.\n");
+        logOutputBytes("incorrect network address.\n");
         return failWith(error);
     }
     rendezvousSocket_ = UdtSocket::open(kRendezvousSocketOptions);
@@ -124,7 +124,7 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
 
     if (!rendezvousSocket_.bind(*local)) {
         (void)failWithOutput("bind: ");
-        logOutput(rawAddress(*local));
+        logOutputBytes(rawAddress(*local));
         return false;
     }
     if (!rendezvousSocket_.connect(*remote)) {

@@ -94,6 +94,9 @@ bool handleInformationOptions(int argc, char** argv)
 
 void setApplicationNames()
 {
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
+        logSystem("{}", message.toStdString());
+    });
     QApplication::setApplicationName(QStringLiteral("quenmoor-upload"));
     QApplication::setApplicationVersion(QString::fromStdString(versionText()));
     QApplication::setDesktopFileName(QStringLiteral("com.quenmoor.Upload"));

@@ -25,7 +25,8 @@ std::optional<ViewController::Client> thisClient();
 // Handles "--help" and "--version", which need no display. Returns true if one of them was given.
 bool handleInformationOptions(int argc, char** argv);
 
-// Sets the names and the icon by which desktops identify the program. Call it after the application
+// Sets the names and the icon by which desktops identify the program, and writes the messages of
+// Qt, which contain those of the page's scripts, to the system log. Call it after the application
 // object is created.
 void setApplicationNames();
 

@@ -54,7 +54,7 @@ TEST_F(Documents, assignEachFieldOfAResponseAndLogTheReading)
     EXPECT_EQ(reading.system(),
               (std::vector<std::string>{
                   "XML document begins.", "XML element found: ResponseContainer",
-                  "XML text content: \n", "XML element found: exists", "XML text content: true",
+                  "XML text content: \u240A", "XML element found: exists", "XML text content: true",
                   "XML document ends.", "Parser finished. Dictionary size: 2", "Dictionary size: 2",
                   "String value for exists: true", "Exists value: true"}));
 }
