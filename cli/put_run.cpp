@@ -5,6 +5,7 @@
 #include "base/text.h"
 #include "cli/json_report.h"
 #include "cli/put_view.h"
+#include "cli/sleep_inhibitor.h"
 #include "cli/text_reports.h"
 #include "engine/upload_engine.h"
 
@@ -146,6 +147,7 @@ int PutRun::run(const OnInterrupt& onInterrupt)
     int signal = 0;
     bool ended = true;
     if (queues_.uploadCount() > 0 && !options_.dryRun) {
+        const SleepInhibitor inhibitor;
         engine_.initiateUpload();
         signal = signals_.read();
         if (signal != 0)

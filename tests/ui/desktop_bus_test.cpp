@@ -1,5 +1,5 @@
-// What the window does over D-Bus, on a real bus with stand-ins for the services of a desktop. The
-// second start is the real program.
+// What the programs do over D-Bus, on a real bus with stand-ins for the services of a desktop. The
+// second start and quenmoor-put are the real programs.
 #include "bench/process.h"
 #include "engine/clock.h"
 #include "engine/upload_engine.h"
@@ -198,6 +198,19 @@ private Q_SLOTS:
             }
         }
         standIns_.absent.clear();
+    }
+
+    void quenmoorPutHoldsAnInhibitor()
+    {
+        const TempFolder folder;
+        Process put(
+            {QUENMOOR_PUT, "--host", "127.0.0.1:9", "--token", "t", folder.file("a.mov", "x")});
+        QVERIFY(awaitCalls({QString(kLogin).replace(u"Quenmoor Upload"_s, u"quenmoor-put"_s)}));
+        const auto granted = static_cast<int>(standIns_.inhibitors.size());
+        QCOMPARE(standIns_.released(), granted - 1);
+        put.signal(SIGTERM);
+        QTRY_COMPARE(standIns_.released(), granted);
+        QTRY_COMPARE(put.exitStatus(std::chrono::milliseconds(0)), 128 + SIGTERM);
     }
 
     void theNotificationIsReplacedEscapedClickedAndWithdrawn()
