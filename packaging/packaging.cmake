@@ -41,6 +41,9 @@ if(BUILD_WINDOW AND APPLE)
 elseif(BUILD_WINDOW)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/com.quenmoor.Upload.desktop COMPONENT upload
     DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
+  # The session bus starts the window with it. It finds the program below any prefix in the PATH.
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/com.quenmoor.Upload.service COMPONENT upload
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/services)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/com.quenmoor.Upload.metainfo.xml COMPONENT upload
     DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/com.quenmoor.Upload.svg COMPONENT upload
