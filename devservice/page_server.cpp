@@ -226,7 +226,7 @@ void PageServer::Impl::openSession(const json& request, httplib::Response& respo
         return sendError(response, 400, "The request is not valid.");
     const auto session = sessions.open(textAt(request, "session").value_or(std::string()));
     if (!session)
-        return sendError(response, 503, "The service has too many sessions.");
+        return sendError(response, 503, "The service has no random numbers.");
     sendJson(response, 200,
              {{"session", *session},
               {"newestVersion", settings.newestVersion},
@@ -249,8 +249,8 @@ void PageServer::Impl::issueToken(const json& request, httplib::Response& respon
         return sendError(response, 403, "The session has ended.");
     case SessionStore::Refusal::BadFile:
         return sendError(response, 400, "The file name is not valid.");
-    case SessionStore::Refusal::TooManyTokens:
-        return sendError(response, 503, "The service has issued too many tokens.");
+    case SessionStore::Refusal::NoRandomNumbers:
+        return sendError(response, 503, "The service has no random numbers.");
     }
 }
 

@@ -12,7 +12,7 @@ constexpr std::size_t kEndingFactor = 4;
 } // namespace
 
 TransferServer::TransferServer(TransferServerSettings settings, UploadStore& store,
-                               const TokenStore& tokens)
+                               TokenStore& tokens)
     : settings_(std::move(settings)), services_{store, tokens, settings_.timeouts, {}}
 {
 }

@@ -30,7 +30,7 @@ struct TransferServerSettings {
 class TransferServer {
 public:
     // Store and tokens must outlive the server.
-    TransferServer(TransferServerSettings settings, UploadStore& store, const TokenStore& tokens);
+    TransferServer(TransferServerSettings settings, UploadStore& store, TokenStore& tokens);
 
     // Calls stop().
     ~TransferServer();

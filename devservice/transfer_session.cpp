@@ -130,7 +130,8 @@ void TransferSession::serveRequest(const RequestContainer& request)
     }
     upload.reset(); // releases the name
     logAttempt("finished, {} bytes held", held);
-    sendClosingDocument(held);
+    if (sendClosingDocument(held))
+        services_.tokens.useUp(request.token);
 }
 
 bool TransferSession::sendResponse(const StoredUpload& upload)
@@ -216,18 +217,21 @@ bool TransferSession::receiveFile(StoredUpload& upload)
     return true;
 }
 
-void TransferSession::sendClosingDocument(std::int64_t held)
+// Returns whether the client has the correct document. Otherwise it repeats the upload.
+bool TransferSession::sendClosingDocument(std::int64_t held)
 {
     // A client that sent nothing since the response may not have read it yet.
     if (held == 0 && !awaitAcknowledgement())
-        return;
-    held += hasFault(FaultKind::LargerFinalSize) ? 1 : 0;
-    held -= hasFault(FaultKind::SmallerFinalSize) ? 1 : 0;
-    if (hasFault(FaultKind::GarbageClosing))
-        (void)link_->send(kGarbage);
-    else if (!hasFault(FaultKind::NoClosingDocument) && !link_->send(finishedDocument(held)))
-        logEnd("the closing document could not be sent");
+        return false;
+    const std::int64_t reported = held + (hasFault(FaultKind::LargerFinalSize) ? 1 : 0) -
+                                  (hasFault(FaultKind::SmallerFinalSize) ? 1 : 0);
+    const bool garbage = hasFault(FaultKind::GarbageClosing);
+    const bool nothing = hasFault(FaultKind::NoClosingDocument);
+    if (!nothing && !link_->send(garbage ? std::string(kGarbage) : finishedDocument(reported)))
+        return logEnd("the closing document could not be sent");
     awaitClose(services_.timeouts.close);
+    const bool received = !link_->connected() || link_->unacknowledgedPackets() == 0;
+    return received && !garbage && !nothing && reported == held;
 }
 
 void TransferSession::refuse(const std::string& reason)

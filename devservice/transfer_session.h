@@ -41,7 +41,7 @@ struct TransferTimeouts {
 // Shared by all sessions, which it must outlive.
 struct TransferServices {
     UploadStore& store;
-    const TokenStore& tokens;
+    TokenStore& tokens;
     const TransferTimeouts timeouts;
     ActiveAttempts attempts;
 };
@@ -82,7 +82,7 @@ private:
     bool sendResponse(const StoredUpload& upload);
     bool prepareCopy(StoredUpload& upload);
     bool receiveFile(StoredUpload& upload);
-    void sendClosingDocument(std::int64_t held);
+    bool sendClosingDocument(std::int64_t held);
 
     void refuse(const std::string& reason);
     bool receiveMore(UdtSocket& socket, std::string& text, std::size_t maxBytes, Time deadline);

@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <optional>
-#include <string_view>
 #include <system_error>
 
 namespace quenmoor {
@@ -23,13 +22,6 @@ constexpr std::int64_t kFlushInterval = 32 << 20;
 std::string systemMessage()
 {
     return std::generic_category().message(errno);
-}
-
-// The name of the store's own folder is refused because a folder has it.
-bool isStorable(std::string_view name)
-{
-    return !name.empty() && name.size() <= kMaxNameBytes && name != "." && name != ".." &&
-           name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos;
 }
 
 // Opens the folder `name` in `parent`, which is created if it is missing. Follows no link.
@@ -53,6 +45,13 @@ Entry entryOf(const FileHandle& folder, const std::string& name, std::int64_t& s
 }
 
 } // namespace
+
+bool isStorableName(std::string_view name)
+{
+    return !name.empty() && name.size() <= kMaxNameBytes && name != "." && name != ".." &&
+           name != kReservedFolder && name.find('/') == std::string_view::npos &&
+           name.find('\0') == std::string_view::npos;
+}
 
 std::unique_ptr<UploadStore> UploadStore::open(const std::filesystem::path& root,
                                                std::string& error)
@@ -83,7 +82,7 @@ std::unique_ptr<UploadStore> UploadStore::open(const std::filesystem::path& root
 std::unique_ptr<StoredUpload> UploadStore::upload(const std::string& name, std::int64_t size,
                                                   std::string& error)
 {
-    if (!isStorable(name) || size < 0) {
+    if (!isStorableName(name) || size < 0) {
         error = size < 0 ? "the size is negative" : "the name is not a valid file name";
         return nullptr;
     }

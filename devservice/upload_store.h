@@ -15,6 +15,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace quenmoor {
 
@@ -22,6 +23,10 @@ class UploadStore;
 
 // The store's own folder under the root. No upload may have this name.
 inline constexpr const char* kReservedFolder = ".quenmoor";
+
+// Whether an upload may have this name: 1 to 255 bytes, without a slash or NUL byte, not a
+// folder's.
+[[nodiscard]] bool isStorableName(std::string_view name);
 
 // The copy that exists under an announced name. An unfinished copy hides a finished one until it
 // replaces it or is emptied; an unfinished copy without bytes does not count.

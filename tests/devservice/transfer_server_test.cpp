@@ -142,8 +142,26 @@ TEST_F(TransferServerTest, aNewerAttemptReplacesTheOlderOneAndCancelsOrResumesIt
     EXPECT_EQ(stored("clip.mov"), content);
 }
 
-TEST_F(TransferServerTest,
-       newerClientsReplaceThoseWithoutATokenOrRendezvousAndSilentOnesAreDisconnected)
+TEST_F(TransferServerTest, aTokenOfThePageIsUsedUpByTheClosingDocument)
+{
+    const std::string session = sessions.open("").value();
+    const std::string token = sessions.issueToken(session, "clip.mov", 50'000).token;
+    {
+        Client broken = client();
+        EXPECT_EQ(broken.announce("clip.mov", 50'000, token), response(0));
+        broken.send(content.substr(0, 20'000));
+        ASSERT_TRUE(awaitPart("clip.mov", 20'000));
+        Client resuming = client();
+        EXPECT_EQ(resuming.announce("clip.mov", 50'000, token), response(20'000));
+        resuming.send(confirmation(true) + content.substr(20'000));
+        EXPECT_EQ(resuming.receive(), finishedDocument(50'000));
+    }
+    EXPECT_TRUE(awaitIdle());
+    EXPECT_EQ(client().announce("clip.mov", 50'000, token), kRefused);
+    EXPECT_FALSE(TokenStore().accepts(token, "clip.mov", 50'000)) << "of another run";
+}
+
+TEST_F(TransferServerTest, newerClientsReplaceHalfOpenOnesAndSilentOnesAreDisconnected)
 {
     transferSettings.timeouts.rendezvous = 1500ms;
     transferSettings.timeouts.idle = 1500ms;
