@@ -3,34 +3,18 @@
 #include "base/text.h"
 #include "devservice/page_server.h"
 #include "devservice/service_options.h"
+#include "devservice/supervisor.h"
 #include "devservice/tokens.h"
 #include "devservice/transfer_server.h"
 #include "devservice/upload_store.h"
 
-#include <csignal>
+#include <chrono>
 #include <cstdio>
+#include <functional>
+#include <thread>
 
 namespace quenmoor {
 namespace {
-
-// Must be called before a second thread starts: threads inherit the blocked signals, so that only
-// waitForSignal() receives them.
-sigset_t blockTerminationSignals()
-{
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
-}
-
-void waitForSignal(const sigset_t& signals)
-{
-    int number = 0;
-    while (sigwait(&signals, &number) != 0) {
-    }
-}
 
 int reportFailure(const std::string& reason)
 {
@@ -65,49 +49,89 @@ private:
     PageServer server_;
 };
 
-// Returns nullptr, with the reason in `error`, if the page cannot be served.
-std::unique_ptr<Page> startPage(const PageOptions& options, TokenStore& tokens, std::string& error)
+// A service that was killed may hold its folder and its port a moment longer.
+constexpr auto kReleaseTime = std::chrono::seconds(1);
+constexpr auto kReleasePoll = std::chrono::milliseconds(50);
+
+// Calls `tryStart` until it returns true, for at most kReleaseTime. Returns its last result.
+bool startWithin(const std::function<bool()>& tryStart)
 {
+    const auto deadline = std::chrono::steady_clock::now() + kReleaseTime;
+    bool started = false;
+    while (!(started = tryStart()) && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(kReleasePoll);
+    return started;
+}
+
+// The body of the part that receives uploads.
+int runTransferPart(const ServiceOptions& options, TokenStore& tokens, const PartStart& start)
+{
+    tokens.readUsedTokens();
+    std::string error;
+    std::unique_ptr<UploadStore> store;
+    const auto openStore = [&] {
+        store = UploadStore::open(options.root, error);
+        return store != nullptr;
+    };
+    TransferServerSettings settings;
+    settings.bindAddress = options.bindAddress;
+    settings.port = start.first ? options.port : start.port;
+    std::unique_ptr<TransferServer> server;
+    const auto startServer = [&] {
+        server = std::make_unique<TransferServer>(settings, *store, tokens);
+        server->setFaults(options.faults, options.faultCount);
+        return server->start(error);
+    };
+    if (!startWithin(openStore) || !startWithin(startServer))
+        return reportFailure(error);
+    if (start.first)
+        logOutput("Listening on " + server->address().text() + ", storing under " + options.root);
+    start.ready(server->port());
+    awaitTermination();
+    server->stop();
+    return 0;
+}
+
+// The body of the part that serves the page.
+int runPagePart(PageOptions options, TokenStore& tokens, const PartStart& start)
+{
+    if (!start.first)
+        options.port = start.port;
+    std::string error;
     const auto certificate = ensureCertificate(options.stateFolder, error);
     if (!certificate)
-        return nullptr;
-    auto page = std::make_unique<Page>(options, *certificate, tokens);
-    if (!page->server().start(error))
-        return nullptr;
-    logOutput("Page: " + page->server().pageUrl());
-    logOutput("Certificate: " + certificate->certificateFile.string());
-    return page;
+        return reportFailure(error);
+    std::unique_ptr<Page> page;
+    const auto startPage = [&] {
+        page = std::make_unique<Page>(options, *certificate, tokens);
+        return page->server().start(error);
+    };
+    if (!startWithin(startPage))
+        return reportFailure(error);
+    if (start.first) {
+        logOutput("Page: " + page->server().pageUrl());
+        logOutput("Certificate: " + certificate->certificateFile.string());
+    }
+    start.ready(page->server().port());
+    awaitTermination();
+    return 0;
 }
 
 int runService(const ServiceOptions& options)
 {
-    const sigset_t signals = blockTerminationSignals();
-    std::string error;
-    const auto store = UploadStore::open(options.root, error);
-    if (store == nullptr)
-        return reportFailure(error);
     TokenStore tokens;
     for (const std::string& token : options.tokens)
         tokens.add(token);
-
-    TransferServerSettings settings;
-    settings.bindAddress = options.bindAddress;
-    settings.port = options.port;
-    TransferServer server(settings, *store, tokens);
-    server.setFaults(options.faults, options.faultCount);
-    if (!server.start(error))
-        return reportFailure(error);
-    logOutput("Listening on " + server.address().text() + ", storing under " + options.root);
-    std::unique_ptr<Page> page;
-    if (options.page) {
-        page = startPage(*options.page, tokens, error);
-        if (page == nullptr)
-            return reportFailure(error);
-    }
-    waitForSignal(signals);
-    page.reset();
-    server.stop();
-    return 0;
+    Supervisor supervisor;
+    const auto transferPart = [&](const PartStart& start) {
+        return runTransferPart(options, tokens, start);
+    };
+    const auto pagePart = [&](const PartStart& start) {
+        return runPagePart(*options.page, tokens, start);
+    };
+    if (supervisor.start("transfer server", transferPart) && options.page)
+        std::ignore = supervisor.start("page server", pagePart); // run() returns its exit status
+    return supervisor.run();
 }
 
 } // namespace
@@ -115,6 +139,7 @@ int runService(const ServiceOptions& options)
 
 int main(int argc, char** argv)
 {
+    quenmoor::prepareProcess();
     const auto parsed = quenmoor::parseServiceOptions(argc, argv);
     if (const auto* const exit = std::get_if<quenmoor::ServiceExit>(&parsed)) {
         std::fputs(exit->text.c_str(), exit->status == 0 ? stdout : stderr);

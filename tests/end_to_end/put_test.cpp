@@ -89,6 +89,24 @@ TEST_F(PutProgram, resumesFromTheSizeOfARestartedService)
     EXPECT_GE(std::stoll(output.substr(sample + label.size())), held);
 }
 
+TEST_F(PutProgram, completesAnUploadDuringWhichTheTransferServerCrashes)
+{
+    const std::string content = sampleContent(30'000'000);
+    std::ignore = files.file("clip.mov", content);
+    startService({"--fault", "slow-reading=20000000"});
+    Process client(put({"clip.mov"}));
+    const auto part = root.path() / ".quenmoor/parts/clip.mov";
+    const auto limit = std::chrono::steady_clock::now() + 30s;
+    while (contentOf(part).size() < 5'000'000 && std::chrono::steady_clock::now() < limit)
+        std::this_thread::sleep_for(5ms);
+    const std::string process = std::to_string(service->id());
+    kill(std::stoi(contentOf("/proc/" + process + "/task/" + process + "/children")), SIGSEGV);
+    EXPECT_EQ(client.exitStatus(60s), 0) << client.output();
+    EXPECT_TRUE(contentOf(root.path() / "clip.mov") == content);
+    service->signal(SIGTERM);
+    EXPECT_EQ(service->exitStatus(), 0);
+}
+
 TEST_F(PutProgram, asksOnATerminalUntilAnAnswerAnInterruptOrTheEndOfTheInput)
 {
     std::ignore = files.file("clip.mov", "new");
