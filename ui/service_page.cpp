@@ -1,14 +1,20 @@
 #include "ui/service_page.h"
 
+#include "base/log.h"
 #include "base/text.h"
 
+#include <QRegularExpression>
+#include <algorithm>
 #include <array>
 #include <tuple>
+#include <utility>
 
 namespace quenmoor {
 namespace {
 
 constexpr std::uint16_t kHttpsPort = 443;
+constexpr double kMaxLogBurst = 100; // lines
+constexpr double kLogLinesPerSecond = 5;
 
 std::int32_t number(const std::optional<QString>& text)
 {
@@ -16,6 +22,21 @@ std::int32_t number(const std::optional<QString>& text)
 }
 
 } // namespace
+
+void PageLog::write(std::string_view line, Time now)
+{
+    const std::chrono::duration<double> passed = now - latest_.value_or(now);
+    latest_ = now;
+    available_ = std::min(kMaxLogBurst, available_ + passed.count() * kLogLinesPerSecond);
+    if (available_ < 1) {
+        ++omitted_;
+        return;
+    }
+    --available_;
+    if (omitted_ > 0)
+        logSystem("{} lines about the page were omitted.", std::exchange(omitted_, 0));
+    writeSystemLine(line);
+}
 
 QString baseUrl(const QString& host, std::uint16_t port)
 {
@@ -31,8 +52,13 @@ QString baseUrl(const QString& host, std::uint16_t port)
 QUrl pageUrl(const QString& baseUrl, const std::optional<QString>& session,
              const std::string& filename, std::int64_t size)
 {
+    // With a single "%" that starts no escape, QUrl would encode every "%" of the URL.
+    static const QRegularExpression kStrayPercent(QStringLiteral("%(?![0-9A-Fa-f]{2})"));
+    QString sessionText = session.value_or(QStringLiteral("(null)"));
+    sessionText.replace(kStrayPercent, QStringLiteral("%25"));
+
     QByteArray url = baseUrl.toUtf8();
-    url += "?session=" + session.value_or(QStringLiteral("(null)")).toUtf8();
+    url += "?session=" + sessionText.toUtf8();
     url += "&filename=" + QByteArray::fromStdString(percentEncodeQuery(filename));
     url += "&size=" + QByteArray::number(static_cast<qlonglong>(size));
     // The tolerant mode makes a valid URL out of any session.

@@ -1,13 +1,15 @@
 // The service's upload page: the interface through which the window shows it, its URL, and the
 // client version that it publishes.
 //
-// The page reports events by setting its document title. A page without version elements publishes
-// 0.0.0, so no client is out of date for it.
+// The page reports events by setting its document title. Each load has a number, and every signal
+// carries the number of the load whose document set the title. A page without version elements
+// publishes 0.0.0, so no client is out of date for it.
 #pragma once
 
 #include <QObject>
 #include <QString>
 #include <QUrl>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,6 +18,8 @@
 class QWidget;
 
 namespace quenmoor {
+
+using LoadNumber = std::uint64_t;
 
 // One title, with the values of the page's elements at the moment when it was set. A missing
 // element or attribute is an absent value.
@@ -27,7 +31,11 @@ struct PageSignal {
     std::optional<QString> macMinor;  // "mac_minor": inner text
     std::optional<QString> macBuild;  // "mac_build": inner text
     std::optional<QString> updateUrl; // "update_url": inner text
+    LoadNumber load = 0;
 };
+
+// What a load is for. The user can skip a file, but not the start page.
+enum class PageFor { Start, File };
 
 // Implemented by the embedded browser and by the tests. Main thread only.
 class ServicePage : public QObject {
@@ -39,22 +47,46 @@ public:
     // The widget that shows the page. Owned by the page until a window becomes its parent.
     virtual QWidget* widget() = 0;
 
-    // Starts to load `url` into the main frame with a plain GET request and returns at once. Also
-    // loads a URL that is already shown, so that the page signals again.
-    virtual void load(const QUrl& url) = 0;
+    // Starts to load `url` into the main frame with a plain GET request and returns at once, with
+    // the number of the load. It ends the document of the previous load, also if the URL is the
+    // same. A reload by the user or by the document keeps the number.
+    virtual LoadNumber load(const QUrl& url, PageFor purpose) = 0;
+
+    // Returns true if the latest load failed or its document ended.
+    virtual bool hasFailed() const = 0;
 
 Q_SIGNALS:
     // Emitted once for each title of the main frame, in the order in which the page set them, if
     // the document has the service's own origin.
     void titleReceived(const quenmoor::PageSignal& signal);
+
+    // The user skips the file of this load, whose page has failed.
+    void skipRequested(quenmoor::LoadNumber load);
+};
+
+// The lines about a page in the system log. A page can set titles and write to its console without
+// end, so only a burst of 100 lines and then 5 lines a second on average are written. The number of
+// omitted lines is written with the next line.
+class PageLog {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    void write(std::string_view line, Time now = std::chrono::steady_clock::now());
+
+private:
+    std::optional<Time> latest_;
+    double available_ = 100; // lines
+    std::uint64_t omitted_ = 0;
 };
 
 // The URL of the page on `host`. The scheme is always https; port 443 is omitted.
 QString baseUrl(const QString& host, std::uint16_t port);
 
 // The URL of the page for one file: `baseUrl` followed by "?session=", "&filename=" and "&size=".
-// The service defines this query byte for byte, so it is not built with QUrlQuery. `session` is not
-// encoded; an absent one is "(null)". `filename` is bytes in any encoding, `size` is in bytes.
+// The service defines this query byte for byte, so it is not built with QUrlQuery. `session` is
+// used as it is, with its percent escapes; an absent one is "(null)". What a URL cannot contain is
+// encoded, also a "%" without two hexadecimal digits. `filename` is bytes in any encoding, `size`
+// is in bytes.
 //
 // A "#" in the session starts a fragment, which is not sent to the service. No session can change
 // the host. The browser engine rewrites two things: it sends "'" as "%27", and it decodes the

@@ -11,6 +11,7 @@
 #include <QProgressBar>
 #include <QTableView>
 #include <QUrl>
+#include <utility>
 
 namespace quenmoor {
 namespace {
@@ -48,7 +49,7 @@ void ViewController::viewDidLoad()
     connectParts();
     addFiles(deps_.delegate.takeDroppedFiles());
     window_.progressGrid->setModel(&tableModel_);
-    deps_.page.load(QUrl(client_.baseUrl));
+    loadPage(QUrl(client_.baseUrl), PageFor::Start);
     logSystem("Byte length of long: {}", sizeof(long));
 }
 
@@ -63,6 +64,7 @@ void ViewController::connectParts()
     });
     connect(&deps_.page, &ServicePage::titleReceived, this,
             &ViewController::webViewDidReceiveTitle);
+    connect(&deps_.page, &ServicePage::skipRequested, this, &ViewController::skipFile);
     connect(&deps_.view, &QtUploadView::progressGridChanged, this,
             &ViewController::reloadProgressGrid);
     connect(&deps_.view, &QtUploadView::statusBarChanged, this,
@@ -129,7 +131,16 @@ void ViewController::showHeadFile()
     window_.setQuestionShown(true);
     window_.queueLabel->setText(QStringLiteral("(%1 more in Queue)").arg(fileQueue.size() - 1));
     window_.queueLabel->setVisible(fileQueue.size() > 1);
-    deps_.page.load(pageUrl(client_.baseUrl, session_, head.file.filename(), head.size));
+    const QUrl url = pageUrl(client_.baseUrl, session_, head.file.filename(), head.size);
+    if (!awaitsAnswer_ || url != url_ || deps_.page.hasFailed())
+        loadPage(url, PageFor::File);
+}
+
+void ViewController::loadPage(const QUrl& url, PageFor purpose)
+{
+    url_ = url;
+    awaitsAnswer_ = purpose == PageFor::File;
+    load_ = deps_.page.load(url, purpose);
 }
 
 void ViewController::showIdle()
@@ -157,7 +168,11 @@ void ViewController::webViewDidReceiveTitle(const PageSignal& signal)
 
 void ViewController::handleTitle(const PageSignal& signal)
 {
-    logSystem("Page title: {}", signal.title.toStdString());
+    pageLog_.write("Page title: " + signal.title.toStdString());
+    if (signal.load != load_) {
+        pageLog_.write("The title is ignored, because the page has been replaced.");
+        return;
+    }
     if (signal.title == u"session")
         sessionReceived(signal);
     else if (signal.title == u"token")
@@ -179,13 +194,21 @@ void ViewController::sessionReceived(const PageSignal& signal)
     updateView();
 }
 
+bool ViewController::takeAnswer(std::string_view title)
+{
+    if (std::exchange(awaitsAnswer_, false))
+        return true;
+    pageLog_.write(fmt::format("The title \"{}\" is ignored, because this page has answered or was "
+                               "not loaded for a file.",
+                               title));
+    return false;
+}
+
 void ViewController::tokenReceived(const PageSignal& signal)
 {
-    session_ = signal.session;
-    if (deps_.queues.fileQueue().empty()) {
-        logSystem("The page issued a token, but no file is waiting for one.");
+    if (!takeAnswer("token"))
         return;
-    }
+    session_ = signal.session;
     const FileUrl file = deps_.queues.fileQueue().front().file;
     const std::int64_t size = deps_.queues.fileQueue().front().size;
     std::optional<std::string> token;
@@ -201,11 +224,19 @@ void ViewController::tokenReceived(const PageSignal& signal)
 
 void ViewController::cancelReceived(const PageSignal& signal)
 {
-    session_ = signal.session;
-    if (!deps_.queues.cancelHead()) {
-        logSystem("The page cancelled a file, but no file is waiting.");
+    if (!takeAnswer("cancel"))
         return;
-    }
+    session_ = signal.session;
+    deps_.queues.cancelHead();
+    updateView();
+}
+
+void ViewController::skipFile(LoadNumber load)
+{
+    if (load != load_ || !std::exchange(awaitsAnswer_, false))
+        return;
+    logSystem("The user skipped a file, because its page is not available.");
+    deps_.queues.cancelHead();
     updateView();
 }
 

@@ -51,11 +51,13 @@ public:
     // list, and the rest in later turns of the event loop.
     void addFiles(const std::vector<FileUrl>& files);
 
-    // Shows the first file in the queue and loads its page, or shows the idle view.
+    // Shows the first file in the queue and loads its page, or shows the idle view. A page that
+    // already asks about this file with the same URL is not loaded again.
     void updateView();
 
     // Handles one title of the page. A title that arrives while the alert of an earlier one is open
-    // is handled after it.
+    // is handled after it. Titles of an earlier load are ignored, and so is every answer ("token"
+    // or "cancel") except the first one of the load for the first file in the queue.
     void webViewDidReceiveTitle(const PageSignal& signal);
 
     // Asks the user if files are queued or under upload. Returns true if the window may close.
@@ -77,6 +79,12 @@ private:
     void indexReceived(const PageSignal& signal);
     void cancelReceived(const PageSignal& signal);
 
+    void skipFile(LoadNumber load);
+
+    // Returns whether the answer `title` of the latest load counts.
+    bool takeAnswer(std::string_view title);
+
+    void loadPage(const QUrl& url, PageFor purpose);
     void stopOutdatedClient(const PageSignal& signal);
 
     void takeIncoming();
@@ -100,6 +108,12 @@ private:
     bool closeQuestionOpen_ = false;
     bool handlingTitle_ = false;
     std::deque<PageSignal> titles_; // received, not yet handled
+    PageLog pageLog_;
+
+    // The latest load.
+    QUrl url_;
+    LoadNumber load_ = 0;
+    bool awaitsAnswer_ = false; // it is for the head of the file queue and has not been answered
 };
 
 } // namespace quenmoor

@@ -25,7 +25,7 @@ public:
 class WholeWindow {
 public:
     // `service` is running and outlives the window.
-    explicit WholeWindow(LocalService& service);
+    explicit WholeWindow(LocalService& service, const QString& pageUrl = {});
     ~WholeWindow();
 
     // Shows the window and waits for its idle state.

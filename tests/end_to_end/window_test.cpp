@@ -1,6 +1,6 @@
 // What a user does with the window, from the drop to the stored bytes.
 #include "tests/end_to_end/whole_window.h"
-#include "tests/ui/page/trusting_home.h"
+#include "tests/ui/page/web_fixture.h"
 #include "ui/appearance.h"
 #include "ui/drag_view.h"
 
@@ -43,6 +43,7 @@ private Q_SLOTS:
     void thePageShowsNameAndSizeAndRecoversFromARefusal();
     void anOutdatedClientOpensTheDownloadPageAndEnds();
     void anUploadResumesAfterAServerCrash();
+    void aSecondAnswerReachesNoOtherFile();
     void unusualNamesArriveFromEveryIntake();
 
 private:
@@ -153,6 +154,32 @@ void WindowTest::anUploadResumesAfterAServerCrash()
     QVERIFY(client.waitForStatus(0, u"Finished"_s));
     QVERIFY(service_->stored("clip.mov") == content);
     QVERIFY(client.window.findChild<AlertBox*>() == nullptr);
+}
+
+void WindowTest::aSecondAnswerReachesNoOtherFile()
+{
+    ScriptedService pages(home_.certificate());
+    pages.pages[kIndex] = R"(<input id=session value=s><input id=token value=t><script>
+        onload = () => {
+            document.title = location.search ? 'ready' : 'index';
+            document.title = location.search ? 'ready' : 'session'; };
+        onclick = () => {
+            document.title = 'upload';
+            setTimeout(() => document.title = 'token', 20); };
+        </script>)";
+    WholeWindow client(*service_, pages.url(kIndex).toString());
+    client.start();
+    client.drop({client.files.file("a.mov", "first"), client.files.file("b.mov", "second")});
+    const auto waitForPageOf = [&client](const QString& name) {
+        return client.inPage(u"document.title == 'ready' && location.search.includes('%1') ? 'yes' "
+                             "            : ''"_s.arg(name)) == u"yes";
+    };
+    QVERIFY(waitForPageOf(u"a.mov"_s));
+    pages.delay = std::chrono::milliseconds(400); // longer than the page takes to answer twice
+    QCOMPARE(client.inPage(u"onclick(), setTimeout(onclick, 10), 'clicked'"_s), u"clicked"_s);
+    QVERIFY(waitForPageOf(u"b.mov"_s));
+    QCOMPARE(client.queues.fileQueue().size(), 1U);
+    QCOMPARE(client.queues.tableList().count(), 1U);
 }
 
 void WindowTest::unusualNamesArriveFromEveryIntake()

@@ -86,7 +86,8 @@ private:
 class PlainPage : public ServicePage {
 public:
     QWidget* widget() override { return widget_; }
-    void load(const QUrl& /*url*/) override {}
+    LoadNumber load(const QUrl& /*url*/, PageFor /*purpose*/) override { return 0; }
+    bool hasFailed() const override { return false; }
 
 private:
     QWidget* widget_ = new QWidget; // the window takes ownership

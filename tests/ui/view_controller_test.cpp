@@ -33,14 +33,20 @@ using namespace Qt::StringLiterals;
 class FakePage : public ServicePage {
 public:
     std::vector<std::string> loads;
+    LoadNumber number = 0; // of the latest load
 
     QWidget* widget() override { return widget_; }
-    void load(const QUrl& url) override { loads.push_back(url.toEncoded().toStdString()); }
+    LoadNumber load(const QUrl& url, PageFor) override
+    {
+        loads.push_back(url.toEncoded().toStdString());
+        return ++number;
+    }
+    bool hasFailed() const override { return false; }
 
     void signal(const QString& title, const std::optional<QString>& session = QStringLiteral("s1"),
                 const std::optional<QString>& token = {})
     {
-        Q_EMIT titleReceived({title, session, token, {}, {}, {}, {}});
+        Q_EMIT titleReceived({title, session, token, {}, {}, {}, {}, number});
     }
 
 private:
@@ -277,7 +283,7 @@ private Q_SLOTS:
             with.page.signal(u"session"_s);
             QVERIFY(!with.logged("Page title: session"));
         };
-        Q_EMIT with.page.titleReceived({u"index"_s, {}, {}, u"3"_s, {}, {}, {}});
+        Q_EMIT with.page.titleReceived({u"index"_s, {}, {}, u"3"_s, {}, {}, {}, with.page.number});
         // "session" is handled last, so the window is Idle, not Ready
         QCOMPARE(shown(with.window), u"dropPanel statusBarProgressBar drops"_s);
     }

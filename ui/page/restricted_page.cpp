@@ -63,9 +63,12 @@ std::unique_ptr<QWebEngineProfile> makeProfile()
 }
 
 RestrictedPage::RestrictedPage(QWebEngineProfile* profile, QUrl service,
-                               const std::function<void(const QUrl&)>& openInBrowser,
+                               const std::function<void(const QUrl&)>& openInBrowser, PageLog& log,
                                QObject* parent)
-    : QWebEnginePage(profile, parent), service_(std::move(service)), openInBrowser_(openInBrowser)
+    : QWebEnginePage(profile, parent),
+      service_(std::move(service)),
+      openInBrowser_(openInBrowser),
+      log_(log)
 {
     applySettings();
     rejectRequests();
@@ -91,19 +94,27 @@ QStringList RestrictedPage::chooseFiles(FileSelectionMode /*mode*/, const QStrin
 
 void RestrictedPage::javaScriptAlert(const QUrl& /*securityOrigin*/, const QString& msg)
 {
-    logSystem("The page called alert(): {}", msg.left(kMaxLoggedText).toStdString());
+    log_.write("The page called alert(): " + msg.left(kMaxLoggedText).toStdString());
 }
 
-// Also decides whether a "beforeunload" handler keeps the current document.
 bool RestrictedPage::javaScriptConfirm(const QUrl& /*securityOrigin*/, const QString& /*msg*/)
 {
-    return leaving_;
+    return false;
 }
 
 bool RestrictedPage::javaScriptPrompt(const QUrl& /*securityOrigin*/, const QString& /*msg*/,
                                       const QString& /*defaultValue*/, QString* /*result*/)
 {
     return false;
+}
+
+void RestrictedPage::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel /*level*/,
+                                              const QString& message, int line,
+                                              const QString& source)
+{
+    log_.write(fmt::format("Page console: {} ({}, line {})",
+                           message.left(kMaxLoggedText).toStdString(),
+                           QUrl(source).fileName().left(kMaxLoggedText).toStdString(), line));
 }
 
 void RestrictedPage::applySettings()

@@ -2,7 +2,8 @@
 // or download files, in a profile that stores nothing on disk.
 #pragma once
 
-#include <QUrl>
+#include "ui/service_page.h"
+
 #include <QWebEnginePage>
 #include <functional>
 #include <memory>
@@ -24,13 +25,11 @@ class RestrictedPage : public QWebEnginePage {
 
 public:
     // `service` is any URL of the allowed origin. `openInBrowser` is called with the http and https
-    // URLs of links that the user clicked and that lead to another origin or window; it must
-    // outlive the page.
+    // URLs of links that the user clicked and that lead to another origin or window. It and `log`,
+    // which receives the page's console and alerts, must outlive the page.
     RestrictedPage(QWebEngineProfile* profile, QUrl service,
-                   const std::function<void(const QUrl&)>& openInBrowser, QObject* parent);
-
-    // While `leaving` is true, the current document cannot prevent the next navigation.
-    void setLeaving(bool leaving) { leaving_ = leaving; }
+                   const std::function<void(const QUrl&)>& openInBrowser, PageLog& log,
+                   QObject* parent);
 
 protected:
     bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override;
@@ -40,6 +39,8 @@ protected:
     bool javaScriptConfirm(const QUrl& securityOrigin, const QString& msg) override;
     bool javaScriptPrompt(const QUrl& securityOrigin, const QString& msg,
                           const QString& defaultValue, QString* result) override;
+    void javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level, const QString& message,
+                                  int line, const QString& source) override;
 
 private:
     void applySettings();
@@ -47,7 +48,7 @@ private:
 
     const QUrl service_;
     const std::function<void(const QUrl&)>& openInBrowser_;
-    bool leaving_ = false;
+    PageLog& log_;
 };
 
 } // namespace quenmoor

@@ -1,5 +1,5 @@
-// Sends every title of the service's page to the client, with the values of the page's elements at
-// the moment when the title was set.
+// Informs the client of every new document of the main frame, and sends it every title of the
+// service's page with the values of the page's elements at the moment when the title was set.
 //
 // Runs in an isolated world, before any script of the page, in the main frame of every document. The
 // page can access neither this script nor its channel. The client replaces "__SERVICE_ORIGIN__".
@@ -9,7 +9,25 @@
 (() => {
     'use strict';
 
-    if (window.top !== window || window.origin !== '__SERVICE_ORIGIN__')
+    if (window.top !== window)
+        return;
+
+    // The message that QWebChannel's script sends to invoke a method. Its handshake is left out,
+    // because a title that is set just before the page is replaced would then be sent too late.
+    const kInvokeMethod = 6;
+    let invocations = 0;
+    const transport = qt.webChannelTransport;
+    transport.onmessage = () => {};
+    const invoke = (method, argument) => transport.send(JSON.stringify({
+        type: kInvokeMethod,
+        id: invocations++,
+        object: 'watcher',
+        method,
+        args: [argument],
+    }));
+
+    invoke('receiveDocument', window.origin);
+    if (window.origin !== '__SERVICE_ORIGIN__')
         return;
 
     // Taken from the prototypes, because a form control with a suitable name hides a property of its
@@ -95,19 +113,7 @@
         return states;
     };
 
-    // The message that QWebChannel's script sends to invoke a method. Its handshake is left out,
-    // because a title that is set just before the page is replaced would then be sent too late.
-    const kInvokeMethod = 6;
-    let invocations = 0;
-    const transport = qt.webChannelTransport;
-    transport.onmessage = () => {};
-    const send = state => transport.send(JSON.stringify({
-        type: kInvokeMethod,
-        id: invocations++,
-        object: 'titles',
-        method: 'receive',
-        args: [state],
-    }));
+    const send = state => invoke('receiveTitle', state);
 
     // An empty title is not reported, but the same title after it is reported again.
     let lastTitle = '';

@@ -1,22 +1,23 @@
-// The service's upload page in an embedded browser, and the panel that replaces it when a load
-// fails.
+// The service's upload page in an embedded browser, and the panels that replace it while it loads
+// and when it has failed.
 //
-// A script in an isolated world of the main frame reports each title together with the values of
-// the page's elements. Nothing is stored on disk. Whether a certificate is trusted is decided by
-// the machine's configuration.
+// Every load has a browser page of its own, and beginning a load deletes the previous one with its
+// process. No document of an earlier load can therefore signal a title, receive input, return by
+// the history or use the processor. The document may replace itself: every document of the
+// service's origin within a load signals for this load.
+//
+// Nothing is stored on disk. Whether a certificate is trusted is decided by the machine's
+// configuration.
 #pragma once
 
 #include "ui/service_page.h"
 
 #include <QPointer>
 #include <QTimer>
-#include <QWidget>
 #include <chrono>
 #include <functional>
 #include <memory>
 
-class QLabel;
-class QPushButton;
 class QStackedWidget;
 class QWebEngineLoadingInfo;
 class QWebEngineProfile;
@@ -24,63 +25,81 @@ class QWebEngineView;
 
 namespace quenmoor {
 
+class FailurePanel;
+class LoadingPanel;
+class PageInputFilter;
 class RestrictedPage;
 
-// Shows why the page is not available, with a button that loads it again. Main thread only.
-class FailurePanel : public QWidget {
-    Q_OBJECT
-
-public:
-    explicit FailurePanel(QWidget* parent);
-
-    // `reason` is a sentence for the user, `detail` is for a support person and may be empty.
-    void setFailure(const QString& reason, const QString& detail);
-
-    void focusReload();
-
-Q_SIGNALS:
-    void reloadRequested();
-
-private:
-    QLabel* reason_;
-    QLabel* detail_;
-    QPushButton* reload_;
-};
-
-// Main thread only. The failure panel is shown when a load fails or times out, or when the page's
-// process crashes, until the next load.
+// Main thread only.
 class WebServicePage : public ServicePage {
     Q_OBJECT
 
 public:
+    struct Limits {
+        // Without any progress, until the document exists.
+        std::chrono::milliseconds load = std::chrono::seconds(30);
+
+        // Until the document's scripts let a script of the client run. Long, because the page may
+        // wait for a slow request and the machine may be busy.
+        std::chrono::milliseconds response = std::chrono::seconds(30);
+    };
+
     // Only documents of the origin of `baseUrl` can signal titles. `openInBrowser` is called with
-    // the http and https URLs of links that lead elsewhere. A load fails if it makes no progress
-    // for `loadTimeout`.
+    // the http and https URLs of links that lead elsewhere.
     WebServicePage(const QString& baseUrl, std::function<void(const QUrl&)> openInBrowser,
-                   std::chrono::milliseconds loadTimeout = std::chrono::seconds(30));
+                   Limits limits);
+    WebServicePage(const QString& baseUrl, std::function<void(const QUrl&)> openInBrowser)
+        : WebServicePage(baseUrl, std::move(openInBrowser), Limits())
+    {
+    }
     ~WebServicePage() override;
 
     QWidget* widget() override;
-    void load(const QUrl& url) override;
+    LoadNumber load(const QUrl& url, PageFor purpose) override;
+    bool hasFailed() const override { return state_ == State::Failed; }
 
 private:
+    enum class State {
+        Empty,   // nothing was loaded yet
+        Waiting, // for the document; the loading panel is shown
+        Arrived, // the document exists and is shown, its resources may be missing
+        Loaded,
+        Failed, // the failure panel is shown; there is no document
+    };
+
     void makeView();
+    void replacePage();
     void connectPage();
-    void watchTitles();
+
+    void beginLoad();
+    void documentCreated(const QString& origin);
     void loadingChanged(const QWebEngineLoadingInfo& info);
-    void showFailure(const QString& reason, const QString& detail);
+    void checkResponse();
+    void fail(const QString& reason, const QString& detail);
+    void show(State state);
 
     // Set once at construction. The profile outlives the view, which the window may delete.
     const QUrl baseUrl_;
     const std::function<void(const QUrl&)> openInBrowser_;
+    const Limits limits_;
+    PageLog log_;
     std::unique_ptr<QWebEngineProfile> profile_;
     QPointer<QStackedWidget> widget_;
     QPointer<QWebEngineView> view_;
-    QPointer<RestrictedPage> page_; // owned by view_
-    FailurePanel* panel_ = nullptr; // owned by widget_
+    LoadingPanel* loadingPanel_ = nullptr; // owned by widget_, like the next two
+    FailurePanel* failurePanel_ = nullptr;
+    PageInputFilter* inputFilter_ = nullptr;
 
-    QUrl url_; // the latest one that load() received; the Reload button loads it
+    // The latest load.
+    QPointer<RestrictedPage> page_; // owned by widget_
+    std::uint64_t pageNumber_ = 0;  // differs from load_ after a reload
+    LoadNumber load_ = 0;
+    QUrl url_;
+    State state_ = State::Empty;
+    QString foreignOrigin_; // of the document, unless it is the service's
     QTimer loadTimer_;
+    QTimer responseTimer_;
+    int unansweredChecks_ = 0;
 };
 
 } // namespace quenmoor

@@ -13,6 +13,7 @@
 #include <QStackedWidget>
 #include <QTcpSocket>
 #include <QTest>
+#include <QTimer>
 #include <QWebEnginePage>
 #include <QWebEngineView>
 
@@ -25,8 +26,9 @@ class ScriptedService : public QSslServer {
 public:
     std::map<QByteArray, QByteArray> pages; // the html of each path
     // The status and more header lines of every page. A request is not answered while it is empty.
-    QByteArray head;
-    QByteArrayList targets; // of the request lines, as received
+    QByteArray head = "200 OK";
+    std::chrono::milliseconds delay{0}; // of every response
+    QByteArrayList targets;             // of the request lines, as received
 
     explicit ScriptedService(const Certificate& certificate)
     {
@@ -61,7 +63,12 @@ private:
         targets << request.split(' ').value(1);
         if (head.isEmpty())
             return;
-        const auto page = pages.find(targets.back().split('?').front());
+        QTimer::singleShot(delay, &socket,
+                           [this, &socket, target = targets.back()] { send(socket, target); });
+    }
+    void send(QTcpSocket& socket, const QByteArray& target)
+    {
+        const auto page = pages.find(target.split('?').front());
         socket.write("HTTP/1.1 " + (page == pages.end() ? "404 Not Found" : head) +
                      "\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n");
         if (page != pages.end())
@@ -71,12 +78,11 @@ private:
 };
 
 struct WebFixture {
-    explicit WebFixture(const Certificate& certificate,
-                        std::chrono::milliseconds loadTimeout = std::chrono::seconds(30))
+    explicit WebFixture(const Certificate& certificate, WebServicePage::Limits limits = {})
         : service(certificate),
           page(
               service.url(kIndex).toString(), [this](const QUrl& url) { opened.push_back(url); },
-              loadTimeout)
+              limits)
     {
         QObject::connect(&page, &ServicePage::titleReceived,
                          [this](const PageSignal& signal) { reported.push_back(signal); });
@@ -94,7 +100,7 @@ struct WebFixture {
     QString load(const QUrl& url)
     {
         const std::size_t before = reported.size();
-        page.load(url);
+        page.load(url, PageFor::File);
         return waitForTitle(u"end", before) ? received() : QStringLiteral("(time limit)");
     }
     bool waitForTitle(QStringView title, std::size_t after = 0)

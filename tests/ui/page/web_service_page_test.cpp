@@ -142,7 +142,8 @@ private Q_SLOTS:
             web_.service.pages[kIndex] = "<title>token</title>The service's own text.";
             web_.service.head = head;
             web_.page.load(
-                pageUrl(web_.service.url(kIndex).toString(), u" \t@<\">"_s, "it's\xE9?.mov", 1));
+                pageUrl(web_.service.url(kIndex).toString(), u" \t@<\">"_s, "it's\xE9?.mov", 1),
+                PageFor::File);
             QCOMPARE(web_.failure(), u"The service responded, but not with its upload page."_s);
             web_.service.pages[kIndex] = "<title>end</title>";
             web_.service.head = "200 OK";
@@ -156,22 +157,22 @@ private Q_SLOTS:
 
     void aLoadTimesOutUnlessTheWindowDeletedThePage()
     {
-        WebFixture deleted(home_.certificate(), std::chrono::milliseconds(100));
-        WebFixture later(home_.certificate(), std::chrono::milliseconds(300));
+        WebFixture deleted(home_.certificate(), {.load = std::chrono::milliseconds(100)});
+        WebFixture later(home_.certificate(), {.load = std::chrono::milliseconds(300)});
         for (WebFixture* const web : {&deleted, &later}) {
             web->service.head.clear();
-            web->page.load(web->service.url(kIndex));
+            web->page.load(web->service.url(kIndex), PageFor::File);
         }
         delete deleted.page.widget();
         QVERIFY(deleted.page.widget() == nullptr);
-        deleted.page.load(deleted.service.url(kIndex));
+        deleted.page.load(deleted.service.url(kIndex), PageFor::File);
         QCOMPARE(later.failure(), u"The service does not respond."_s);
     }
 
     void aReplacedLoadIsNoFailure()
     {
         web_.service.head.clear();
-        web_.page.load(web_.service.url("/silent"));
+        web_.page.load(web_.service.url("/silent"), PageFor::File);
         QTRY_VERIFY(!web_.service.targets.empty());
         web_.service.head = "200 OK";
         web_.show("<title>end</title>");
@@ -190,7 +191,7 @@ private Q_SLOTS:
     void anUntrustedCertificateIsNeverAccepted()
     {
         WebFixture web(home_.untrustedCertificate());
-        web.page.load(web.service.url(kIndex));
+        web.page.load(web.service.url(kIndex), PageFor::File);
         QVERIFY(web.failure().contains(u"certificate"_s));
         QVERIFY(web.service.targets.empty());
     }
@@ -222,14 +223,6 @@ private Q_SLOTS:
                            "</script>"),
                  u",,false,,denied,1,rejected|end"_s);
         QVERIFY(web_.opened.empty());
-    }
-
-    void aPageCannotPreventTheNextLoad()
-    {
-        // Only a page that the user has clicked may ask.
-        showAndClick("<p>Text</p><script>onbeforeunload = event => { event.preventDefault();"
-                     "  return event.returnValue = 'stay'; };</script>");
-        QCOMPARE(web_.show("<title>end</title>"), u"end|clicked|end"_s);
     }
 
     void nothingIsStoredInTheHomeFolder()

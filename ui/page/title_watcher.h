@@ -1,0 +1,48 @@
+// Receives the titles of a page and the values of its elements from title_watcher.js.
+//
+// The script runs in an isolated world of the main frame. The page's own scripts can reach neither
+// the script nor the channel.
+#pragma once
+
+#include "ui/service_page.h"
+
+#include <QJsonObject>
+
+class QWebEnginePage;
+
+namespace quenmoor {
+
+// The isolated world of the script.
+inline constexpr std::uint32_t kWatcherWorld = 1; // QWebEngineScript::ApplicationWorld
+
+// The origin of `url` as window.origin returns it.
+QString originOf(const QUrl& url);
+
+// Main thread only. The signals are emitted inside a call from the browser engine, so a slot that
+// opens a dialog or replaces the page must be connected with a queued connection.
+class TitleWatcher : public QObject {
+    Q_OBJECT
+
+public:
+    // Installs the script in `page`, which becomes the parent. Only titles of documents with the
+    // origin of `service` are received. Values that are too long are logged to `log` and absent.
+    TitleWatcher(QWebEnginePage* page, const QUrl& service, PageLog& log);
+
+    // Called by the script.
+    Q_INVOKABLE void receiveDocument(const QString& origin);
+    Q_INVOKABLE void receiveTitle(const QJsonObject& message);
+
+Q_SIGNALS:
+    // A document of any origin exists in the main frame. None of its own scripts has run.
+    void documentCreated(const QString& origin);
+
+    // `signal` has no load number.
+    void titleReceived(const quenmoor::PageSignal& signal);
+
+private:
+    std::optional<QString> valueOf(const QJsonObject& message, const QString& key) const;
+
+    PageLog& log_;
+};
+
+} // namespace quenmoor
