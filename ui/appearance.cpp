@@ -2,19 +2,23 @@
 
 #include "base/text.h"
 
+#include <QApplication>
 #include <QEvent>
 #include <QPainter>
 #include <QStyle>
 #include <QTextDocument>
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace quenmoor {
 namespace {
 
-constexpr double kMinContrast = 3.0;
-constexpr double kMixStep = 0.1;
-constexpr int kMinLabelWidth = 12; // in average characters
+constexpr double kTextContrast = 4.5;
+constexpr double kMixStep = 0.05;
+constexpr double kSecondaryTextShare = 0.6; // of the text colour
+constexpr int kFrameWidth = 2;              // in pixels, of the outline of a focused content
+constexpr int kMinLabelWidth = 12;          // in average characters
 
 // Relative luminance, as WCAG 2.1 defines it.
 double luminance(const QColor& color)
@@ -67,20 +71,64 @@ int cellMargin(const QFontMetrics& metrics)
     return metrics.height() / 2;
 }
 
-QColor accent(const QPalette& palette, QPalette::ColorRole background)
+QColor withContrast(const QPalette& palette, const QColor& color,
+                    std::initializer_list<QColor> backgrounds, double ratio)
 {
-    const QColor highlight = palette.color(QPalette::Highlight);
-    const QColor back = palette.color(background);
-    QColor color = highlight;
-    for (double share = kMixStep; contrast(color, back) < kMinContrast && share <= 1;
-         share += kMixStep)
-        color = mixture(highlight, palette.color(QPalette::Text), share);
-    return color;
+    const auto isEnough = [&](const QColor& mixed) {
+        return std::all_of(backgrounds.begin(), backgrounds.end(), [&](const QColor& background) {
+            return contrast(mixed, background) >= ratio;
+        });
+    };
+    QColor mixed = color;
+    for (double share = kMixStep; !isEnough(mixed) && share <= 1; share += kMixStep)
+        mixed = mixture(color, palette.color(QPalette::WindowText), share);
+    return mixed;
 }
 
-QColor mixed(const QPalette& palette, QPalette::ColorRole background, double share)
+QColor accent(const QPalette& palette, QPalette::ColorRole background)
 {
-    return mixture(palette.color(background), palette.color(QPalette::WindowText), share);
+    return withContrast(palette, palette.color(QPalette::Highlight), {palette.color(background)});
+}
+
+QColor outline(const QPalette& palette)
+{
+    const QColor window = palette.color(QPalette::Window);
+    return withContrast(palette, window, {window, palette.color(QPalette::Base)});
+}
+
+QPalette windowPalette(const QPalette& application)
+{
+    const QColor window = application.color(QPalette::Window);
+    const QColor base = application.color(QPalette::Base);
+    const QColor quiet =
+        mixture(window, application.color(QPalette::WindowText), kSecondaryTextShare);
+    // The same share of text changes the luminance of a light background more.
+    const double zebraShare = luminance(base) > 0.5 ? 0.02 : 0.04;
+    QPalette palette;
+    palette.setColor(QPalette::PlaceholderText,
+                     withContrast(application, quiet, {window, base}, kTextContrast));
+    palette.setColor(QPalette::AlternateBase,
+                     mixture(base, application.color(QPalette::Text), zebraShare));
+    return palette;
+}
+
+OutlinedFrame::OutlinedFrame(QWidget* focusWidget)
+{
+    setContentsMargins(kFrameWidth, kFrameWidth, kFrameWidth, kFrameWidth);
+    if (focusWidget == nullptr)
+        return;
+    connect(qApp, &QApplication::focusChanged, this, [this, focusWidget](QWidget*, QWidget* now) {
+        if (std::exchange(focused_, now == focusWidget) != focused_)
+            update();
+    });
+}
+
+void OutlinedFrame::paintEvent(QPaintEvent*)
+{
+    QPainter painter(this);
+    painter.fillRect(rect(), focused_ ? accent(palette(), QPalette::Window) : outline(palette()));
+    const int width = focused_ ? kFrameWidth : 1;
+    painter.fillRect(rect().adjusted(width, width, -width, -width), palette().base());
 }
 
 void ElidedLabel::setElidedText(const QString& text, const QString& toolTip)

@@ -5,9 +5,11 @@
 #include <QColor>
 #include <QFont>
 #include <QFontMetrics>
+#include <QFrame>
 #include <QLabel>
 #include <QPalette>
 #include <QString>
+#include <initializer_list>
 #include <string_view>
 
 namespace quenmoor {
@@ -29,13 +31,39 @@ QFont scaledFont(QFont font, double scale);
 // The horizontal margin of the text in a table cell, in pixels.
 int cellMargin(const QFontMetrics& metrics);
 
-// The palette's highlight colour, mixed with the text colour until its contrast to `background` is
-// at least 3:1 (WCAG 2.1, success criterion 1.4.11, for graphics).
+// The least contrast of graphics to their background: WCAG 2.1, success criterion 1.4.11.
+inline constexpr double kGraphicsContrast = 3.0;
+
+// `color`, mixed with the palette's text colour until its contrast to each of `backgrounds` is at
+// least `ratio`, as far as the palette permits.
+QColor withContrast(const QPalette& palette, const QColor& color,
+                    std::initializer_list<QColor> backgrounds, double ratio = kGraphicsContrast);
+
+// The palette's highlight colour as a graphic on `background`.
 QColor accent(const QPalette& palette, QPalette::ColorRole background);
 
-// The palette's `background` with `share` (0 to 1) of the text colour mixed in: a grey for light
-// and dark palettes.
-QColor mixed(const QPalette& palette, QPalette::ColorRole background, double share);
+// A grey line on Window and Base.
+QColor outline(const QPalette& palette);
+
+// The roles that the window does not take from the application's palette: PlaceholderText, the
+// colour of secondary text, with the contrast of text (WCAG 2.1, 1.4.3) on Window and Base, and
+// AlternateBase, close to Base. All other roles of the result are unset.
+QPalette windowPalette(const QPalette& application);
+
+// Outlines its content. Main thread only.
+class OutlinedFrame : public QFrame {
+    Q_OBJECT
+
+public:
+    // Also shows with the outline whether `focusWidget`, if it is not null, has the keyboard focus.
+    explicit OutlinedFrame(QWidget* focusWidget = nullptr);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    bool focused_ = false;
+};
 
 // One line of text whose middle is elided when it does not fit; the tool tip then shows all of it.
 // text() and the accessible name are always the whole text. Main thread only.

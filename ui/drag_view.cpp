@@ -7,6 +7,7 @@
 #include <QDropEvent>
 #include <QLabel>
 #include <QMimeData>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QUrl>
@@ -50,10 +51,10 @@ QPainterPath trayWithArrow()
 
 class TrayIcon : public QWidget {
 public:
-    TrayIcon()
+    QSize sizeHint() const override
     {
         const int size = fontMetrics().height() * kIconInLines;
-        setFixedSize(size, size);
+        return {size, size};
     }
 
 protected:
@@ -62,7 +63,7 @@ protected:
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
         painter.scale(width(), height());
-        QPen pen(accent(palette(), QPalette::Base), 0.055);
+        QPen pen(accent(palette(), QPalette::Window), 0.055);
         pen.setCapStyle(Qt::RoundCap);
         pen.setJoinStyle(Qt::RoundJoin);
         painter.strokePath(trayWithArrow(), pen);
@@ -126,11 +127,11 @@ void DragView::dropEvent(QDropEvent* event)
     Q_EMIT filesDropped(files);
 }
 
-DropPanel::DropPanel(QWidget* parent) : QFrame(parent), buttonLayout_(new QVBoxLayout)
+DropPanel::DropPanel(QWidget* parent)
+    : QFrame(parent), heading_(new QLabel(QStringLiteral("Drop files here")))
 {
-    auto* const heading = new QLabel(QStringLiteral("Drop files here"));
-    heading->setFont(scaledFont(font(), kHeadingScale));
-    auto* const hint = new QLabel(QStringLiteral("or choose them on this computer"));
+    heading_->setFont(scaledFont(font(), kHeadingScale));
+    auto* const hint = new QLabel(QStringLiteral("or click to choose them on this computer"));
     hint->setForegroundRole(QPalette::PlaceholderText);
 
     const int line = fontMetrics().height();
@@ -140,12 +141,23 @@ DropPanel::DropPanel(QWidget* parent) : QFrame(parent), buttonLayout_(new QVBoxL
     rows->addStretch();
     rows->addWidget(new TrayIcon, 0, Qt::AlignHCenter);
     rows->addSpacing(line / 2);
-    rows->addWidget(heading, 0, Qt::AlignHCenter);
+    rows->addWidget(heading_, 0, Qt::AlignHCenter);
     rows->addWidget(hint, 0, Qt::AlignHCenter);
-    rows->addSpacing(line / 2);
-    rows->addLayout(buttonLayout_);
     rows->addStretch();
-    buttonLayout_->setAlignment(Qt::AlignHCenter);
+    setCursor(Qt::PointingHandCursor);
+}
+
+void DropPanel::changeEvent(QEvent* event)
+{
+    if (event->type() == QEvent::FontChange)
+        heading_->setFont(scaledFont(font(), kHeadingScale));
+    QFrame::changeEvent(event);
+}
+
+void DropPanel::mouseReleaseEvent(QMouseEvent* event)
+{
+    if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint()))
+        Q_EMIT clicked();
 }
 
 void DropPanel::setHighlighted(bool highlighted)
@@ -158,13 +170,12 @@ void DropPanel::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    const QColor highlight = accent(palette(), QPalette::Base);
-    QColor fill = highlighted_ ? highlight : palette().color(QPalette::Base);
-    if (highlighted_)
-        fill.setAlphaF(0.12F);
-    const QColor edge = highlighted_ ? highlight : mixed(palette(), QPalette::Window, 0.35);
+    const QColor highlight = accent(palette(), QPalette::Window);
+    QColor fill = highlight;
+    fill.setAlphaF(highlighted_ ? 0.16F : 0.04F);
 
-    QPen pen(edge, kLineWidth, Qt::CustomDashLine, Qt::RoundCap);
+    QPen pen(highlighted_ ? highlight : outline(palette()), kLineWidth, Qt::CustomDashLine,
+             Qt::RoundCap);
     pen.setDashPattern({4, 4});
     painter.setPen(pen);
     painter.setBrush(fill);

@@ -8,8 +8,8 @@
 #include <QWidget>
 #include <vector>
 
+class QLabel;
 class QMimeData;
-class QVBoxLayout;
 
 namespace quenmoor {
 
@@ -41,24 +41,26 @@ protected:
     void dropEvent(QDropEvent* event) override;
 };
 
-// A dashed frame with an arrow icon, in the colours of the palette.
+// A dashed frame with an arrow icon, in the colours of the palette. Main thread only.
 class DropPanel : public QFrame {
     Q_OBJECT
 
 public:
     explicit DropPanel(QWidget* parent = nullptr);
 
-    // The layout that holds the Browse button while the panel is visible.
-    QVBoxLayout* buttonLayout() const { return buttonLayout_; }
-
     // Highlights the frame during a drag.
     void setHighlighted(bool highlighted);
 
+Q_SIGNALS:
+    void clicked();
+
 protected:
+    void changeEvent(QEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    QVBoxLayout* buttonLayout_;
+    QLabel* heading_;
     bool highlighted_ = false;
 };
 

@@ -2,15 +2,17 @@
 
 #include "ui/appearance.h"
 #include "ui/drag_view.h"
+#include "ui/indicators.h"
 #include "ui/notice_line.h"
+#include "ui/status_table_model.h"
 #include "ui/status_table_view.h"
+#include "ui/upload_line.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QScreen>
 #include <QStatusBar>
@@ -27,6 +29,16 @@ constexpr QSize kWindowInLines(53, 38);
 constexpr QSize kMinWindowInLines(33, 24);
 constexpr double kMaxShareOfScreen = 0.9;
 constexpr int kProgressBarWidthInCharacters = 18;
+
+// Returns a frame around `content`.
+QFrame* framed(QWidget* content, bool showsFocus)
+{
+    auto* const frame = new OutlinedFrame(showsFocus ? content : nullptr);
+    auto* const rows = new QVBoxLayout(frame);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->addWidget(content);
+    return frame;
+}
 
 template <typename Widget>
 Widget* named(Widget* widget, const QString& name)
@@ -46,58 +58,56 @@ MainWindow::MainWindow(QWidget* page)
       noticeLine(named(new NoticeLine, u"noticeLine"_s)),
       webView(named(page, u"webView"_s)),
       dropPanel(named(new DropPanel, u"dropPanel"_s)),
-      progressPanel(named(new QFrame, u"progressPanel"_s)),
       progressGrid(named(new StatusTableView, u"progressGrid"_s)),
       fileStatusBarLabel(named(new QLabel(u"File:"_s), u"fileStatusBarLabel"_s)),
       filenameStatusBarLabel(named(new ElidedLabel, u"filenameStatusBarLabel"_s)),
       uploadStatusBarLabel(named(new QLabel, u"uploadStatusBarLabel"_s)),
-      statusBarProgressBar(named(new QProgressBar, u"statusBarProgressBar"_s)),
+      statusBarProgressBar(named(new FlatProgressBar, u"statusBarProgressBar"_s)),
       heading_(new QLabel),
+      summary_(named(new QLabel, u"summaryLabel"_s)),
       hint_(new QLabel),
-      headerButtonLayout_(new QVBoxLayout)
+      pageFrame_(framed(webView, false)),
+      uploadLine_(named(new UploadLine, u"uploadLine"_s))
 {
+    progressPanel = named(framed(progressGrid, true), u"progressPanel"_s);
     setWindowTitle(kProductName.toString());
     setCentralWidget(mainView);
-    const int line = fontMetrics().height();
-    const QSize screenLimit = screen()->availableSize() * kMaxShareOfScreen;
-    resize((kWindowInLines * line).boundedTo(screenLimit));
-    setMinimumSize((kMinWindowInLines * line).boundedTo(screenLimit));
 
     auto* const rows = new QVBoxLayout(mainView);
-    rows->setContentsMargins(line, line, line, line / 2);
-    rows->setSpacing(line);
-    rows->addLayout(makeHeader());
-    makeProgressPanel();
+    makeHeader(*rows);
     rows->addWidget(noticeLine);
-    rows->addWidget(webView, 1);
+    rows->addWidget(pageFrame_, 1);
     rows->addWidget(dropPanel, 1);
     rows->addWidget(progressPanel, 1);
+    rows->addWidget(uploadLine_);
     webView->setAccessibleName(u"Upload page"_s);
     dropPanel->setAccessibleName(u"Drop files here"_s);
     makeStatusBar();
     makeShortcuts();
     connect(mainView, &DragView::dragActiveChanged, dropPanel, &DropPanel::setHighlighted);
+    connect(dropPanel, &DropPanel::clicked, this, &MainWindow::browseRequested);
 
+    setColors();
+    setSizes();
+    resize((kWindowInLines * fontMetrics().height())
+               .boundedTo(screen()->availableSize() * kMaxShareOfScreen));
     setQuestionShown(false);
     setPanelsShown(false, false);
     setStatusBarShown(false);
 }
 
-QHBoxLayout* MainWindow::makeHeader()
+void MainWindow::makeHeader(QVBoxLayout& rows)
 {
     infoLabel->setText(u"To upload this file, complete the page below."_s);
-    infoLabel->setForegroundRole(QPalette::PlaceholderText);
-    filenameLabel->setFont(scaledFont(font(), kHeadingScale));
-    heading_->setFont(scaledFont(font(), kHeadingScale));
-    hint_->setText(u"Drop more files anywhere in this window."_s);
-    hint_->setForegroundRole(QPalette::PlaceholderText);
-    queueLabel->setForegroundRole(QPalette::PlaceholderText);
+    for (QLabel* const label : {infoLabel, hint_, queueLabel, summary_})
+        label->setForegroundRole(QPalette::PlaceholderText);
     browseButton->setAccessibleName(u"Browse"_s);
     browseButton->setToolTip(u"Choose files to upload (Ctrl+O)"_s);
 
     auto* const names = new QHBoxLayout;
     names->setSpacing(fontMetrics().height() / 2);
     names->addWidget(heading_);
+    names->addWidget(summary_);
     names->addWidget(filenameLabel);
     names->addWidget(queueLabel);
     names->addStretch(1);
@@ -111,15 +121,8 @@ QHBoxLayout* MainWindow::makeHeader()
     auto* const header = new QHBoxLayout;
     header->setSpacing(fontMetrics().height());
     header->addLayout(texts, 1);
-    header->addLayout(headerButtonLayout_);
-    return header;
-}
-
-void MainWindow::makeProgressPanel()
-{
-    auto* const rows = new QVBoxLayout(progressPanel);
-    rows->setContentsMargins(0, 0, 0, 0);
-    rows->addWidget(progressGrid);
+    header->addWidget(browseButton);
+    rows.addLayout(header);
 }
 
 void MainWindow::makeStatusBar()
@@ -127,25 +130,48 @@ void MainWindow::makeStatusBar()
     fileStatusBarLabel->setForegroundRole(QPalette::PlaceholderText);
     filenameStatusBarLabel->setElidedText(u"[none]"_s);
     uploadStatusBarLabel->setText(u"Upload rate: 0.000 MB/s"_s);
-    // With a fixed size, a new rate does not start a new layout of the window.
     uploadStatusBarLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-    uploadStatusBarLabel->setFixedSize(QLabel(u"Upload rate: 0000.000 MB/s"_s).sizeHint());
     statusBarProgressBar->setAccessibleName(u"Progress of the file under upload"_s);
     statusBarProgressBar->setRange(0, 100);
     statusBarProgressBar->setValue(0);
     statusBarProgressBar->setTextVisible(false);
-    const QFontMetrics metrics = fontMetrics();
-    statusBarProgressBar->setFixedSize(metrics.averageCharWidth() * kProgressBarWidthInCharacters,
-                                       metrics.height() * 3 / 4);
 
-    const int line = metrics.height();
     statusBar()->setSizeGripEnabled(false);
-    statusBar()->setContentsMargins(line, 0, line, line / 3);
-    statusBar()->setMinimumHeight(line * 2);
     statusBar()->addWidget(fileStatusBarLabel);
     statusBar()->addWidget(filenameStatusBarLabel, 1);
     statusBar()->addPermanentWidget(uploadStatusBarLabel);
     statusBar()->addPermanentWidget(statusBarProgressBar);
+}
+
+void MainWindow::setSizes()
+{
+    const QFontMetrics metrics = fontMetrics();
+    const int line = metrics.height();
+    setMinimumSize(
+        (kMinWindowInLines * line).boundedTo(screen()->availableSize() * kMaxShareOfScreen));
+    for (QLabel* const label : std::initializer_list<QLabel*>{heading_, filenameLabel})
+        label->setFont(scaledFont(font(), kHeadingScale));
+
+    mainView->layout()->setContentsMargins(line, line, line, line / 2);
+    mainView->layout()->setSpacing(line * 3 / 4);
+    // With a fixed size, a new rate does not start a new layout of the window.
+    uploadStatusBarLabel->setFixedSize(QLabel(u"Upload rate: 0000.000 MB/s"_s).sizeHint());
+    statusBarProgressBar->setFixedSize(metrics.averageCharWidth() * kProgressBarWidthInCharacters,
+                                       line);
+    statusBar()->setContentsMargins(line, 0, line, line / 3);
+    statusBar()->setMinimumHeight(line * 2);
+}
+
+void MainWindow::setColors()
+{
+    const QPalette colors = windowPalette(QApplication::palette(this));
+    for (const auto role : {QPalette::PlaceholderText, QPalette::AlternateBase}) {
+        if (palette().color(role) != colors.color(role)) {
+            setPalette(colors);
+            progressGrid->setPalette(colors); // item views have a palette of their own
+            return;
+        }
+    }
 }
 
 void MainWindow::makeShortcuts()
@@ -174,20 +200,29 @@ void MainWindow::switchFocus()
         browseButton->setFocus(Qt::TabFocusReason);
 }
 
+void MainWindow::setUploads(StatusTableModel& uploads)
+{
+    uploads_ = &uploads;
+    progressGrid->setModel(&uploads);
+    uploadLine_->setModel(uploads);
+    connect(&uploads, &StatusTableModel::summaryChanged, this, &MainWindow::updateSummary);
+    updateSummary();
+}
+
 void MainWindow::setQuestionShown(bool shown)
 {
     infoLabel->setVisible(shown);
     filenameLabel->setVisible(shown);
     if (!shown)
         queueLabel->hide();
-    updateHeader();
+    updateParts();
 }
 
 void MainWindow::setPanelsShown(bool drop, bool progress)
 {
     dropPanel->setVisible(drop);
     progressPanel->setVisible(progress);
-    updateHeader();
+    updateParts();
 }
 
 bool MainWindow::isProgressPanelShown() const
@@ -205,24 +240,49 @@ void MainWindow::setStatusBarShown(bool shown)
 
 void MainWindow::setPageShown(bool shown)
 {
-    webView->setVisible(shown);
+    pageWanted_ = shown;
+    updateParts();
 }
 
-void MainWindow::updateHeader()
+void MainWindow::updateParts()
 {
-    heading_->setText(progressPanel->isHidden() ? kProductName.toString() : u"Uploads"_s);
-    hint_->setVisible(!progressPanel->isHidden());
-    heading_->setVisible(filenameLabel->isHidden() && dropPanel->isHidden());
+    const bool isTable = !progressPanel->isHidden();
+    const bool isPage = pageWanted_ || (dropPanel->isHidden() && !isTable);
+    webView->setVisible(isPage);
+    pageFrame_->setVisible(isPage);
 
-    const bool focused = browseButton->hasFocus();
-    QVBoxLayout* const layout =
-        dropPanel->isHidden() ? headerButtonLayout_ : dropPanel->buttonLayout();
-    if (layout->indexOf(browseButton) < 0) {
-        layout->addWidget(browseButton);
-        browseButton->show();
-        if (focused)
-            browseButton->setFocus();
-    }
+    heading_->setText(isTable ? u"Uploads"_s : kProductName.toString());
+    heading_->setVisible(filenameLabel->isHidden());
+    hint_->setVisible(infoLabel->isHidden());
+    hint_->setText(isTable                  ? u"Drop more files anywhere in this window."_s
+                   : !dropPanel->isHidden() ? u"Add files to upload them."_s
+                                            : QString());
+    updateSummary();
+}
+
+void MainWindow::updateSummary()
+{
+    const QString text = uploads_ != nullptr ? uploads_->summary() : QString();
+    const bool isTable = !progressPanel->isHidden();
+    summary_->setText(text);
+    summary_->setVisible(isTable && !text.isEmpty());
+    uploadLine_->setVisible(!isTable && !text.isEmpty());
+    const int row = uploads_ != nullptr ? uploads_->latestRow() : -1;
+    const bool isUnderWay = row >= 0 && uploads_->state(row) == UploadState::UnderWay;
+    statusBarProgressBar->setActive(isUnderWay);
+    const auto role = isUnderWay ? QPalette::WindowText : QPalette::PlaceholderText;
+    for (QLabel* const label :
+         std::initializer_list<QLabel*>{filenameStatusBarLabel, uploadStatusBarLabel})
+        label->setForegroundRole(role);
+}
+
+void MainWindow::changeEvent(QEvent* event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        setColors();
+    else if (event->type() == QEvent::FontChange)
+        setSizes();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)

@@ -6,9 +6,7 @@
 #include <functional>
 
 class QFrame;
-class QHBoxLayout;
 class QLabel;
-class QProgressBar;
 class QPushButton;
 class QTableView;
 class QVBoxLayout;
@@ -18,7 +16,10 @@ namespace quenmoor {
 class DragView;
 class DropPanel;
 class ElidedLabel;
+class FlatProgressBar;
 class NoticeLine;
+class StatusTableModel;
+class UploadLine;
 
 // Main thread only. The object name of each public widget is its name here.
 class MainWindow : public QMainWindow {
@@ -42,7 +43,10 @@ public:
     QLabel* fileStatusBarLabel;
     ElidedLabel* filenameStatusBarLabel;
     QLabel* uploadStatusBarLabel;
-    QProgressBar* statusBarProgressBar;
+    FlatProgressBar* statusBarProgressBar;
+
+    // Shows `uploads` in the table and in the texts about it. The model must outlive the window.
+    void setUploads(StatusTableModel& uploads);
 
     // Shows or hides the labels about the file that the page asks about.
     void setQuestionShown(bool shown);
@@ -50,7 +54,8 @@ public:
     bool isProgressPanelShown() const;
     void setStatusBarShown(bool shown);
 
-    // A hidden page stays loaded.
+    // A hidden page stays loaded. The page is also shown while both panels are hidden, so that the
+    // window is never empty.
     void setPageShown(bool shown);
 
     // Returns whether the window may close. If it is empty, the window always closes.
@@ -62,11 +67,11 @@ Q_SIGNALS:
     void windowClosed();
 
 protected:
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    QHBoxLayout* makeHeader();
-    void makeProgressPanel();
+    void makeHeader(QVBoxLayout& rows);
     void makeStatusBar();
     void makeShortcuts();
 
@@ -74,13 +79,22 @@ private:
     // Tab key itself.
     void switchFocus();
 
-    // Shows the heading if neither file name nor drop panel is visible, and moves the Browse button
-    // into the drop panel while that is visible.
-    void updateHeader();
+    // Sets every size that depends on the font.
+    void setSizes();
+    void setColors();
 
+    // Shows what follows from the visible panels and labels: the page, the texts of the header, and
+    // the line about the latest upload while the table is hidden.
+    void updateParts();
+    void updateSummary();
+
+    bool pageWanted_ = true;
+    const StatusTableModel* uploads_ = nullptr;
     QLabel* heading_;
+    QLabel* summary_;
     QLabel* hint_;
-    QVBoxLayout* headerButtonLayout_;
+    QFrame* pageFrame_;
+    UploadLine* uploadLine_;
 };
 
 } // namespace quenmoor

@@ -27,7 +27,9 @@ void StatusTableModel::appendRow(const FileUrl& file)
     const int row = rowCount();
     beginInsertRows({}, row, row);
     files_.push_back(file);
+    states_.push_back(UploadState::Waiting);
     endInsertRows();
+    Q_EMIT summaryChanged();
 }
 
 void StatusTableModel::refreshCurrentRow()
@@ -43,6 +45,35 @@ void StatusTableModel::refreshCurrentRow()
         const QModelIndex cell = index(row, column);
         Q_EMIT dataChanged(cell, cell);
     }
+}
+
+void StatusTableModel::attemptChanged(const AttemptEvent& event)
+{
+    if (event.row >= states_.size())
+        return;
+    const int row = static_cast<int>(event.row);
+    const UploadState state = stateAfter(event.kind);
+    const UploadState before = std::exchange(states_[event.row], state);
+    if (std::exchange(latestRow_, row) != row)
+        Q_EMIT latestRowChanged(row);
+    if (state == before)
+        return;
+    finished_ += (state == UploadState::Done ? 1 : 0) - (before == UploadState::Done ? 1 : 0);
+    canceled_ +=
+        (state == UploadState::Canceled ? 1 : 0) - (before == UploadState::Canceled ? 1 : 0);
+    const QModelIndex cell = index(row, Status);
+    Q_EMIT dataChanged(cell, cell);
+    Q_EMIT summaryChanged();
+}
+
+QString StatusTableModel::summary() const
+{
+    if (files_.empty())
+        return {};
+    QString text = QStringLiteral("%1 of %2 finished").arg(finished_).arg(rowCount());
+    if (canceled_ > 0)
+        text += QStringLiteral(", %1 canceled").arg(canceled_);
+    return text;
 }
 
 int StatusTableModel::rowCount(const QModelIndex& parent) const
@@ -67,6 +98,9 @@ QVariant StatusTableModel::data(const QModelIndex& index, int role) const
         const StatusTable::Row object = table.objectAtIndex(row);
         return object != nullptr ? object->percent : 0;
     }
+    case StateRole: return static_cast<int>(states_[row]);
+    case Qt::AccessibleDescriptionRole:
+        return index.column() == Status ? stateText(states_[row]) : QVariant();
     case Qt::ToolTipRole:
         if (index.column() == File)
             return plainToolTip(printableQString(files_[row].path().native()));
@@ -80,7 +114,8 @@ QVariant StatusTableModel::headerData(int section, Qt::Orientation orientation, 
     if (orientation != Qt::Horizontal || section < 0 || section >= ColumnCount)
         return {};
     if (role == Qt::TextAlignmentRole)
-        return QVariant::fromValue(Qt::AlignLeft | Qt::AlignVCenter);
+        return QVariant::fromValue((section == Percent ? Qt::AlignRight : Qt::AlignLeft) |
+                                   Qt::AlignVCenter);
     if (role != Qt::DisplayRole)
         return {};
     const std::string_view name = columnName(section);

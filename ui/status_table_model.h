@@ -2,6 +2,7 @@
 #pragma once
 
 #include "queue/upload_queues.h"
+#include "ui/indicators.h"
 
 #include <QAbstractTableModel>
 #include <vector>
@@ -17,8 +18,8 @@ class StatusTableModel : public QAbstractTableModel {
 public:
     enum Column { File, Status, Percent, ColumnCount };
 
-    // The percentage as an int, for the delegate.
-    static constexpr int PercentRole = Qt::UserRole;
+    // For the delegates: the percentage as an int, and the row's UploadState as an int.
+    enum Role { PercentRole = Qt::UserRole, StateRole };
 
     // The queues must outlive the model.
     explicit StatusTableModel(const UploadQueues& queues, QObject* parent = nullptr);
@@ -30,14 +31,39 @@ public:
     // Announces that the row of the file under upload changed.
     void refreshCurrentRow();
 
+    // Takes the state of the event's row from the event.
+    void attemptChanged(const AttemptEvent& event);
+
+    UploadState state(int row) const { return states_[static_cast<std::size_t>(row)]; }
+
+    // The row of the latest event, -1 before the first.
+    int latestRow() const { return latestRow_; }
+
+    // How many uploads have ended, for example "37 of 200 finished, 1 canceled". Empty without
+    // rows.
+    QString summary() const;
+
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
 
+Q_SIGNALS:
+    // An upload is the first one with an event or follows another one.
+    void latestRowChanged(int row);
+    // A row was appended or has another state.
+    void summaryChanged();
+
 private:
     const UploadQueues& queues_;
-    std::vector<FileUrl> files_; // one for each announced row
+
+    // One for each announced row.
+    std::vector<FileUrl> files_;
+    std::vector<UploadState> states_;
+
+    int latestRow_ = -1;
+    int finished_ = 0; // rows in the state Done
+    int canceled_ = 0;
 };
 
 } // namespace quenmoor

@@ -6,9 +6,9 @@
 #include "ui/appearance.h"
 #include "ui/desktop.h"
 #include "ui/drag_view.h"
+#include "ui/indicators.h"
 #include "ui/notice_line.h"
 
-#include <QProgressBar>
 #include <QTableView>
 #include <QUrl>
 #include <utility>
@@ -48,7 +48,7 @@ void ViewController::viewDidLoad()
     window_.setWindowTitle(window_.windowTitle() + QStringLiteral(" - v") + client_.versionText);
     connectParts();
     addFiles(deps_.delegate.takeDroppedFiles());
-    window_.progressGrid->setModel(&tableModel_);
+    window_.setUploads(tableModel_);
     loadPage(QUrl(client_.baseUrl), PageFor::Start);
     logSystem("Byte length of long: {}", sizeof(long));
 }
@@ -67,6 +67,8 @@ void ViewController::connectParts()
     connect(&deps_.page, &ServicePage::skipRequested, this, &ViewController::skipFile);
     connect(&deps_.view, &QtUploadView::progressGridChanged, this,
             &ViewController::reloadProgressGrid);
+    connect(&deps_.view, &QtUploadView::attemptReported, &tableModel_,
+            &StatusTableModel::attemptChanged);
     connect(&deps_.view, &QtUploadView::statusBarChanged, this,
             [this](const QString& filename, const QString& rate) {
                 window_.filenameStatusBarLabel->setElidedText(

@@ -210,7 +210,7 @@ private Q_SLOTS:
         QCOMPARE(shown(with.window), u"progressPanel statusBarProgressBar drops"_s);
 
         with.page.signal(u"upload"_s); // in any state
-        QCOMPARE(shown(with.window), u"statusBarProgressBar drops"_s);
+        QCOMPARE(shown(with.window), u"webView statusBarProgressBar drops"_s);
         with.page.signal(u"index"_s);
         QCOMPARE(shown(with.window), u"webView statusBarProgressBar drops"_s);
     }

@@ -5,6 +5,7 @@
 #include "ui/appearance.h"
 #include "ui/desktop.h"
 #include "ui/drag_view.h"
+#include "ui/indicators.h"
 #include "ui/main_window.h"
 #include "ui/status_table_model.h"
 
@@ -16,7 +17,6 @@
 #include <QMimeData>
 #include <QPaintEvent>
 #include <QPointer>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTableView>
