@@ -1,12 +1,13 @@
 #include "base/signal_pipe.h"
 
+#include "base/process_setup.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 
 namespace quenmoor {
 namespace {
@@ -28,40 +29,40 @@ extern "C" void onSignal(int number)
     errno = before;
 }
 
-// SA_RESTART is not set: ThreadSanitizer runs handlers when a blocking call returns, and a
-// restarted call does not return.
-void setHandler(int number, void (*handler)(int), int flags)
-{
-    struct sigaction action {};
-    action.sa_handler = handler;
-    action.sa_flags = flags;
-    sigemptyset(&action.sa_mask);
-    sigaction(number, &action, nullptr);
-}
-
 } // namespace
 
-SignalPipe::SignalPipe(std::span<const int> numbers) : numbers_(numbers)
+SignalPipe::SignalPipe(std::span<const int> numbers)
 {
     std::array<int, 2> ends{-1, -1};
-    if (pipe(ends.data()) != 0)
+    if (pipe(ends.data()) != 0) {
+        error_ = errno;
         return;
+    }
     readEnd_ = ends[0];
     writeEnd_ = ends[1];
     fcntl(readEnd_, F_SETFD, FD_CLOEXEC);
     fcntl(writeEnd_, F_SETFD, FD_CLOEXEC);
     fcntl(writeEnd_, F_SETFL, O_NONBLOCK);
     signalPipe = writeEnd_;
-    for (const int number : numbers_)
-        setHandler(number, onSignal, static_cast<int>(SA_RESETHAND));
+    // SA_RESTART is not set: ThreadSanitizer runs handlers when a blocking call returns, and a
+    // restarted call does not return.
+    struct sigaction handler {};
+    handler.sa_handler = onSignal;
+    handler.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int number : numbers) {
+        struct sigaction previous {};
+        if (isIgnored(number) || sigaction(number, &handler, &previous) != 0)
+            continue;
+        previous_.emplace_back(number, previous);
+    }
 }
 
 SignalPipe::~SignalPipe()
 {
     if (readEnd_ < 0)
         return;
-    for (const int number : numbers_)
-        setHandler(number, SIG_DFL, 0);
+    for (const auto& [number, action] : previous_)
+        sigaction(number, &action, nullptr);
     signalPipe = -1;
     close(readEnd_);
     close(writeEnd_);

@@ -25,9 +25,12 @@ const char* const kFooter = "Exit status:\n"
                             "  2    wrong command line; nothing was sent\n"
                             "  3    a file was cancelled because the server holds a copy\n"
                             "  4    a file cannot be read, or changed after it was queued\n"
+                            "  5    standard output or the log file could not be written\n"
+                            "  6    the system refused a pipe or a thread; no file was sent\n"
                             "  70   internal error; upload the file again to resume it\n"
                             "  129, 130, 143  interrupted by a signal: 128 plus its number\n"
-                            "If several apply, the status is the first of 129 to 143, 1, 4 and 3.";
+                            "If several apply, the status is the first of 129 to 143, 6, 1, 4, 3 "
+                            "and 5.";
 
 // Reads "HOST" or "HOST:PORT" into `options`. Returns an error message for any other text.
 std::optional<std::string> splitHost(const std::string& text, PutOptions& options)
@@ -169,6 +172,9 @@ void addOutputOptions(CLI::App& app, PutOptions& options)
         ->excludes(json);
     app.add_flag("-v,--verbose", options.verbose,
                  "Write diagnostics to standard error as well as to the system log");
+    app.add_option("--log-file", options.logFile,
+                   "Append diagnostics, with the time, to FILE as well")
+        ->type_name("FILE");
 }
 
 // Completes `options` by what the parser has left as text. Returns an error message, which may
@@ -177,8 +183,9 @@ std::optional<std::string> readTexts(Texts& texts, PutOptions& options)
 {
     for (std::vector<std::string>* const list : {&options.files, &options.tokens})
         std::for_each(list->begin(), list->end(), removeMark);
-    for (std::string* const text : {&texts.host, &texts.retries, &texts.giveUpAfter,
-                                    &texts.inputs.tokenFile, &texts.inputs.filesFrom})
+    for (std::string* const text :
+         {&texts.host, &texts.retries, &texts.giveUpAfter, &texts.inputs.tokenFile,
+          &texts.inputs.filesFrom, &options.logFile})
         removeMark(*text);
     if (auto error = splitHost(texts.host, options))
         return error;

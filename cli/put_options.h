@@ -12,12 +12,14 @@
 namespace quenmoor {
 
 // The exit status of the process. If several apply, the first of this order is used: interrupted,
-// gave up, unreadable, cancelled.
+// system failure, gave up, unreadable, cancelled, output lost.
 inline constexpr int kExitFinished = 0;   // every file finished
 inline constexpr int kExitGaveUp = 1;     // a file failed too often or for too long
 inline constexpr int kExitUsage = 2;      // wrong command line; nothing was sent
 inline constexpr int kExitCancelled = 3;  // a file was cancelled because the server holds a copy
 inline constexpr int kExitUnreadable = 4; // a file cannot be read, or changed after it was queued
+inline constexpr int kExitOutput = 5;     // output or log could not be written
+inline constexpr int kExitSystem = 6;     // the system refused a pipe or the upload thread
 inline constexpr int kExitSignal = 128;   // plus the number of the signal
 
 // What to do about an existing copy on the server. Ask requires a terminal and cancels without.
@@ -37,6 +39,7 @@ struct PutOptions {
     bool allowChanged = false; // a file that changes after it was queued counts as finished
     bool dryRun = false;       // list the files, send nothing
     bool verbose = false;      // diagnostics also on standard error
+    std::string logFile;       // diagnostics are appended to it; empty: none
 };
 
 // A command line that ends the program: what to print, on standard output if the status is

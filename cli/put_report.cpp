@@ -73,6 +73,8 @@ std::string summaryText(const RunOutcome& outcome)
     add(outcome.untried, "not tried");
     if (outcome.interrupted)
         text += ", interrupted";
+    if (!outcome.failure.empty())
+        text += ", ended because " + outcome.failure;
     text += fmt::format("; {} sent", formatSize(outcome.sentBytes));
     if (outcome.resumedBytes > 0)
         text += fmt::format(", {} already on the server", formatSize(outcome.resumedBytes));

@@ -9,13 +9,17 @@
 #include "cli/text_reports.h"
 #include "engine/upload_engine.h"
 
+#include <fmt/chrono.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <memory>
+#include <system_error>
 
 namespace quenmoor {
 namespace {
@@ -29,11 +33,13 @@ constexpr auto kFinishLimit = 5s;
 
 constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
 
-// The diagnostics go to the system log and, if requested, to standard error; never to standard
-// output, which belongs to the report. Any thread.
+// The diagnostics go to the system log and, if requested, to a file and to standard error; never to
+// standard output, which belongs to the report. Any thread.
 class PutLogSink : public LogSink {
 public:
-    explicit PutLogSink(bool onStandardError) : onStandardError_(onStandardError)
+    // `logFile` may be null; it is not closed.
+    PutLogSink(bool onStandardError, std::FILE* logFile)
+        : onStandardError_(onStandardError), logFile_(logFile)
     {
         openlog("quenmoor-put", LOG_PID, LOG_USER);
     }
@@ -44,11 +50,23 @@ public:
         syslog(LOG_INFO, "%s", text.c_str());
         if (onStandardError_)
             std::fputs((text + '\n').c_str(), stderr);
+        if (logFile_ != nullptr)
+            std::fputs(fmt::format("{} {}\n", now(), text).c_str(), logFile_);
     }
     void outputLine(std::string_view line) override { systemLine(printableLine(line)); }
 
 private:
+    // "2026-11-22T03:43:32.125Z"
+    static std::string now()
+    {
+        timespec time{};
+        clock_gettime(CLOCK_REALTIME, &time);
+        return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(time.tv_sec),
+                           time.tv_nsec / 1'000'000);
+    }
+
     const bool onStandardError_;
+    std::FILE* const logFile_;
 };
 
 bool drawsOnTerminal(const PutOptions& options)
@@ -77,8 +95,9 @@ std::unique_ptr<PutReport> makeReport(const PutOptions& options)
 // Main thread.
 class PutRun {
 public:
-    PutRun(const PutOptions& options, Clock& clock, TransferLink& link)
+    PutRun(const PutOptions& options, Clock& clock, TransferLink& link, std::FILE* logFile)
         : options_(options),
+          logFile_(logFile),
           report_(makeReport(options)),
           question_(STDIN_FILENO, STDOUT_FILENO),
           clock_(clock),
@@ -98,7 +117,14 @@ private:
     // Returns false if the upload thread is still blocked in the link.
     bool endUploadThread(int signal);
 
+    // Starts the upload, unless there is nothing to send. Returns why the system refused, or
+    // nothing.
+    std::string start();
+    // Reports on standard error what could not be written.
+    bool outputWasWritten() const;
+
     const PutOptions& options_;
+    std::FILE* const logFile_;
     SignalPipe signals_{kSignals};
     std::unique_ptr<PutReport> report_;
     TerminalQuestion question_;
@@ -146,23 +172,44 @@ int PutRun::run(const OnInterrupt& onInterrupt)
 {
     int signal = 0;
     bool ended = true;
-    if (queues_.uploadCount() > 0 && !options_.dryRun) {
+    const std::string failure = start();
+    if (failure.empty() && queues_.uploadCount() > 0 && !options_.dryRun) {
         const SleepInhibitor inhibitor;
-        engine_.initiateUpload();
         signal = signals_.read();
         if (signal != 0)
             onInterrupt(kExitSignal + signal);
         ended = endUploadThread(signal);
     }
-    RunOutcome outcome = outcomeOf(view_.sources(), signal);
+    RunOutcome outcome = outcomeOf(view_.sources(), signal, failure);
     outcome.dryRun = options_.dryRun;
     report_->summary(outcome);
-    if (!ended) {
-        // The upload thread uses objects that the destructors would destroy.
-        std::fflush(stdout);
-        std::_Exit(outcome.status);
-    }
-    return outcome.status;
+    if (!failure.empty())
+        std::fputs(("quenmoor-put: " + failure + '\n').c_str(), stderr);
+    const int status = outputWasWritten() || outcome.status != 0 ? outcome.status : kExitOutput;
+    if (!ended) // the upload thread uses objects that the destructors would destroy
+        std::_Exit(status);
+    return status;
+}
+
+std::string PutRun::start()
+{
+    if (signals_.error() != 0)
+        return "no pipe can be created: " + std::generic_category().message(signals_.error());
+    if (!options_.dryRun && !engine_.initiateUpload())
+        return "no thread can be started: a limit of processes or memory applies";
+    return {};
+}
+
+bool PutRun::outputWasWritten() const
+{
+    const auto written = [](std::FILE* file, const std::string& name) {
+        if (file == nullptr || (std::fflush(file) == 0 && std::ferror(file) == 0))
+            return true;
+        std::fputs(("quenmoor-put: " + name + " could not be written\n").c_str(), stderr);
+        return false;
+    };
+    const bool report = written(stdout, "standard output");
+    return written(logFile_, printableLine(options_.logFile)) && report;
 }
 
 bool PutRun::endUploadThread(int signal)
@@ -178,10 +225,24 @@ bool PutRun::endUploadThread(int signal)
 int runPut(const PutOptions& options, Clock& clock, TransferLink& link,
            const OnInterrupt& onInterrupt)
 {
+    std::FILE* logFile = nullptr;
+    if (!options.logFile.empty()) {
+        logFile = std::fopen(options.logFile.c_str(), "ae");
+        if (logFile == nullptr) {
+            const std::string why = std::generic_category().message(errno);
+            std::fputs(fmt::format("quenmoor-put: --log-file: {}: {}\n",
+                                   printableLine(options.logFile), why)
+                           .c_str(),
+                       stderr);
+            return kExitUsage;
+        }
+        setvbuf(logFile, nullptr, _IOLBF, BUFSIZ);
+    }
     // Never destroyed: a thread that is still blocked in the link may log after this function.
-    static auto* const log = new PutLogSink(options.output == OutputMode::Json || options.verbose);
+    static auto* const log =
+        new PutLogSink(options.output == OutputMode::Json || options.verbose, logFile);
     setLogSink(log);
-    return PutRun(options, clock, link).run(onInterrupt);
+    return PutRun(options, clock, link, logFile).run(onInterrupt);
 }
 
 } // namespace quenmoor

@@ -51,10 +51,13 @@ std::optional<std::string> whyUnreadable(const std::filesystem::path& path, std:
     return fault ? std::optional(fault->why) : std::nullopt;
 }
 
-RunOutcome outcomeOf(const std::vector<Source>& sources, int signal)
+RunOutcome outcomeOf(const std::vector<Source>& sources, int signal, const std::string& failure)
 {
     RunOutcome outcome;
     outcome.status = exitStatus(sources, signal);
+    if (!failure.empty() && signal == 0)
+        outcome.status = kExitSystem;
+    outcome.failure = failure;
     outcome.interrupted = signal != 0;
     for (const Source& source : sources) {
         outcome.sentBytes += source.sentBytes;

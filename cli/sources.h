@@ -43,7 +43,8 @@ std::vector<Source> listSources(const PutOptions& options, std::vector<std::stri
 std::optional<std::string> whyUnreadable(const std::filesystem::path& path, std::int64_t size);
 
 struct RunOutcome {
-    int status = kExitFinished; // exit status of the process
+    int status = kExitFinished; // exit status of the process, unless the output is lost
+    std::string failure;        // why the system ended the run before its first file, or empty
     bool interrupted = false;
     bool dryRun = false;
     std::size_t finished = 0;
@@ -58,7 +59,8 @@ struct RunOutcome {
     std::int64_t resumedBytes = 0; // of the finished and changed files, held by the server before
 };
 
-// `signal` is the number of the signal that interrupted the run, or 0.
-RunOutcome outcomeOf(const std::vector<Source>& sources, int signal);
+// `signal` is the number of the signal that interrupted the run, or 0; `failure` as in RunOutcome.
+RunOutcome outcomeOf(const std::vector<Source>& sources, int signal,
+                     const std::string& failure = {});
 
 } // namespace quenmoor

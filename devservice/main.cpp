@@ -1,5 +1,6 @@
 // quenmoor-devservice: a transfer service on one machine, for testing clients.
 #include "base/log.h"
+#include "base/process_setup.h"
 #include "base/text.h"
 #include "devservice/page_server.h"
 #include "devservice/service_options.h"

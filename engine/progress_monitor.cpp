@@ -1,6 +1,9 @@
 #include "engine/progress_monitor.h"
 
+#include "base/log.h"
 #include "engine/attempt_event.h"
+
+#include <system_error>
 
 namespace quenmoor {
 namespace {
@@ -22,17 +25,20 @@ double mebibytesPerSecond(std::int64_t bytes, std::int64_t nanoseconds)
 } // namespace
 
 ProgressMonitor::ProgressMonitor(Clock& clock, std::int64_t bytes, Callback callback)
-    : clock_(clock),
-      callback_(std::move(callback)),
-      bytesSent_(bytes),
-      thread_([this] { progressMonitor(); })
+    : clock_(clock), callback_(std::move(callback)), bytesSent_(bytes)
 {
+    try {
+        thread_ = std::thread([this] { progressMonitor(); });
+    } catch (const std::system_error& error) {
+        logSystem("Cannot start the progress monitor: {}", error.what());
+    }
 }
 
 ProgressMonitor::~ProgressMonitor()
 {
     stop();
-    thread_.join();
+    if (thread_.joinable())
+        thread_.join();
 }
 
 void ProgressMonitor::progressMonitor()

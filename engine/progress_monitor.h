@@ -33,7 +33,7 @@ public:
     using Callback = std::function<void(const std::optional<ProgressSample>&)>;
 
     // Starts the thread. `bytes` is the position that the transfer starts at. `clock` outlives
-    // the monitor.
+    // the monitor. If the system refuses the thread, this is logged and there are no calls.
     ProgressMonitor(Clock& clock, std::int64_t bytes, Callback callback);
 
     // Stops, and waits for a running callback and the last one.

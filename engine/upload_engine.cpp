@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cassert>
+#include <system_error>
 
 namespace quenmoor {
 namespace {
@@ -46,16 +47,23 @@ UploadEngine::~UploadEngine()
     assert(!uploadThread_.joinable());
 }
 
-void UploadEngine::initiateUpload()
+bool UploadEngine::initiateUpload()
 {
     if (queues_.uploadCount() == 0 || running_.exchange(true))
-        return;
-    uploadThread_ = std::thread([this] {
-        uploadFile();
-        const std::lock_guard lock(endMutex_);
-        ended_ = true;
-        endReached_.notify_all();
-    });
+        return true;
+    try {
+        uploadThread_ = std::thread([this] {
+            uploadFile();
+            const std::lock_guard lock(endMutex_);
+            ended_ = true;
+            endReached_.notify_all();
+        });
+    } catch (const std::system_error& error) {
+        logSystem("Cannot start the upload thread: {}", error.what());
+        running_ = false;
+        return false;
+    }
+    return true;
 }
 
 bool UploadEngine::waitForEnd(std::chrono::milliseconds limit)

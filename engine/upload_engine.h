@@ -39,8 +39,9 @@ public:
     UploadEngine(const UploadEngine&) = delete;
     UploadEngine& operator=(const UploadEngine&) = delete;
 
-    // Any thread. Starts the upload thread, unless it is running or nothing is queued.
-    void initiateUpload();
+    // Any thread. Starts the upload thread, unless it is running or nothing is queued. Returns
+    // false if the system refused the thread: nothing is sent, and a later call tries again.
+    [[nodiscard]] bool initiateUpload();
 
     // The body of the upload thread; a test may run it on its own thread. Returns when the program
     // is ending, and after the final failure of a file unless the policy keeps going.

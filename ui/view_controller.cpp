@@ -220,7 +220,8 @@ void ViewController::tokenReceived(const PageSignal& signal)
         tableModel_.appendRow(file);
         Q_EMIT fileAccepted(size);
     }
-    deps_.engine.initiateUpload();
+    // A refused thread is logged; the next token tries again.
+    static_cast<void>(deps_.engine.initiateUpload());
     updateView();
 }
 

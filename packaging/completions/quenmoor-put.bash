@@ -11,7 +11,7 @@ _quenmoor_put() {
     --token | --retries | --give-up-after)
       return
       ;;
-    --token-file | --files-from)
+    --token-file | --files-from | --log-file)
       _filedir
       return
       ;;
@@ -27,7 +27,7 @@ _quenmoor_put() {
   if [[ $cur == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W '--host --token --token-file --files-from --null --dry-run
       --existing --allow-changed --congestion --retries --give-up-after --keep-going --json --quiet
-      --verbose --version --help' -- "$cur")
+      --log-file --verbose --version --help' -- "$cur")
     return
   fi
   _filedir

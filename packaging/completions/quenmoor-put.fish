@@ -15,5 +15,6 @@ complete -c quenmoor-put -l congestion -x -a 'library paced' -d 'Congestion cont
 complete -c quenmoor-put -l json -d 'Write one JSON object per line'
 complete -c quenmoor-put -l quiet -d 'Write only errors'
 complete -c quenmoor-put -s v -l verbose -d 'Write diagnostics to standard error'
+complete -c quenmoor-put -l log-file -r -d 'Append diagnostics to a file'
 complete -c quenmoor-put -l version -d 'Show the version'
 complete -c quenmoor-put -s h -l help -d 'Show the help text'

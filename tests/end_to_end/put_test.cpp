@@ -131,6 +131,30 @@ TEST_F(PutProgram, asksOnATerminalUntilAnAnswerAnInterruptOrTheEndOfTheInput)
     EXPECT_EQ(contentOf(root.path() / "clip.mov"), "new");
 }
 
+TEST_F(PutProgram, copesWithTheDescriptorsLimitsAndSignalsOfItsCaller)
+{
+    std::ignore = files.file("clip.mov", sampleContent(2'000'000));
+    startService({"--fault", "slow-reading=2000000"});
+    const std::pair<const char*, int> rows[]{
+        {R"("$0" "$@" >/dev/full)", 5},
+        {R"("$0" --help >/dev/full)", 5},
+        {R"(set -o pipefail; "$0" "$@" | true)", 5},
+        {R"("$0" --log-file /dev/full "$@")", 5},
+        {R"("$0" --log-file /nowhere/log "$@")", 2},
+        {R"(ulimit -n 4; "$0" "$@" 3>&-)", 6},
+        {R"("$0" "$@" <&- >&-)", 0},
+        {R"("$0" "$@" <&- >&- 2>&-)", 0},
+        {R"(trap '' TERM; "$0" "$@" & sleep 0.5; kill $!; wait $!)", 0},
+    };
+    for (const auto& [script, status] : rows) {
+        std::vector<std::string> arguments{"/bin/bash", "-c", script};
+        for (std::string& argument : put({"clip.mov"}, {"--existing", "overwrite"}))
+            arguments.push_back(std::move(argument));
+        Process client(arguments);
+        EXPECT_EQ(client.exitStatus(), status) << script << '\n' << client.output();
+    }
+}
+
 TEST_F(PutProgram, displaysReasonAndCountdownOnATerminal)
 {
     std::ignore = files.file("clip.mov", "x");

@@ -178,7 +178,7 @@ TEST_F(UploadEngineTest, refreshesTheTableEvenIfTheRowDoesNotChange)
 
 TEST_F(UploadEngineTest, startsOneThreadForAllCallers)
 {
-    engine.initiateUpload();
+    EXPECT_TRUE(engine.initiateUpload());
     EXPECT_TRUE(engine.waitForEnd(0ms)); // nothing queued, nothing started
 
     clock.idlePolls = 1 << 30;
@@ -186,7 +186,7 @@ TEST_F(UploadEngineTest, startsOneThreadForAllCallers)
     for (const char* const name : {"clip.mov", "later.mov"}) {
         queue(name, 100);
         while (callers.size() < 8)
-            callers.emplace_back([this] { engine.initiateUpload(); });
+            callers.emplace_back([this] { EXPECT_TRUE(engine.initiateUpload()); });
         while (queues.uploadCount() > 0)
             std::this_thread::yield();
     }
