@@ -1,8 +1,11 @@
 #include "cli/existing_question.h"
 
+#include "base/text.h"
+
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,7 +38,8 @@ std::string prompt(const std::vector<std::string>& buttons)
 {
     std::string text;
     for (std::size_t i = 0; i < buttons.size(); ++i)
-        text += fmt::format("{}[{}] {}", i > 0 ? "   " : "", i + 1, buttons[i]);
+        text += fmt::format("{}[{}] {}{}", i > 0 ? "   " : "", i + 1, buttons[i],
+                            i == 0 ? " (default)" : "");
     return text + ": ";
 }
 
@@ -46,7 +50,7 @@ std::optional<std::int32_t> buttonFor(const std::string& line,
 {
     const std::string answer = lowerCase(trimmed(line));
     if (answer.empty())
-        return std::nullopt;
+        return kFirstButton;
     std::optional<std::int32_t> selected;
     for (std::size_t i = 0; i < buttons.size(); ++i) {
         if (answer != std::to_string(i + 1) && !lowerCase(buttons[i]).starts_with(answer))
@@ -90,9 +94,10 @@ TerminalQuestion::~TerminalQuestion()
     close(wakeWrite_);
 }
 
-std::optional<std::int32_t> TerminalQuestion::ask(const Alert& alert)
+std::optional<std::int32_t> TerminalQuestion::ask(const std::string& name, const Alert& alert)
 {
-    write(alert.messageText + "\n" + alert.informativeText + "\n");
+    tcflush(in_, TCIFLUSH);
+    write(printableLine(name) + ": " + alert.messageText + "\n" + alert.informativeText + "\n");
     while (!abandoned_) {
         write(prompt(alert.buttons));
         const std::optional<std::string> line = readLine();

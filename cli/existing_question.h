@@ -2,7 +2,7 @@
 // by asking on the terminal.
 #pragma once
 
-#include "cli/put_options.h"
+#include "cli/sources.h"
 #include "engine/upload_view.h"
 
 #include <atomic>
@@ -16,8 +16,8 @@ struct CopyAnswer {
     std::string note; // why it differs from what the user may expect; may be empty
 };
 
-// Returns nullopt if the program ended during the question.
-using AskAboutCopy = std::function<std::optional<CopyAnswer>(const Alert&)>;
+// Asks about the copy of a file. Returns nullopt if the program ended during the question.
+using AskAboutCopy = std::function<std::optional<CopyAnswer>(const Source&, const Alert&)>;
 
 // The answer without a question. An answer that the alert does not offer becomes "Cancel", and so
 // does ExistingPolicy::Ask: there is no terminal then.
@@ -33,9 +33,10 @@ public:
     TerminalQuestion& operator=(const TerminalQuestion&) = delete;
 
     // Blocks until the user has typed the number of a button, its name or the beginning of the
-    // name; repeats the question after any other line. Returns 0, which is no button, at the end
-    // of the input, and nullopt after abandon().
-    std::optional<std::int32_t> ask(const Alert& alert);
+    // name, or an empty line for the first button; repeats the question after any other line. What
+    // was typed before the question is discarded. `name` is that of the file, byte for byte.
+    // Returns 0, which is no button, at the end of the input, and nullopt after abandon().
+    std::optional<std::int32_t> ask(const std::string& name, const Alert& alert);
 
     // Ends the current question and every later one without an answer.
     void abandon();
@@ -53,7 +54,7 @@ private:
 };
 
 // The button that `line` selects by its number, its name or an unambiguous beginning of the name,
-// in any case; nullopt if it selects none.
+// in any case; the first one for an empty line, nullopt if it selects none.
 std::optional<std::int32_t> buttonFor(const std::string& line,
                                       const std::vector<std::string>& buttons);
 

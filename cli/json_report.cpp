@@ -1,5 +1,7 @@
 #include "cli/json_report.h"
 
+#include "cli/build_settings.h"
+
 #include <nlohmann/json.hpp>
 
 namespace quenmoor {
@@ -7,13 +9,48 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The members that every object about a queued file has.
+// Of the format. Changes when a member is removed or gets another meaning, not when one is added.
+constexpr int kJsonVersion = 1;
+
+// The members that every object about a file has.
 Json objectFor(const char* event, const Source& source)
 {
     Json object{{"event", event}, {"file", source.name}, {"row", source.row}};
     object["total"] = source.size;
     if (source.attempt > 0)
         object["attempt"] = source.attempt;
+    return object;
+}
+
+Json rateObject(const Source& source, const AttemptEvent& event, const RunProgress& run)
+{
+    Json object = objectFor("rate", source);
+    object["percent"] = source.percent;
+    object["bytes"] = event.bytes;
+    if (!event.firstSample)
+        object["mib_per_s"] = event.rate;
+    if (event.averageRate > 0)
+        object["average_mib_per_s"] = event.averageRate;
+    if (const auto left = timeLeft(event))
+        object["seconds_left"] = left->count();
+    object["run_bytes"] = run.bytes;
+    object["run_total"] = run.total;
+    if (run.timeLeft)
+        object["run_seconds_left"] = run.timeLeft->count();
+    return object;
+}
+
+Json finishedObject(const Source& source, const AttemptEvent& event)
+{
+    Json object = objectFor("finished", source);
+    object["percent"] = source.percent;
+    object["bytes"] = event.total;
+    object["sent_bytes"] = event.sentBytes;
+    object["resumed_bytes"] = source.resumedBytes;
+    object["seconds"] = std::chrono::duration<double>(event.elapsed).count();
+    object["mib_per_s"] = averageRate(event);
+    object["changed"] = event.sourceChanged;
+    object["message"] = eventText(event);
     return object;
 }
 
@@ -31,6 +68,11 @@ Json statusObject(const Source& source, const AttemptEvent& event)
 
 } // namespace
 
+JsonReport::JsonReport(std::FILE* out) : out_(out)
+{
+    write({{"event", "start"}, {"version", kJsonVersion}, {"program", kVersion}});
+}
+
 void JsonReport::queued(const Source& source)
 {
     Json object = objectFor("queued", source);
@@ -47,7 +89,8 @@ void JsonReport::unreadable(const Source& source, const std::string& why)
     write(object);
 }
 
-void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event)
+void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event,
+                                const RunProgress& run)
 {
     if (event.kind != AttemptEventKind::GaveUp && event.kind != AttemptEventKind::StepChanged)
         write(statusObject(source, event));
@@ -58,24 +101,8 @@ void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event)
         object["step"] = stepName(event.step);
         object["message"] = phaseName(event.step);
         break;
-    case AttemptEventKind::Progress:
-        object = objectFor("rate", source);
-        object["percent"] = source.percent;
-        object["bytes"] = event.bytes;
-        object["mib_per_s"] = event.rate;
-        if (event.averageRate > 0)
-            object["average_mib_per_s"] = event.averageRate;
-        if (const auto left = timeLeft(event))
-            object["seconds_left"] = left->count();
-        break;
-    case AttemptEventKind::Finished:
-        object = objectFor("finished", source);
-        object["percent"] = source.percent;
-        object["bytes"] = event.total;
-        object["mib_per_s"] = averageRate(event);
-        object["changed"] = event.sourceChanged;
-        object["message"] = eventText(event);
-        break;
+    case AttemptEventKind::Progress: object = rateObject(source, event, run); break;
+    case AttemptEventKind::Finished: object = finishedObject(source, event); break;
     case AttemptEventKind::Cancelled:
         object = objectFor("cancelled", source);
         object["message"] = eventText(event);
@@ -101,7 +128,20 @@ void JsonReport::answered(const Source& source, const std::string& text)
 
 void JsonReport::summary(const RunOutcome& outcome)
 {
-    write({{"event", "summary"}, {"bytes", outcome.sentBytes}, {"message", summaryText(outcome)}});
+    write({{"event", "summary"},
+           {"status", outcome.status},
+           {"interrupted", outcome.interrupted},
+           {"finished", outcome.finished},
+           {"changed", outcome.changed},
+           {"cancelled", outcome.cancelled},
+           {"unreadable", outcome.unreadable},
+           {"gave_up", outcome.gaveUp},
+           {"unfinished", outcome.unfinished},
+           {"untried", outcome.untried},
+           {"bytes", outcome.sentBytes},
+           {"resumed_bytes", outcome.resumedBytes},
+           {"seconds", std::chrono::duration<double>(outcome.elapsed).count()},
+           {"message", summaryText(outcome)}});
 }
 
 void JsonReport::write(const Json& object)

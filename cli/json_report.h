@@ -1,4 +1,4 @@
-// One JSON object per line, for programs. README.md lists the members of each object.
+// One JSON object per line, for programs. docs/json.md lists the members of each object.
 #pragma once
 
 #include "cli/put_report.h"
@@ -13,11 +13,12 @@ namespace quenmoor {
 class JsonReport : public PutReport {
 public:
     // `out` is not owned.
-    explicit JsonReport(std::FILE* out) : out_(out) {}
+    explicit JsonReport(std::FILE* out);
 
     void queued(const Source& source) override;
     void unreadable(const Source& source, const std::string& why) override;
-    void attemptChanged(const Source& source, const AttemptEvent& event) override;
+    void attemptChanged(const Source& source, const AttemptEvent& event,
+                        const RunProgress& run) override;
     void answered(const Source& source, const std::string& text) override;
     void summary(const RunOutcome& outcome) override;
 

@@ -167,9 +167,14 @@ void addOutputOptions(CLI::App& app, PutOptions& options)
     CLI::Option* const json = app.add_flag_callback(
         "--json", [&options] { options.output = OutputMode::Json; },
         "Write one JSON object per line to standard output");
-    app.add_flag_callback(
-           "--quiet", [&options] { options.output = OutputMode::Quiet; }, "Write errors only")
-        ->excludes(json);
+    CLI::Option* const quiet = app.add_flag_callback(
+        "--quiet", [&options] { options.output = OutputMode::Quiet; }, "Write errors only");
+    quiet->excludes(json);
+    app.add_flag("--progress", options.progress,
+                 "Without a terminal, write a line about all files every 30 seconds while a file "
+                 "is sent")
+        ->excludes(json)
+        ->excludes(quiet);
     app.add_flag("-v,--verbose", options.verbose,
                  "Write diagnostics to standard error as well as to the system log");
     app.add_option("--log-file", options.logFile,

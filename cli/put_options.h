@@ -37,6 +37,7 @@ struct PutOptions {
     Congestion congestion = kBuiltInCongestion;
     RetryPolicy retry{.giveUpLostSource = true};
     bool allowChanged = false; // a file that changes after it was queued counts as finished
+    bool progress = false;     // a line about all files every 30 seconds, without a terminal
     bool dryRun = false;       // list the files, send nothing
     bool verbose = false;      // diagnostics also on standard error
     std::string logFile;       // diagnostics are appended to it; empty: none

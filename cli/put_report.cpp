@@ -7,6 +7,44 @@
 namespace quenmoor {
 namespace {
 
+struct Unit {
+    double bytes = 1;
+    const char* name = "B";
+};
+
+// The unit for `bytes`, so that the number is at least 1 if possible.
+Unit unitFor(std::int64_t bytes)
+{
+    constexpr std::array<const char*, 4> kLargerUnits{"kB", "MB", "GB", "TB"};
+    Unit unit;
+    for (const char* const name : kLargerUnits) {
+        if (static_cast<double>(bytes) / unit.bytes < 1024)
+            break;
+        unit = {unit.bytes * 1024, name};
+    }
+    return unit;
+}
+
+std::string inUnit(std::int64_t bytes, const Unit& unit)
+{
+    return unit.bytes == 1 ? std::to_string(bytes)
+                           : fmt::format("{:.1f}", static_cast<double>(bytes) / unit.bytes);
+}
+
+// "45 s", "12 min", "2 h 05 min", "3 d 4 h"
+std::string durationText(std::chrono::seconds time)
+{
+    const auto seconds = time.count();
+    const auto minutes = (seconds + 59) / 60;
+    const auto hours = minutes / 60;
+    if (seconds < 60)
+        return fmt::format("{} s", seconds);
+    if (minutes < 60)
+        return fmt::format("{} min", minutes);
+    return hours < 24 ? fmt::format("{} h {:02} min", hours, minutes % 60)
+                      : fmt::format("{} d {} h", hours / 24, hours % 24);
+}
+
 double secondsOf(const AttemptEvent& event)
 {
     return std::chrono::duration<double>(event.elapsed).count();
@@ -81,17 +119,23 @@ std::string summaryText(const RunOutcome& outcome)
     return text;
 }
 
+std::string progressText(const RunProgress& run)
+{
+    std::string text;
+    if (run.files > 1) {
+        const Unit unit = unitFor(run.total);
+        text = fmt::format("{} of {}, {} of {} {}", run.file, run.files, inUnit(run.bytes, unit),
+                           inUnit(run.total, unit), unit.name);
+    }
+    if (run.timeLeft)
+        text += (text.empty() ? "" : ", ") + durationText(*run.timeLeft) + " left";
+    return text;
+}
+
 std::string formatSize(std::int64_t bytes)
 {
-    constexpr std::array<const char*, 5> kUnits{"B", "kB", "MB", "GB", "TB"};
-    auto value = static_cast<double>(bytes);
-    std::size_t unit = 0;
-    while (value >= 1024 && unit + 1 < kUnits.size()) {
-        value /= 1024;
-        ++unit;
-    }
-    return unit == 0 ? fmt::format("{} B", bytes)
-                     : fmt::format("{:.1f} {}", value, kUnits.at(unit));
+    const Unit unit = unitFor(bytes);
+    return inUnit(bytes, unit) + " " + unit.name;
 }
 
 } // namespace quenmoor

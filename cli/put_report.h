@@ -9,6 +9,15 @@
 
 namespace quenmoor {
 
+// How far the run is, over all files that were queued and can still finish.
+struct RunProgress {
+    std::size_t file = 0; // the current one, counted from 1
+    std::size_t files = 0;
+    std::int64_t bytes = 0;                       // on the server, or accepted by the link
+    std::int64_t total = 0;                       // bytes
+    std::optional<std::chrono::seconds> timeLeft; // at the average rate of the current file
+};
+
 // Called from the main thread, the upload thread and the monitor thread, one call at a time.
 // File names are bytes: a report makes them displayable.
 class PutReport {
@@ -21,7 +30,8 @@ public:
     virtual void unreadable(const Source& source, const std::string& why) = 0;
 
     // `source` is in the state after `event`.
-    virtual void attemptChanged(const Source& source, const AttemptEvent& event) = 0;
+    virtual void attemptChanged(const Source& source, const AttemptEvent& event,
+                                const RunProgress& run) = 0;
 
     // The question about an existing copy was answered; `text` has both.
     virtual void answered(const Source& source, const std::string& text) = 0;
@@ -46,6 +56,9 @@ std::string unreadableText(const std::string& why);
 
 // "2 finished, 1 cancelled; 1.2 GB sent, 0.4 GB already on the server"
 std::string summaryText(const RunOutcome& outcome);
+
+// "3 of 12, 40.1 of 96.0 GB, 12 min left"; of a single file only the time left. May be empty.
+std::string progressText(const RunProgress& run);
 
 // "1.2 GB"; 1 MB is 1048576 bytes here, as in the status texts.
 std::string formatSize(std::int64_t bytes);

@@ -6,6 +6,7 @@
 #include "cli/json_report.h"
 #include "cli/put_view.h"
 #include "cli/sleep_inhibitor.h"
+#include "cli/terminal_report.h"
 #include "cli/text_reports.h"
 #include "engine/upload_engine.h"
 
@@ -69,10 +70,17 @@ private:
     std::FILE* const logFile_;
 };
 
+// A terminal without a type, or of the type "dumb", prints control sequences.
+bool movesCursor()
+{
+    const char* const type = std::getenv("TERM");
+    return type != nullptr && *type != '\0' && std::string_view(type) != "dumb";
+}
+
 bool drawsOnTerminal(const PutOptions& options)
 {
     return options.output == OutputMode::Human && !options.verbose && !options.dryRun &&
-           isatty(STDOUT_FILENO) != 0;
+           isatty(STDOUT_FILENO) != 0 && movesCursor();
 }
 
 bool asksOnTerminal(const PutOptions& options)
@@ -89,7 +97,8 @@ std::unique_ptr<PutReport> makeReport(const PutOptions& options)
         return std::make_unique<QuietReport>(stderr);
     if (drawsOnTerminal(options))
         return std::make_unique<TerminalReport>(stdout);
-    return std::make_unique<PlainReport>(stdout);
+    return std::make_unique<PlainReport>(stdout, options.progress ? PlainReport::Samples::All
+                                                                  : PlainReport::Samples::Tenths);
 }
 
 // Main thread.
@@ -102,7 +111,8 @@ public:
           question_(STDIN_FILENO, STDOUT_FILENO),
           clock_(clock),
           view_(
-              queueSources(), *report_, [this](const Alert& alert) { return answer(alert); },
+              queueSources(), *report_,
+              [this](const Source& source, const Alert& alert) { return answer(source, alert); },
               [this] { signals_.wake(); }, options.allowChanged),
           engine_(queues_, link, view_, clock, options.retry)
     {
@@ -113,7 +123,7 @@ public:
 private:
     // Lists the files, reports each of them and gives the readable ones to the upload queue.
     std::vector<Source> queueSources();
-    std::optional<CopyAnswer> answer(const Alert& alert);
+    std::optional<CopyAnswer> answer(const Source& source, const Alert& alert);
     // Returns false if the upload thread is still blocked in the link.
     bool endUploadThread(int signal);
 
@@ -158,11 +168,11 @@ std::vector<Source> PutRun::queueSources()
     return sources;
 }
 
-std::optional<CopyAnswer> PutRun::answer(const Alert& alert)
+std::optional<CopyAnswer> PutRun::answer(const Source& source, const Alert& alert)
 {
     if (!asksOnTerminal(options_))
         return policyAnswer(options_.existing, alert);
-    const std::optional<std::int32_t> button = question_.ask(alert);
+    const std::optional<std::int32_t> button = question_.ask(source.name, alert);
     if (!button)
         return std::nullopt;
     return CopyAnswer{*button, {}};
@@ -170,6 +180,7 @@ std::optional<CopyAnswer> PutRun::answer(const Alert& alert)
 
 int PutRun::run(const OnInterrupt& onInterrupt)
 {
+    const std::int64_t began = clock_.nanoseconds();
     int signal = 0;
     bool ended = true;
     const std::string failure = start();
@@ -181,6 +192,7 @@ int PutRun::run(const OnInterrupt& onInterrupt)
         ended = endUploadThread(signal);
     }
     RunOutcome outcome = outcomeOf(view_.sources(), signal, failure);
+    outcome.elapsed = std::chrono::nanoseconds(clock_.nanoseconds() - began);
     outcome.dryRun = options_.dryRun;
     report_->summary(outcome);
     if (!failure.empty())

@@ -12,8 +12,11 @@ std::string answerText(const Alert& alert, const CopyAnswer& answer)
     const auto position = static_cast<std::size_t>(answer.button - kFirstButton);
     const std::string& button =
         position < alert.buttons.size() ? alert.buttons[position] : alert.buttons.front();
-    return fmt::format("{}: {} Answer: {}.{}{}", alert.messageText, alert.informativeText, button,
-                       answer.note.empty() ? "" : " ", answer.note);
+    std::string text =
+        fmt::format("{}: {} Answer: {}.{}{}", alert.messageText, alert.informativeText, button,
+                    answer.note.empty() ? "" : " ", answer.note);
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text;
 }
 
 } // namespace
@@ -27,8 +30,10 @@ PutView::PutView(std::vector<Source> sources, PutReport& report, AskAboutCopy as
       sources_(std::move(sources))
 {
     for (std::size_t i = 0; i < sources_.size(); ++i) {
-        if (sources_[i].state == SourceState::Queued)
-            queued_.push_back(i);
+        if (sources_[i].state != SourceState::Queued)
+            continue;
+        queued_.push_back(i);
+        queuedBytes_ += sources_[i].size;
     }
 }
 
@@ -43,12 +48,13 @@ void PutView::attemptChanged(const AttemptEvent& event)
     if (closed_)
         return;
     current_ = update(event);
+    const RunProgress run = progressAfter(event);
     if (current_.state == SourceState::Unreadable)
         report_.unreadable(
             current_,
             whyUnreadable(current_.path, current_.size).value_or("it changed while it was sent"));
     else
-        report_.attemptChanged(current_, event);
+        report_.attemptChanged(current_, event, run);
     // Files end in the order of their rows.
     if (current_.state != SourceState::Queued && event.row + 1 == queued_.size())
         onEnd_();
@@ -75,6 +81,26 @@ SourceState PutView::stateAfter(const AttemptEvent& event, const Source& source)
     return SourceState::Queued;
 }
 
+RunProgress PutView::progressAfter(const AttemptEvent& event)
+{
+    const bool sent =
+        current_.state == SourceState::Finished || current_.state == SourceState::Changed;
+    const bool ended = sent || current_.state != SourceState::Queued;
+    if (sent)
+        doneBytes_ += current_.size;
+    else if (ended)
+        queuedBytes_ -= current_.size;
+    RunProgress run{event.row + 1, queued_.size(), doneBytes_, queuedBytes_, {}};
+    if (!ended)
+        run.bytes += std::min(event.bytes, event.total);
+    // The other files will take as long as the current one would for their size.
+    AttemptEvent all = event;
+    all.bytes = run.bytes;
+    all.total = run.total;
+    run.timeLeft = timeLeft(all);
+    return run;
+}
+
 Source PutView::update(const AttemptEvent& event)
 {
     const std::lock_guard lock(sourcesMutex_);
@@ -98,7 +124,7 @@ std::optional<std::int32_t> PutView::runModal(const Alert& alert)
     if (alert.buttons.empty())
         return kFirstButton; // the final alert, which repeats the GaveUp event
     report_.prepareQuestion();
-    const std::optional<CopyAnswer> answer = ask_(alert);
+    const std::optional<CopyAnswer> answer = ask_(current_, alert);
     if (!answer)
         return std::nullopt;
     report_.answered(current_, answerText(alert, *answer));

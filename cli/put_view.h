@@ -37,6 +37,8 @@ public:
 
 private:
     SourceState stateAfter(const AttemptEvent& event, const Source& source) const;
+    // Once for each event, when current_ is the source after it.
+    RunProgress progressAfter(const AttemptEvent& event);
     // Applies `event` to the source of its row and returns the result.
     Source update(const AttemptEvent& event);
 
@@ -47,7 +49,11 @@ private:
     const bool allowChanged_;
     std::vector<std::size_t> queued_; // the positions in sources_ of the rows of the status table
 
-    Source current_; // upload and monitor threads, which call one at a time
+    // Upload and monitor threads, which call one at a time.
+    std::int64_t queuedBytes_ = 0; // of all queued files but those that ended without being sent
+    std::int64_t doneBytes_ = 0;   // of the files on the server
+
+    Source current_;
 
     std::atomic<bool> closed_{false}; // any thread
 

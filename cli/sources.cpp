@@ -1,5 +1,6 @@
 #include "cli/sources.h"
 
+#include "cli/terminal_text.h"
 #include "engine/source_file.h"
 
 #include <system_error>
@@ -30,11 +31,13 @@ int exitStatus(const std::vector<Source>& sources, int signal)
 std::vector<Source> listSources(const PutOptions& options, std::vector<std::string>& why)
 {
     std::vector<Source> sources;
+    std::vector<std::string> labels = distinctEnds(options.files);
     for (std::size_t i = 0; i < options.files.size(); ++i) {
         std::error_code failed;
         Source source;
         source.row = i;
         source.name = options.files[i];
+        source.label = std::move(labels[i]);
         source.path = std::filesystem::absolute(source.name, failed);
         source.token = options.tokens[i];
         why.push_back(failed ? failed.message() : whyUnreadable(source.path, 0).value_or(""));

@@ -3,6 +3,7 @@
 
 #include "cli/put_options.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -24,6 +25,7 @@ enum class SourceState : std::uint8_t {
 struct Source {
     std::size_t row = 0;        // position among the files of the command line, from 0
     std::string name;           // as given, byte for byte
+    std::string label;          // the end of `name` that no other file of the run has
     std::filesystem::path path; // absolute
     std::string token;
     SourceState state = SourceState::Queued;
@@ -57,6 +59,7 @@ struct RunOutcome {
     std::int64_t untriedSize = 0;  // of those, in bytes
     std::int64_t sentBytes = 0;    // accepted by the link for all files, in all attempts
     std::int64_t resumedBytes = 0; // of the finished and changed files, held by the server before
+    std::chrono::nanoseconds elapsed{0};
 };
 
 // `signal` is the number of the signal that interrupted the run, or 0; `failure` as in RunOutcome.

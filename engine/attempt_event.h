@@ -49,6 +49,7 @@ struct AttemptEvent {
     std::int64_t sentBytes = 0;          // accepted by the link for this file, in all its attempts
     std::chrono::nanoseconds elapsed{0}; // since the first attempt of this file began
     double rate = 0;                     // of Progress: MiB/s since the previous sample
+    bool firstSample = false;            // of Progress: `rate` is close to 0, whatever was sent
     double averageRate = 0;              // of Progress: see ProgressSample; 0 while it is unknown
     std::chrono::seconds secondsLeft{0}; // of Waiting
     // True if the size or the modification time of the file differs from when it was queued, or if

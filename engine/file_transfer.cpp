@@ -128,6 +128,7 @@ void UploadEngine::onSample(const std::optional<ProgressSample>& sample, const A
     event.bytes = sample->bytes;
     event.sentBytes = start.sentBytes + sample->bytes - start.bytes;
     event.rate = sample->rate;
+    event.firstSample = sample->first;
     event.averageRate = sample->averageRate;
     event.sourceChanged = sourceChanged(head);
     event.elapsed = std::chrono::nanoseconds(clock_.nanoseconds() - startedAt_);

@@ -52,7 +52,7 @@ void ProgressMonitor::progressMonitor()
             break;
         callback_(ProgressSample{bytes,
                                  mebibytesPerSecond(bytes - previousBytes, now - previousTime),
-                                 averageRate(bytes, now)});
+                                 previousTime == 0, averageRate(bytes, now)});
         previousBytes = bytes;
         previousTime = now;
     }

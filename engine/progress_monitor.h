@@ -19,6 +19,7 @@ namespace quenmoor {
 struct ProgressSample {
     std::int64_t bytes = 0; // position in the file, resume offset included
     double rate = 0;        // MiB/s since the previous sample
+    bool first = false;
     // MiB/s over the samples of the latest 30 seconds of this transfer; 0 while they span less than
     // 3 seconds. What the link took before the first sample, which includes the filling of its
     // buffer, is not counted.

@@ -26,8 +26,8 @@ _quenmoor_put() {
   esac
   if [[ $cur == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W '--host --token --token-file --files-from --null --dry-run
-      --existing --allow-changed --congestion --retries --give-up-after --keep-going --json --quiet
-      --log-file --verbose --version --help' -- "$cur")
+      --existing --allow-changed --congestion --retries --give-up-after --keep-going --progress
+      --json --quiet --log-file --verbose --version --help' -- "$cur")
     return
   fi
   _filedir

@@ -1,5 +1,7 @@
 #include "cli/existing_question.h"
 #include "cli/json_report.h"
+#include "cli/terminal_report.h"
+#include "cli/terminal_text.h"
 #include "cli/text_reports.h"
 
 #include <gtest/gtest.h>
@@ -9,12 +11,14 @@
 namespace quenmoor {
 namespace {
 
+using namespace std::chrono_literals;
+
 TEST(ButtonFor, acceptsANumberANameOrAnUnambiguousBeginning)
 {
     const std::vector<std::string> buttons{"Cancel", "Overwrite", "Overlay"};
     const std::pair<const char*, std::optional<std::int32_t>> rows[]{
         {"3", kThirdButton},    {" CANCEL \r", kFirstButton}, {"overw", kSecondButton},
-        {"over", std::nullopt}, {"", std::nullopt},           {"4", std::nullopt}};
+        {"over", std::nullopt}, {" ", kFirstButton},          {"4", std::nullopt}};
     for (const auto& [line, button] : rows)
         EXPECT_EQ(buttonFor(line, buttons), button) << line;
 }
@@ -28,27 +32,55 @@ AttemptEvent eventOf(AttemptEventKind kind)
             .reason = {}};
 }
 
-Source sourceAt(std::int32_t percent)
+Source sourceAt(std::int32_t percent, const std::string& name = "clip.mov")
 {
     Source source;
-    source.name = "clip.mov";
+    source.name = source.label = name;
     source.percent = percent;
     return source;
 }
 
-TEST(ProgressLine, hasABarWhileSendingAndTheWaitOtherwise)
+TEST(ProgressLine, leavesOutWhatDoesNotFit)
 {
-    const AttemptEvent progress = eventOf(AttemptEventKind::Progress);
-    EXPECT_EQ(progressLine(sourceAt(50), progress, 80),
-              "clip.mov  [############............]  50%  12.0 MB/s");
-    EXPECT_EQ(progressLine(sourceAt(50), eventOf(AttemptEventKind::Waiting), 80),
+    AttemptEvent event = eventOf(AttemptEventKind::Progress);
+    RunProgress run{3, 12, std::int64_t{41062} << 20U, std::int64_t{98304} << 20U, 725s};
+    const std::string overall = "  3 of 12, 40.1 of 96.0 GB, 13 min left";
+    const std::string wide =
+        "\u6620\u753b\u306e\u4e88\u544a\u7de8\u6620\u753b.mov"; // 2 columns each
+    const std::tuple<std::string, std::size_t, std::string> rows[]{
+        {"clip.mov", 90, "clip.mov  [###########...........]  50%  12.0 MB/s" + overall},
+        {"clip.mov", 80, "clip.mov  [######......]  50%  12.0 MB/s" + overall},
+        {"clip.mov", 70, "clip.mov   50%  12.0 MB/s" + overall},
+        {"clip.mov", 55, "clip.mov   50%" + overall},
+        {"clip.mov", 30, "clip.mov   50%  12.0 MB/s"},
+        {"clip.mov", 8, "cli\u202650%"},
+        {wide, 71, "\u6620\u753b\u306e\u2026\u753b.mov   50%  12.0 MB/s" + overall},
+        {"cafe\u0301.mov", 70, "cafe\u0301.mov   50%  12.0 MB/s" + overall}};
+    for (const auto& [name, columns, line] : rows) {
+        EXPECT_EQ(progressLine(sourceAt(50, name), event, run, columns), line);
+        EXPECT_LT(columnsOf(line), columns);
+    }
+    run.files = 1;
+    run.timeLeft = 26h;
+    event.firstSample = true;
+    EXPECT_EQ(progressLine(sourceAt(0), event, run, 60),
+              "clip.mov  [........................]   0%  1 d 2 h left");
+    EXPECT_EQ(progressLine(sourceAt(50), eventOf(AttemptEventKind::Waiting), {}, 80),
               "clip.mov  Retrying in 5s (attempt 2)");
-    EXPECT_LT(progressLine(sourceAt(50), progress, 30).size(), 34U);
+}
 
-    EXPECT_EQ(elideMiddle("short", 5), "short");
-    EXPECT_EQ(elideMiddle("\u00e9\u00e9\u00e9\u00e9", 3), "\u00e9\u2026\u00e9");
-    EXPECT_EQ(elideMiddle("abc", 1), "\u2026");
-    EXPECT_EQ(elideMiddle("abc", 0), "");
+TEST(TerminalText, countsColumnsAndKeepsCharactersWhole)
+{
+    const std::tuple<std::string, std::size_t, std::string> rows[]{
+        {"short", 5, "short"},
+        {"abc", 1, "\u2026"},
+        {"abc", 0, ""},
+        {"e\u0301e\u0301e\u0301e\u0301", 3, "e\u0301\u2026e\u0301"},
+        {"\u6620\u753b\u306e\u4e88", 6, "\u6620\u2026\u4e88"}};
+    for (const auto& [text, columns, elided] : rows)
+        EXPECT_EQ(elideMiddle(text, columns), elided);
+    EXPECT_EQ(distinctEnds({"a/x/c", "b/x/c", "x/d", "dir/", "/", "c", "e", "e"}),
+              (std::vector<std::string>{"a/x/c", "b/x/c", "d", "dir", "/", "c", "e", "e"}));
     EXPECT_EQ(formatSize(1023), "1023 B");
     EXPECT_EQ(formatSize(5368709120), "5.0 GB");
 }
@@ -69,11 +101,11 @@ TEST(PlainReportTest, hasOneLineForEachTenthOfAFileAndOneForEachWait)
 {
     const auto text = written<PlainReport>([](PlainReport& report) {
         for (const int percent : {1, 2, 11, 12, 35})
-            report.attemptChanged(sourceAt(percent), eventOf(AttemptEventKind::Progress));
+            report.attemptChanged(sourceAt(percent), eventOf(AttemptEventKind::Progress), {});
         for (int second = 0; second < 3; ++second)
-            report.attemptChanged(sourceAt(35), eventOf(AttemptEventKind::Waiting));
-        report.attemptChanged(sourceAt(0), eventOf(AttemptEventKind::Started));
-        report.attemptChanged(sourceAt(0), eventOf(AttemptEventKind::Waiting));
+            report.attemptChanged(sourceAt(35), eventOf(AttemptEventKind::Waiting), {});
+        report.attemptChanged(sourceAt(0), eventOf(AttemptEventKind::Started), {});
+        report.attemptChanged(sourceAt(0), eventOf(AttemptEventKind::Waiting), {});
     });
     EXPECT_EQ(text, "clip.mov: Uploading at 12.000 MB/s (1%)\n"
                     "clip.mov: Uploading at 12.000 MB/s (11%)\n"
@@ -81,27 +113,6 @@ TEST(PlainReportTest, hasOneLineForEachTenthOfAFileAndOneForEachWait)
                     "clip.mov: Retrying in 5s (35%)\n"
                     "clip.mov: Connecting (0%)\n"
                     "clip.mov: Retrying in 5s (0%)\n");
-}
-
-TEST(JsonReportTest, writesOneLineWhateverTheNameIs)
-{
-    const auto text = written<JsonReport>([](JsonReport& report) {
-        Source source = sourceAt(0);
-        source.name = "caf\xE9\n\".mov";
-        source.size = 5368709120;
-        source.row = 3;
-        report.queued(source);
-        AttemptEvent event = eventOf(AttemptEventKind::Progress);
-        event.bytes = 4294967297;
-        report.attemptChanged(source, event);
-    });
-    const std::string common = ",\"file\":\"caf\xEF\xBF\xBD\\n\\\".mov\",\"row\":3,"
-                               "\"total\":5368709120,";
-    EXPECT_EQ(text, "{\"event\":\"queued\"" + common + "\"status\":\"Queued\",\"percent\":0}\n" +
-                        "{\"event\":\"status\"" + common +
-                        "\"status\":\"Uploading at 12.000 MB/s\",\"percent\":0}\n" +
-                        "{\"event\":\"rate\"" + common +
-                        "\"percent\":0,\"bytes\":4294967297,\"mib_per_s\":12.0}\n");
 }
 
 } // namespace
