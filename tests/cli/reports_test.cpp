@@ -1,12 +1,20 @@
 #include "cli/existing_question.h"
 #include "cli/json_report.h"
+#include "cli/put_run.h"
 #include "cli/terminal_report.h"
 #include "cli/terminal_text.h"
 #include "cli/text_reports.h"
+#include "tests/fakes/fake_clock.h"
+#include "tests/fakes/fake_transfer_link.h"
+#include "tests/fakes/temp_folder.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <array>
+#include <regex>
+#include <sstream>
+#include <thread>
 
 namespace quenmoor {
 namespace {
@@ -113,6 +121,92 @@ TEST(PlainReportTest, hasOneLineForEachTenthOfAFileAndOneForEachWait)
                     "clip.mov: Retrying in 5s (35%)\n"
                     "clip.mov: Connecting (0%)\n"
                     "clip.mov: Retrying in 5s (0%)\n");
+}
+
+struct JsonMember {
+    std::string type;
+    bool always;
+    bool seen = false;
+};
+
+// The tables of docs/json.md by section: of an event, "Members" for all events about a file,
+// "Steps".
+using JsonSchema = std::map<std::string, std::map<std::string, JsonMember>>;
+
+JsonSchema documentedSchema()
+{
+    JsonSchema schema;
+    std::string section;
+    std::istringstream page(contentOf(SOURCE_FOLDER "/docs/json.md"));
+    const std::regex row("\\| `(\\w+)` \\| ([^|]*) \\|(?: (\\w+) \\|.*)?");
+    for (std::string line; std::getline(page, line);) {
+        std::smatch found;
+        if (std::regex_match(line, found, std::regex("## `?(\\w+).*")))
+            section = found[1];
+        else if (std::regex_match(line, found, row))
+            schema[section][found[1]] = {found[2], found[3] == "always"};
+    }
+    return schema;
+}
+
+void check(JsonSchema& schema, const nlohmann::json& object)
+{
+    const std::string event = object.at("event");
+    ASSERT_TRUE(schema.contains(event)) << event;
+    const bool aboutAFile = event != "start" && event != "summary";
+    for (const auto& [name, value] : object.items()) {
+        auto& table =
+            aboutAFile && schema["Members"].contains(name) ? schema["Members"] : schema[event];
+        if (name == "event")
+            continue;
+        ASSERT_TRUE(table.contains(name)) << object;
+        const bool integer = table[name].type == "integer";
+        EXPECT_TRUE(integer ? value.is_number_integer() : table[name].type == value.type_name())
+            << name << " in " << object;
+        table[name].seen = true;
+        EXPECT_TRUE(name != "step" || schema["Steps"].contains(value)) << value;
+    }
+    for (const auto& table : {schema[event], aboutAFile ? schema["Members"] : schema[event]})
+        for (const auto& [name, member] : table)
+            EXPECT_TRUE(!member.always || object.contains(name)) << name << " in " << object;
+}
+
+TEST(JsonReportTest, writesWhatIsDocumented)
+{
+    const TempFolder folder;
+    PutOptions options;
+    options.output = OutputMode::Json;
+    options.retry = {.attempts = 2, .keepGoing = true};
+    for (const std::string name : {"refused.mov", "caf\xE9\n\".mov", "copy.mov", "missing.mov"}) {
+        options.files.push_back(folder.file(name, sampleContent(300000)));
+        options.tokens.emplace_back("t");
+    }
+    std::filesystem::remove(options.files.back());
+    FakeTransferLink link;
+    link.plans.assign(2, {LinkFault::Refuse});
+    link.copies["copy.mov"] = {"other", 5};
+    FakeClock clock;
+    std::atomic<int> sleeps = 0;
+    clock.onMonitorSleep = [&sleeps] { ++sleeps; };
+    link.onSend = [&sleeps] { // a sample follows each block
+        for (const int before = sleeps; sleeps < before + 2;)
+            std::this_thread::yield();
+    };
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(runPut(options, clock, link, [](int /*status*/) {}), kExitGaveUp);
+    std::istringstream lines(testing::internal::GetCapturedStdout());
+
+    JsonSchema schema = documentedSchema();
+    nlohmann::json last;
+    for (std::string line; std::getline(lines, line); check(schema, last))
+        last = nlohmann::json::parse(line);
+    EXPECT_EQ(last["finished"], 1);
+    EXPECT_EQ(last["cancelled"], 1);
+    EXPECT_EQ(last["bytes"], 300000);
+    schema.erase("Steps");
+    for (const auto& [event, members] : schema)
+        for (const auto& [name, member] : members)
+            EXPECT_TRUE(member.seen) << event << " " << name;
 }
 
 } // namespace
