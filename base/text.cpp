@@ -156,6 +156,11 @@ std::string toValidUtf8(std::string_view bytes)
     return utf8::replace_invalid(bytes);
 }
 
+std::u32string codePoints(std::string_view bytes)
+{
+    return utf8::utf8to32(toValidUtf8(bytes));
+}
+
 std::string printableLine(std::string_view bytes)
 {
     return escapeControls(toValidUtf8(bytes), {});

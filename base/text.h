@@ -35,6 +35,9 @@ bool isUtf8(std::string_view bytes);
 // Replaces every ill-formed sequence of `bytes` by U+FFFD. Control characters remain.
 std::string toValidUtf8(std::string_view bytes);
 
+// Returns the code points of toValidUtf8(bytes).
+std::u32string codePoints(std::string_view bytes);
+
 // Makes `bytes`, e.g. a file name, safe to show on one line of a window or terminal: toValidUtf8()
 // with all control characters replaced, those below U+0080 by their Unicode control pictures, the
 // others and the characters that reorder text (e.g. U+202E) or break the line by U+FFFD.

@@ -2,8 +2,6 @@
 
 #include "base/text.h"
 
-#include <utf8.h>
-
 #include <algorithm>
 #include <clocale>
 #include <cwchar>
@@ -45,13 +43,14 @@ std::vector<Glyph> glyphsOf(std::string_view text)
     const WidthTable table;
     const std::string valid = toValidUtf8(text);
     std::vector<Glyph> glyphs;
-    for (auto at = valid.begin(); at != valid.end();) {
-        const auto begin = at;
-        const int width = wcwidth(static_cast<wchar_t>(utf8::next(at, valid.end())));
-        if (width == 0 && !glyphs.empty())
-            glyphs.back().bytes.append(begin, at);
-        else // a terminal displays a character that it does not have in one column
-            glyphs.push_back({{begin, at}, static_cast<std::size_t>(width < 0 ? 1 : width)});
+    std::size_t at = 0;
+    for (const char32_t point : codePoints(valid)) {
+        const std::size_t length = point < 0x80 ? 1 : point < 0x800 ? 2 : point < 0x10000 ? 3 : 4;
+        const int width = wcwidth(static_cast<wchar_t>(point));
+        if (width != 0 || glyphs.empty()) // one column for a character that the table has not
+            glyphs.push_back({{}, static_cast<std::size_t>(width < 0 ? 1 : width)});
+        glyphs.back().bytes += valid.substr(at, length);
+        at += length;
     }
     return glyphs;
 }

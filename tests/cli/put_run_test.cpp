@@ -159,7 +159,8 @@ TEST_F(PutRunTest, writesOneJsonObjectPerLineAndReturnsZeroWhenEveryFileFinished
     for (std::size_t at = 0; at < out.size(); at = out.find('\n', at) + 1, ++lines)
         EXPECT_EQ(out.substr(at, 10), "{\"event\":\"");
     EXPECT_EQ(lines, 1U + 2U + 2U * 8U + 1U);
-    expectOutput("\"row\":1,\"total\":0,\"attempt\":1,\"percent\":100,\"bytes\":0,\"sent_bytes\":0,");
+    expectOutput(
+        "\"row\":1,\"total\":0,\"attempt\":1,\"percent\":100,\"bytes\":0,\"sent_bytes\":0,");
     expectOutput("\"message\":\"2 finished; 100 B sent\"");
 }
 

@@ -113,13 +113,13 @@ TEST_F(PutProgram, asksOnATerminalUntilAnAnswerAnInterruptOrTheEndOfTheInput)
     std::ignore = root.file("clip.mov", "another file");
     startService();
     Process interrupted(put({"clip.mov"}), {.terminal = true});
-    ASSERT_TRUE(interrupted.waitFor("[1] Cancel   [2] Overwrite: "));
+    ASSERT_TRUE(interrupted.waitFor("[1] Cancel (default)   [2] Overwrite: "));
     interrupted.signal(SIGINT);
     EXPECT_EQ(interrupted.exitStatus(), 130);
     EXPECT_EQ(contentOf(root.path() / "clip.mov"), "another file");
 
     Process closed(put({"clip.mov"}), {.terminal = true});
-    ASSERT_TRUE(closed.waitFor("[1] Cancel   [2] Overwrite: "));
+    ASSERT_TRUE(closed.waitFor("[1] Cancel (default)   [2] Overwrite: "));
     closed.type("\x04"); // the end of the input
     EXPECT_EQ(closed.exitStatus(), 3) << closed.output();
 
