@@ -1,8 +1,8 @@
 #include "devservice/page_server.h"
 
 #include "base/text.h"
+#include "devservice/https_server.h"
 
-#include <httplib.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -19,9 +19,11 @@ constexpr const char* kPageFile = R"(/files/upload/([A-Za-z0-9_-][A-Za-z0-9._-]*
 constexpr const char* kIndexPath = "/files/upload/index.html";
 constexpr std::size_t kMaxBodyBytes = 16'384;
 constexpr std::uintmax_t kMaxFileBytes = 4'194'304;
-constexpr std::size_t kThreads = 16; // a browser holds up to six connections open
-constexpr time_t kKeepAliveSeconds = 1;
-constexpr time_t kTimeoutSeconds = 5;
+
+constexpr int kNotRefused = -1; // lets the library choose the status
+constexpr int kForbidden = 403;
+constexpr int kLengthRequired = 411;
+constexpr int kMisdirected = 421;
 
 // Only resources of this origin, no inline code, and the page must not be framed.
 constexpr const char* kContentPolicy =
@@ -86,6 +88,31 @@ void sendError(httplib::Response& response, int status, const char* reason)
     sendJson(response, status, {{"error", reason}});
 }
 
+// Whether the URL authority "host[:port]" names this machine, as the certificate does.
+bool isThisMachine(std::string_view authority)
+{
+    for (const std::string_view host : {"localhost", "127.0.0.1", "[::1]"}) {
+        const std::string_view port = authority.substr(std::min(host.size(), authority.size()));
+        if (authority.starts_with(host) &&
+            (port.empty() || (port.front() == ':' && wholeNumber(port.substr(1)))))
+            return true;
+    }
+    return false;
+}
+
+// Returns the status with which a request is refused before its body is read, or kNotRefused.
+int refusalStatus(const httplib::Request& request)
+{
+    // A page of another site reaches this server through a host name that resolves to 127.0.0.1.
+    const std::string host = request.get_header_value("Host");
+    if (request.get_header_value_count("Host") != 1 || !isThisMachine(host))
+        return kMisdirected;
+    if (request.has_header("Transfer-Encoding")) // its body has no length that could be checked
+        return kLengthRequired;
+    const bool sameOrigin = request.get_header_value("Origin", 0) == "https://" + host;
+    return request.has_header("Origin") && !sameOrigin ? kForbidden : kNotRefused;
+}
+
 bool prepareTls(SSL_CTX& context, const Certificate& certificate)
 {
     return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1 &&
@@ -130,21 +157,14 @@ struct PageServer::Impl {
 
     PageSettings settings;
     SessionStore& sessions;
-    httplib::SSLServer server;
+    HttpsServer server;
     std::thread thread;
     std::atomic<bool> ended = false;
 };
 
 void PageServer::Impl::configure()
 {
-    server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
     server.set_payload_max_length(kMaxBodyBytes);
-    // One request per connection: an idle connection would delay stop(), and after a request line
-    // that the library rejects, it would parse the headers as the next request.
-    server.set_keep_alive_max_count(1);
-    server.set_keep_alive_timeout(kKeepAliveSeconds); // browsers open connections in advance
-    server.set_read_timeout(kTimeoutSeconds);
-    server.set_write_timeout(kTimeoutSeconds);
     // The library sets SO_REUSEPORT by default, with which two services could share a port and
     // each would get some of the clients.
     server.set_socket_options([](socket_t socket) {
@@ -160,6 +180,12 @@ void PageServer::Impl::configure()
 
 void PageServer::Impl::addRoutes()
 {
+    server.set_pre_routing_handler(
+        [](const httplib::Request& request, httplib::Response& response) {
+            response.status = refusalStatus(request);
+            return response.status == kNotRefused ? httplib::Server::HandlerResponse::Unhandled
+                                                  : httplib::Server::HandlerResponse::Handled;
+        });
     server.Get("/", [](const httplib::Request& /*request*/, httplib::Response& response) {
         response.set_redirect(kIndexPath);
     });
@@ -197,6 +223,7 @@ bool PageServer::Impl::listen(std::string& error)
                 ": it is in use or not permitted";
         return false;
     }
+    server.lengthenBacklog();
     settings.port = static_cast<std::uint16_t>(port);
     if (settings.updateUrl.empty())
         settings.updateUrl =
@@ -287,6 +314,7 @@ void PageServer::stop()
     // The library ignores stop() until the server runs.
     while (!impl_->server.is_running() && !impl_->ended)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    impl_->server.endConnections();
     impl_->server.stop();
     impl_->thread.join();
 }

@@ -8,6 +8,9 @@
 //                           -> {"session", "newestVersion": [3 texts], "updateUrl", "automatic"}
 //   /files/upload/token     {"session", "filename": percent-encoded bytes, "size": decimal text}
 //                           -> {"token"}, or {"error": a sentence} with status 400, 403 or 503
+//
+// Every request must name localhost, 127.0.0.1 or [::1] as its host (else 421), have no transfer
+// encoding (411) and, if it has an origin, that of this page (403).
 #pragma once
 
 #include "devservice/certificate.h"
@@ -48,7 +51,7 @@ public:
     // page's folder has no index.html, the certificate cannot be read or the port is in use.
     [[nodiscard]] bool start(std::string& error);
 
-    // Waits up to five seconds for requests that are being served.
+    // Ends the requests that are being served.
     void stop();
 
     // "https://localhost:8443/files/upload/index.html". Requires start().

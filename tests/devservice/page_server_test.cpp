@@ -101,6 +101,40 @@ TEST_F(PageServerTest, issuesTokensForTheBytesOfTheNameAndRefusesInvalidRequests
     EXPECT_EQ(post("index.html", request.dump())->status, 404);
 }
 
+TEST_F(PageServerTest, refusesForeignHostsAndOriginsAndWhatHasNoBound)
+{
+    using Headers = httplib::Headers;
+    const auto status = [this](const Headers& headers) {
+        const auto reply = client().Get("/files/upload/index.html", headers);
+        return reply ? reply->status : 0;
+    };
+    const std::string own = "localhost:" + std::to_string(pageServer->port());
+    Headers endless{{"Host", own}};
+    for (int i = 0; i < 100; ++i)
+        endless.emplace("X-Header", std::string(1000, 'x'));
+    for (const auto& [headers, expected] : std::initializer_list<std::pair<Headers, int>>{
+             {{{"Host", own}, {"Origin", "https://" + own}}, 200},
+             {{{"Host", "[::1]"}}, 200},
+             {{{"Host", "evil.example"}}, 421},
+             {{{"Host", "localhost.evil.example"}}, 421},
+             {{{"Host", own}, {"Host", "evil.example"}}, 421},
+             {{{"Host", own}, {"Origin", "https://evil.example"}}, 403},
+             {{{"Host", own}, {"Transfer-Encoding", "chunked"}}, 411},
+             {endless, 400}})
+        EXPECT_EQ(status(headers), expected) << headers.rbegin()->second;
+
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(pageServer->port());
+    std::array<FileHandle, 80> silent; // more than are served at once
+    for (FileHandle& socket : silent) {
+        socket = FileHandle(::socket(AF_INET, SOCK_STREAM, 0));
+        ASSERT_EQ(connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    EXPECT_EQ(status({}), 200);
+}
+
 TEST_F(PageServerTest, reportsWhyItCannotStart)
 {
     const std::filesystem::path none = folder.path() / "none";
