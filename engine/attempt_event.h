@@ -43,6 +43,10 @@ struct AttemptEvent {
     AttemptEventKind kind{};
     std::size_t row = 0;                 // of the status table
     std::int32_t attempt = 0;            // of this file, counted from 1
+    // Counted from 1 and restarted by an attempt that sent bytes. If the attempt with the number
+    // `attemptLimit` fails, the file is given up.
+    std::size_t attemptInRow = 0;
+    std::size_t attemptLimit = 0;
     AttemptStep step{};                  // the current one, or the one that failed
     std::int64_t bytes = 0;              // position in the file, resume offset included
     std::int64_t total = 0;              // size of the file in bytes

@@ -46,6 +46,10 @@ public:
         return kDelays.at(std::min(retries_, kDelays.size() - 1));
     }
 
+    // The consecutive failures that are counted, and the number of them that is final.
+    std::size_t failures() const { return retries_; }
+    std::size_t limit() const { return policy_.attempts; }
+
     // Counts the latest failure; after the wait.
     void countFailure() { ++retries_; }
 

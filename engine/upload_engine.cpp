@@ -146,6 +146,8 @@ void UploadEngine::beginAttempt(const InfoContainer& head)
     AttemptEvent next;
     next.row = progressRowIndex_;
     next.attempt = attempt_.attempt + 1;
+    next.attemptInRow = schedule_.failures() + 1;
+    next.attemptLimit = schedule_.limit();
     next.total = head.size;
     next.sentBytes = attempt_.sentBytes;
     next.sourceChanged = sourceChanged(head);
