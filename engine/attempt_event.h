@@ -41,8 +41,8 @@ enum class AttemptEventKind : std::uint8_t {
 
 struct AttemptEvent {
     AttemptEventKind kind{};
-    std::size_t row = 0;                 // of the status table
-    std::int32_t attempt = 0;            // of this file, counted from 1
+    std::size_t row = 0;      // of the status table
+    std::int32_t attempt = 0; // of this file, counted from 1
     // Counted from 1 and restarted by an attempt that sent bytes. If the attempt with the number
     // `attemptLimit` fails, the file is given up.
     std::size_t attemptInRow = 0;

@@ -52,8 +52,10 @@ QString printableQString(std::string_view bytes)
 
 QString plainToolTip(const QString& text)
 {
-    return Qt::mightBeRichText(text) ? QStringLiteral("<span>%1</span>").arg(text.toHtmlEscaped())
-                                     : text;
+    return Qt::mightBeRichText(text)
+               ? QStringLiteral("<span style='white-space:pre-wrap'>%1</span>")
+                     .arg(text.toHtmlEscaped())
+               : text;
 }
 
 QFont scaledFont(QFont font, double scale)

@@ -76,8 +76,8 @@ QDBusMessage requestFor(const std::vector<FileUrl>& files, const ActivationToken
                                                        files.empty() ? u"Activate"_s : u"Open"_s);
     if (!files.empty()) {
         QStringList uris;
-        for (const FileUrl& file : files) // a "?" would begin the query of a URI
-            uris << QString::fromStdString(file.text()).replace(u'?', u"%3F"_s);
+        for (const FileUrl& file : files)
+            uris << uriOf(file);
         call << uris;
     }
     call << platformDataOf(token, limit);

@@ -34,6 +34,11 @@ void callAsync(const QDBusConnection& bus, const QDBusMessage& call, QObject* co
                      });
 }
 
+QString uriOf(const FileUrl& file)
+{
+    return QString::fromStdString(file.text()).replace(u'?', QStringLiteral("%3F"));
+}
+
 ActivationToken ActivationToken::ofThisProcess()
 {
     return {qEnvironmentVariable(kWaylandToken), qEnvironmentVariable("DESKTOP_STARTUP_ID")};

@@ -5,6 +5,8 @@
 // outlives the program and is recorded in the home folder.
 #pragma once
 
+#include "queue/file_url.h"
+
 #include <QDBusConnection>
 #include <QString>
 #include <functional>
@@ -26,6 +28,9 @@ void useRunningBusOnly();
 // if `context` is destroyed first. The main thread only.
 void callAsync(const QDBusConnection& bus, const QDBusMessage& call, QObject* context,
                std::function<void(const QDBusMessage&)> onReply);
+
+// The URI of `file` for other programs. FileUrl leaves "?" as it is; there it would begin a query.
+QString uriOf(const FileUrl& file);
 
 // Permits a program to bring a window to the front. The desktop gives it to the program that the
 // user clicked, which passes it on. May be empty; the desktop then decides.

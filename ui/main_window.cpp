@@ -4,6 +4,8 @@
 #include "ui/drag_view.h"
 #include "ui/indicators.h"
 #include "ui/notice_line.h"
+#include "ui/row_details.h"
+#include "ui/shortcuts_window.h"
 #include "ui/status_table_model.h"
 #include "ui/status_table_view.h"
 #include "ui/upload_line.h"
@@ -102,7 +104,7 @@ void MainWindow::makeHeader(QVBoxLayout& rows)
     for (QLabel* const label : {infoLabel, hint_, queueLabel, summary_})
         label->setForegroundRole(QPalette::PlaceholderText);
     browseButton->setAccessibleName(u"Browse"_s);
-    browseButton->setToolTip(u"Choose files to upload (Ctrl+O)"_s);
+    browseButton->setToolTip(u"Choose files to upload (Ctrl+O). F1 lists all keys."_s);
 
     auto* const names = new QHBoxLayout;
     names->setSpacing(fontMetrics().height() / 2);
@@ -176,15 +178,20 @@ void MainWindow::setColors()
 
 void MainWindow::makeShortcuts()
 {
-    const auto addShortcut = [this](const QString& text, const QKeySequence& key, auto receiver) {
+    const auto addShortcut = [this](const QString& text, const QList<QKeySequence>& keys,
+                                    auto receiver) {
         auto* const action = new QAction(text, this);
-        action->setShortcut(key);
+        action->setShortcuts(keys);
         connect(action, &QAction::triggered, this, receiver);
         addAction(action);
     };
-    addShortcut(u"Browse…"_s, QKeySequence(Qt::CTRL | Qt::Key_O), &MainWindow::browseRequested);
-    addShortcut(u"Quit"_s, QKeySequence(Qt::CTRL | Qt::Key_Q), &MainWindow::quitRequested);
-    addShortcut(u"Switch Focus"_s, QKeySequence(Qt::Key_F6), &MainWindow::switchFocus);
+    addShortcut(u"Browse…"_s, {Qt::CTRL | Qt::Key_O}, &MainWindow::browseRequested);
+    addShortcut(u"Switch Focus"_s, {Qt::Key_F6}, &MainWindow::switchFocus);
+    addShortcut(u"Close Window"_s, {Qt::CTRL | Qt::Key_W}, &MainWindow::close);
+    addShortcut(u"Quit"_s, {Qt::CTRL | Qt::Key_Q}, &MainWindow::quitRequested);
+    addShortcut(u"Keyboard Shortcuts"_s, {Qt::Key_F1, Qt::CTRL | Qt::Key_Question},
+                [this] { showShortcuts(*this); });
+    addRowActions(*progressGrid);
     connect(browseButton, &QPushButton::clicked, this, &MainWindow::browseRequested);
 }
 

@@ -44,8 +44,7 @@ QString stepText(AttemptStep step)
 QString attemptText(const AttemptEvent& event)
 {
     const std::string_view phase = phaseName(event.step);
-    const QString attempt =
-        u"Attempt %1 of %2"_s.arg(event.attemptInRow).arg(event.attemptLimit);
+    const QString attempt = u"Attempt %1 of %2"_s.arg(event.attemptInRow).arg(event.attemptLimit);
     switch (event.kind) {
     case AttemptEventKind::Started:
     case AttemptEventKind::StepChanged:
@@ -67,10 +66,9 @@ QString attemptText(const AttemptEvent& event)
 QString progressText(const AttemptEvent& event)
 {
     const qint64 bytes = event.kind == AttemptEventKind::Finished ? event.total : event.bytes;
-    QString text =
-        u"%1 of %2, %3 elapsed"_s.arg(sizeText(bytes), sizeText(event.total),
-                                      durationText(std::chrono::duration_cast<std::chrono::seconds>(
-                                          event.elapsed)));
+    QString text = u"%1 of %2, %3 elapsed"_s.arg(
+        sizeText(bytes), sizeText(event.total),
+        durationText(std::chrono::duration_cast<std::chrono::seconds>(event.elapsed)));
     if (const auto left = timeLeft(event))
         text += u", about %1 left"_s.arg(durationText(*left));
     return text;
@@ -140,9 +138,9 @@ void RowHistory::add(const AttemptEvent& event)
 {
     latest_ = event;
     if (event.kind == AttemptEventKind::Failed || event.kind == AttemptEventKind::GaveUp)
-        failure_ = u"Attempt %1 failed at the step %2: "_s.arg(event.attempt)
-                       .arg(stepText(event.step)) +
-                   printableQString(event.reason);
+        failure_ =
+            u"Attempt %1 failed at the step %2: "_s.arg(event.attempt).arg(stepText(event.step)) +
+            printableQString(event.reason);
 }
 
 QString RowHistory::details(const FileUrl& file) const

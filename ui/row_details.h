@@ -1,5 +1,5 @@
-// The details of one row of the status table, as text for its tool tip, assistive technology and the
-// clipboard, and the actions of the table's context menu.
+// The details of one row of the status table, as text for its tool tip, assistive technology and
+// the clipboard, and the actions of the table's context menu.
 #pragma once
 
 #include "engine/attempt_event.h"
@@ -27,8 +27,8 @@ private:
     QString failure_; // of the latest failed attempt of the file
 };
 
-// Gives `table`, which shows a StatusTableModel, its context menu: Copy Details, Copy Row and Show in
-// Folder for the selected rows. The menu key opens it too. Main thread only.
+// Gives `table`, which shows a StatusTableModel, its context menu: Copy Details, Copy Row and Show
+// in Folder for the selected rows. The menu key opens it too. Main thread only.
 void addRowActions(QTableView& table);
 
 } // namespace quenmoor

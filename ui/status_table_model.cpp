@@ -1,6 +1,7 @@
 #include "ui/status_table_model.h"
 
 #include "ui/appearance.h"
+#include "ui/desktop_bus.h"
 
 #include <array>
 
@@ -28,6 +29,7 @@ void StatusTableModel::appendRow(const FileUrl& file)
     beginInsertRows({}, row, row);
     files_.push_back(file);
     states_.push_back(UploadState::Waiting);
+    histories_.emplace_back();
     endInsertRows();
     Q_EMIT summaryChanged();
 }
@@ -51,6 +53,7 @@ void StatusTableModel::attemptChanged(const AttemptEvent& event)
 {
     if (event.row >= states_.size())
         return;
+    histories_[event.row].add(event);
     const int row = static_cast<int>(event.row);
     const UploadState state = stateAfter(event.kind);
     const UploadState before = std::exchange(states_[event.row], state);
@@ -100,11 +103,11 @@ QVariant StatusTableModel::data(const QModelIndex& index, int role) const
     }
     case StateRole: return static_cast<int>(states_[row]);
     case Qt::AccessibleDescriptionRole:
-        return index.column() == Status ? stateText(states_[row]) : QVariant();
-    case Qt::ToolTipRole:
-        if (index.column() == File)
-            return plainToolTip(printableQString(files_[row].path().native()));
-        return plainToolTip(printableQString(table.cell(columnName(index.column()), row)));
+        return index.column() == Status ? stateText(states_[row])
+                                        : histories_[row].details(files_[row]);
+    case Qt::ToolTipRole: return plainToolTip(histories_[row].details(files_[row]));
+    case DetailsRole: return histories_[row].details(files_[row]);
+    case UrlRole: return uriOf(files_[row]);
     default: return {};
     }
 }

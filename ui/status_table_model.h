@@ -3,6 +3,7 @@
 
 #include "queue/upload_queues.h"
 #include "ui/indicators.h"
+#include "ui/row_details.h"
 
 #include <QAbstractTableModel>
 #include <vector>
@@ -18,20 +19,20 @@ class StatusTableModel : public QAbstractTableModel {
 public:
     enum Column { File, Status, Percent, ColumnCount };
 
-    // For the delegates: the percentage as an int, and the row's UploadState as an int.
-    enum Role { PercentRole = Qt::UserRole, StateRole };
+    // For the delegates: the percentage as an int, and the row's UploadState as an int. For the
+    // context menu: RowHistory::details() and uriOf() the file.
+    enum Role { PercentRole = Qt::UserRole, StateRole, DetailsRole, UrlRole };
 
     // The queues must outlive the model.
     explicit StatusTableModel(const UploadQueues& queues, QObject* parent = nullptr);
 
-    // Announces the row that was just appended to the table. The path of `file` becomes its tool
-    // tip.
+    // Announces the row that was just appended to the table.
     void appendRow(const FileUrl& file);
 
     // Announces that the row of the file under upload changed.
     void refreshCurrentRow();
 
-    // Takes the state of the event's row from the event.
+    // Takes the state and the details of the event's row from the event.
     void attemptChanged(const AttemptEvent& event);
 
     UploadState state(int row) const { return states_[static_cast<std::size_t>(row)]; }
@@ -60,6 +61,7 @@ private:
     // One for each announced row.
     std::vector<FileUrl> files_;
     std::vector<UploadState> states_;
+    std::vector<RowHistory> histories_;
 
     int latestRow_ = -1;
     int finished_ = 0; // rows in the state Done

@@ -14,10 +14,13 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <QAction>
+#include <QClipboard>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QTableView>
 #include <QTest>
 #include <algorithm>
 #include <csignal>
@@ -160,7 +163,8 @@ private Q_SLOTS:
         qputenv("DBUS_SYSTEM_BUS_ADDRESS", address);
         bus_ = QDBusConnection::connectToBus(QString::fromUtf8(address), u"desktop"_s);
         QVERIFY(bus_.registerVirtualObject(u"/"_s, &standIns_, QDBusConnection::SubPath));
-        for (const QString& name : {u"login1"_s, u"portal.Desktop"_s, u"Notifications"_s})
+        for (const QString& name :
+             {u"login1"_s, u"portal.Desktop"_s, u"Notifications"_s, u"FileManager1"_s})
             QVERIFY(bus_.registerService(u"org.freedesktop."_s + name));
     }
     void cleanupTestCase()
@@ -242,6 +246,65 @@ private Q_SLOTS:
             QVERIFY(awaitCalls({kLogin}));
             QTRY_COMPARE(standIns_.released(), static_cast<int>(standIns_.inhibitors.size()));
         }
+    }
+
+    void theDetailsOfARowExplainItsState()
+    {
+        using enum AttemptEventKind;
+        using enum AttemptStep;
+        const FileUrl file = FileUrl::fromPath("/line\n.mov");
+        const QString start = u"line␊.mov\n/line␊.mov\n"_s;
+        const QString elapsed = u"\n1.0 MB of 3.0 MB, 3 min 20 s elapsed"_s;
+        const QString failure = u"\nAttempt 12 failed at the step send: a<b> ␊"_s;
+        RowHistory row;
+        QCOMPARE(row.details(file), start + u"Waits for the uploads before it."_s);
+        for (const auto& [kind, step, lines] :
+             std::vector<std::tuple<AttemptEventKind, AttemptStep, QString>>{
+                 {StepChanged, Rendezvous,
+                  u"Attempt 2 of 10: connecting (step: rendezvous)"_s + elapsed},
+                 {Progress, Send,
+                  u"Attempt 2 of 10: sending (step: send)"_s + elapsed +
+                      u", about 1 h 8 min left"_s},
+                 {Failed, Send, u"Attempt 2 of 10 failed"_s + elapsed + failure},
+                 {Waiting, Send,
+                  u"Attempt 2 of 10 failed, the next one begins in 30 s"_s + elapsed + failure},
+                 {Finished, Finish,
+                  u"The server has confirmed the upload.\n3.0 MB of 3.0 MB, 3 min 20 s elapsed"_s +
+                      failure + u"\nThe file has changed since it was queued."_s}}) {
+            row.add({.kind = kind,
+                     .attempt = 12,
+                     .attemptInRow = 2,
+                     .attemptLimit = 10,
+                     .step = step,
+                     .bytes = 1 << 20,
+                     .total = 3 << 20,
+                     .elapsed = std::chrono::seconds(200),
+                     .averageRate = 2.0 / 4100,
+                     .secondsLeft = std::chrono::seconds(30),
+                     .sourceChanged = kind == Finished,
+                     .reason = kind == Failed ? "a<b> \n" : ""});
+            QCOMPARE(row.details(file), start + lines);
+        }
+    }
+
+    void theMenuOfARowCopiesItAndShowsItInItsFolder()
+    {
+        UploadQueues queues;
+        StatusTableModel model(queues);
+        QTableView table;
+        table.setModel(&model);
+        addRowActions(table);
+        queues.addFiles(std::array{FileUrl::fromPath(QUENMOOR_UPLOAD)});
+        queues.acceptToken("t");
+        model.appendRow(FileUrl::fromPath("/a b?\xFF.mov"));
+        table.selectAll();
+        table.actions().at(0)->trigger();
+        QCOMPARE(QGuiApplication::clipboard()->text(),
+                 model.index(0, 0).data(StatusTableModel::DetailsRole).toString());
+        table.actions().at(1)->trigger();
+        QCOMPARE(QGuiApplication::clipboard()->text(), u"quenmoor-upload\tQueued\t0%"_s);
+        table.actions().at(2)->trigger();
+        QVERIFY(awaitCalls({u"FileManager1.ShowItems file:///a%20b%3F%FF.mov"_s}));
     }
 
     void aSecondStartHandsEveryNameOverAndAnUnconfirmedRequestIsRefused()
