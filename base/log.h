@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <string>
 #include <string_view>
 
@@ -26,8 +27,14 @@ public:
 
 // Sends all later lines to `sink`, which is not owned and must outlive every thread that logs.
 // nullptr restores the default sink: syslog with a copy on standard error, and standard output,
-// flushed after every line. Returns the previous sink, nullptr for the default. Any thread.
+// both with writeDiagnostic(). Returns the previous sink, nullptr for the default. Any thread.
 LogSink* setLogSink(LogSink* sink);
+
+// Writes `text` to `descriptor`, which is 1 or 2. If the reader of a pipe or terminal has stopped,
+// drops what has no room within `limit`, and later texts at once until there is room again. Errors
+// are ignored. Any thread.
+void writeDiagnostic(int descriptor, std::string_view text,
+                     std::chrono::milliseconds limit = std::chrono::seconds(1));
 
 // Any thread.
 void writeSystemLine(std::string_view line);

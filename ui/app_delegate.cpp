@@ -1,6 +1,7 @@
 #include "ui/app_delegate.h"
 
 #include "base/log.h"
+#include "ui/main_window.h"
 
 #include <QApplication>
 #include <QFileOpenEvent>
@@ -35,6 +36,13 @@ AppDelegate::AppDelegate()
     requestComplete_.setSingleShot(true);
     connect(&requestComplete_, &QTimer::timeout, this,
             [this] { applicationOpenFiles(std::exchange(incoming_, {})); });
+}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::setWindow(MainWindow* window)
+{
+    window_ = window;
 }
 
 void AppDelegate::applicationOpenFiles(std::vector<FileUrl> urls)
@@ -75,7 +83,12 @@ bool AppDelegate::eventFilter(QObject* watched, QEvent* event)
         return false;
     switch (event->type()) {
     case QEvent::FileOpen: fileOpened(static_cast<QFileOpenEvent*>(event)->url()); return true;
-    case QEvent::Quit: terminate(); return true;
+    case QEvent::Quit:
+        if (sessionEnding_)
+            terminateAtOnce(EXIT_SUCCESS);
+        else
+            terminate();
+        return true;
     default: return false;
     }
 }
@@ -92,11 +105,17 @@ void AppDelegate::fileOpened(const QUrl& url)
 
 void AppDelegate::sessionEnds(QSessionManager& manager)
 {
-    if (!manager.allowsInteraction())
-        return;
-    if (!applicationShouldTerminate())
+    const bool mayAsk = manager.allowsInteraction();
+    sessionEnding_ = !mayAsk || sessionMayEnd();
+    if (!sessionEnding_)
         manager.cancel();
-    manager.release();
+    if (mayAsk)
+        manager.release();
+}
+
+bool AppDelegate::sessionMayEnd()
+{
+    return !isOnScreen(window_) || !window_->windowShouldClose || window_->windowShouldClose();
 }
 
 } // namespace quenmoor

@@ -10,7 +10,6 @@
 #include <QObject>
 #include <QPointer>
 #include <QTimer>
-#include <QWidget>
 #include <utility>
 #include <vector>
 
@@ -18,15 +17,18 @@ class QSessionManager;
 
 namespace quenmoor {
 
+class MainWindow;
+
 // Main thread only. One object per process, created after the application object.
 class AppDelegate : public QObject {
     Q_OBJECT
 
 public:
     AppDelegate();
+    ~AppDelegate() override;
 
     // The window that is asked before the program quits.
-    void setWindow(QWidget* window) { window_ = window; }
+    void setWindow(MainWindow* window);
 
     // Returns the files of the latest open request and clears them, so that they are queued once.
     std::vector<FileUrl> takeDroppedFiles() { return std::exchange(droppedFiles_, {}); }
@@ -37,6 +39,10 @@ public:
     // Closes a visible window as its close button does, so that the user may be asked. Returns
     // false if the window stays open. A hidden or minimised window is not asked.
     bool applicationShouldTerminate();
+
+    // Asks a visible window whether it may close, without closing it: the end of the desktop
+    // session can still be cancelled elsewhere. Returns false if the user refuses.
+    bool sessionMayEnd();
 
     // Quits the program unless the user refuses.
     void terminate();
@@ -57,11 +63,12 @@ private:
     void fileOpened(const QUrl& url);
     void sessionEnds(QSessionManager& manager);
 
-    QPointer<QWidget> window_;
+    QPointer<MainWindow> window_;
     std::vector<FileUrl> droppedFiles_;
     std::vector<FileUrl> incoming_; // the files received so far of one open request
     QTimer requestComplete_;
     bool terminating_ = false;
+    bool sessionEnding_ = false; // the user has been asked, so the end of the session asks nothing
 };
 
 } // namespace quenmoor

@@ -1,5 +1,6 @@
 // quenmoor-upload: the upload client with a window.
 #include "base/fatal_error.h"
+#include "base/process_setup.h"
 #include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "protocol/udt_transfer_link.h"
@@ -18,6 +19,7 @@ using namespace quenmoor;
 
 int main(int argc, char** argv)
 {
+    prepareProcess();
     handleFatalErrors("quenmoor-upload");
     const std::optional<ViewController::Client> client = thisClient();
     if (!client)
@@ -26,8 +28,7 @@ int main(int argc, char** argv)
         return EXIT_SUCCESS;
     useRunningBusOnly();
     const ActivationToken token = ActivationToken::ofThisProcess();
-    QApplication application(argc, argv);
-    setApplicationNames();
+    const std::unique_ptr<QApplication> application = makeApplication(argc, argv);
     const std::vector<FileUrl> files = filesToOpen(argc, argv);
     ApplicationService service;
     if (service.start(files, token) == ApplicationService::Start::HandedOver)

@@ -1,10 +1,13 @@
 #include "ui/startup_and_exit.h"
 
 #include "base/log.h"
+#include "base/text.h"
 #include "engine/clock.h"
 #include "engine/upload_engine.h"
 #include "ui/app_delegate.h"
 #include "ui/window_settings.h"
+
+#include <unistd.h>
 
 #include <QApplication>
 #include <QIcon>
@@ -14,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
 #include <span>
 #include <string_view>
 
@@ -26,7 +30,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kThreadEndLimit{500};
 constexpr int kSignalStatus = 128; // shells add the number of the signal
-constexpr std::array kSignals{SIGTERM, SIGINT};
+constexpr std::array kSignals{SIGTERM, SIGINT, SIGHUP};
 
 constexpr std::string_view kEndOfOptions = "--";
 
@@ -61,6 +65,42 @@ std::span<char* const> arguments(int argc, char** argv)
     return std::span<char* const>(argv, static_cast<std::size_t>(argc)).subspan(argc > 0 ? 1 : 0);
 }
 
+void setApplicationNames()
+{
+    QApplication::setApplicationName(QStringLiteral("quenmoor-upload"));
+    QApplication::setApplicationVersion(QString::fromStdString(versionText()));
+    QApplication::setDesktopFileName(QStringLiteral("com.quenmoor.Upload"));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("com.quenmoor.Upload")));
+}
+
+std::mutex startMutex;
+// Guarded by startMutex. The messages of Qt while it creates the application object, which aborts
+// the process if there is no display; unset after it.
+std::optional<std::vector<std::string>> startMessages;
+
+// Any thread.
+void onQtMessage(QtMsgType type, const QMessageLogContext& /*context*/, const QString& text)
+{
+    {
+        const std::lock_guard lock(startMutex);
+        if (startMessages && type == QtFatalMsg) {
+            // The first message is the cause, for example "could not connect to display :0".
+            const std::string cause =
+                startMessages->empty() ? text.toStdString() : startMessages->front();
+            writeDiagnostic(STDERR_FILENO,
+                            "quenmoor-upload: cannot open a window: " + printableLine(cause) +
+                                ". Set DISPLAY or WAYLAND_DISPLAY, or use quenmoor-put, which "
+                                "needs no display.\n");
+            std::_Exit(EXIT_FAILURE);
+        }
+        if (startMessages) {
+            startMessages->push_back(text.trimmed().toStdString());
+            return;
+        }
+    }
+    writeSystemLine(text.toStdString());
+}
+
 } // namespace
 
 std::optional<ViewController::Client> thisClient()
@@ -92,15 +132,24 @@ bool handleInformationOptions(int argc, char** argv)
     return false;
 }
 
-void setApplicationNames()
+std::unique_ptr<QApplication> makeApplication(int& argc, char** argv)
 {
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
-        logSystem("{}", message.toStdString());
-    });
-    QApplication::setApplicationName(QStringLiteral("quenmoor-upload"));
-    QApplication::setApplicationVersion(QString::fromStdString(versionText()));
-    QApplication::setDesktopFileName(QStringLiteral("com.quenmoor.Upload"));
-    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("com.quenmoor.Upload")));
+    // Without this variable, the browser engine never describes the page to a screen reader.
+    if (!qEnvironmentVariableIsSet("QTWEBENGINE_ENABLE_LINUX_ACCESSIBILITY"))
+        qputenv("QTWEBENGINE_ENABLE_LINUX_ACCESSIBILITY", "1");
+    startMessages.emplace();
+    qInstallMessageHandler(onQtMessage);
+    auto application = std::make_unique<QApplication>(argc, argv);
+    std::vector<std::string> messages;
+    {
+        const std::lock_guard lock(startMutex);
+        messages = std::move(*startMessages);
+        startMessages.reset();
+    }
+    for (const std::string& message : messages)
+        writeSystemLine(message);
+    setApplicationNames();
+    return application;
 }
 
 std::vector<FileUrl> filesToOpen(int argc, char** argv)
@@ -157,8 +206,7 @@ int endProcess(MainThreadBridge& bridge, SystemClock& clock, UploadEngine& engin
     clock.end();
     if (engine.waitForEnd(kThreadEndLimit))
         return status;
-    std::fflush(nullptr);
-    std::_Exit(status);
+    std::_Exit(status); // flushes no stream, because a full pipe would block
 }
 
 } // namespace quenmoor

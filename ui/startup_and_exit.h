@@ -12,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+class QApplication;
 class QSocketNotifier;
 
 namespace quenmoor {
@@ -25,17 +26,18 @@ std::optional<ViewController::Client> thisClient();
 // Handles "--help" and "--version", which need no display. Returns true if one of them was given.
 bool handleInformationOptions(int argc, char** argv);
 
-// Sets the names and the icon by which desktops identify the program, and writes the messages of
-// Qt, which contain those of the page's scripts, to the system log. Call it after the application
-// object is created.
-void setApplicationNames();
+// Creates the application object, with the names and the icon by which desktops identify the
+// program, and writes the messages of Qt, which contain those of the page's scripts, to the system
+// log. Without a display, prints one line and exits the process with status 1. `argc` must outlive
+// the object.
+std::unique_ptr<QApplication> makeApplication(int& argc, char** argv);
 
 // Returns the files on the command line, from their bytes. QApplication has already removed Qt's
 // own options from `argv`.
 std::vector<FileUrl> filesToOpen(int argc, char** argv);
 
-// Emits a Qt signal on SIGTERM and SIGINT, also while an alert or the file chooser is open. A
-// second signal of the same kind kills the process. Main thread only; one object per process at a
+// Emits a Qt signal on SIGTERM, SIGINT and SIGHUP, also while an alert or the file chooser is open.
+// A second signal of the same kind kills the process. Main thread only; one object per process at a
 // time.
 class EndSignals : public QObject {
     Q_OBJECT

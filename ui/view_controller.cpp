@@ -9,6 +9,7 @@
 #include "ui/indicators.h"
 #include "ui/notice_line.h"
 
+#include <QPushButton>
 #include <QTableView>
 #include <QUrl>
 #include <utility>
@@ -131,6 +132,7 @@ void ViewController::showHeadFile()
     window_.filenameLabel->setElidedText(printableQString(head.file.filename()),
                                          printableQString(head.file.path().native()));
     window_.setQuestionShown(true);
+    window_.webView->setFocus(Qt::OtherFocusReason);
     window_.queueLabel->setText(QStringLiteral("(%1 more in Queue)").arg(fileQueue.size() - 1));
     window_.queueLabel->setVisible(fileQueue.size() > 1);
     const QUrl url = pageUrl(client_.baseUrl, session_, head.file.filename(), head.size);
@@ -147,6 +149,9 @@ void ViewController::loadPage(const QUrl& url, PageFor purpose)
 
 void ViewController::showIdle()
 {
+    // Before the page disappears, because Qt would give its focus to a cell of the table.
+    if (window_.webView->isAncestorOf(window_.focusWidget()) || window_.webView->hasFocus())
+        window_.browseButton->setFocus(Qt::OtherFocusReason);
     const bool hasRows = deps_.queues.tableList().count() > 0;
     window_.setPanelsShown(!hasRows, hasRows || window_.isProgressPanelShown());
     window_.setQuestionShown(false);

@@ -1,6 +1,10 @@
 #include "tests/fakes/quiet_log.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
 
 namespace quenmoor {
 namespace {
@@ -15,6 +19,24 @@ TEST(Log, printsTextsSafelyAndBytesUnchanged)
     const RecordingLog log;
     logSystem("Page title: {}", "a\nquenmoor-upload: forged\x1b");
     EXPECT_EQ(log.system().front(), "Page title: a\u240Aquenmoor-upload: forged\u241B");
+}
+
+TEST(Log, dropsWhatAFullPipeHasNoRoomFor)
+{
+    std::array<int, 2> ends{};
+    const int before = dup(1);
+    ASSERT_EQ(pipe(ends.data()), 0);
+    dup2(ends[1], 1);
+    const std::string line(static_cast<std::size_t>(fcntl(1, F_SETPIPE_SZ, 4096)), 'x');
+    for (int i = 0; i < 3; ++i)
+        writeDiagnostic(1, line, {}); // the first one fills the pipe
+    std::string got(2 * line.size(), ' ');
+    EXPECT_EQ(read(ends[0], got.data(), got.size()), static_cast<ssize_t>(line.size()));
+    writeDiagnostic(1, "again", {});
+    EXPECT_EQ(read(ends[0], got.data(), got.size()), 5);
+    dup2(before, 1);
+    for (const int descriptor : {before, ends[0], ends[1]})
+        close(descriptor);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// The window as a process that SIGTERM ends in every phase of an upload. The tests use the ports of
-// the build, so they cannot run in parallel.
+// The window as a process that a signal ends in every phase of an upload. The tests use the ports
+// of the build, so they cannot run in parallel.
 #include "bench/process.h"
 #include "tests/fakes/temp_folder.h"
 #include "tests/ui/page/trusting_home.h"
@@ -20,6 +20,7 @@ struct Phase {
     std::vector<std::string> service; // the options of the service; empty for no service
     bool withFile;
     const char* logLine; // logged by the client when the phase begins
+    int signal = SIGTERM;
 };
 
 class EndedWindow : public testing::TestWithParam<Phase> {};
@@ -52,15 +53,24 @@ TEST_P(EndedWindow, exitsPromptlyWithTheStatusOfTheSignal)
 
     // The client waits half a second for its upload thread. The limit leaves room for a loaded
     // machine and stays below the 10 and 30 seconds after which the blocked calls return.
-    client.signal(SIGTERM);
-    EXPECT_EQ(client.exitStatus(8s), 128 + SIGTERM) << client.output();
+    client.signal(phase.signal);
+    EXPECT_EQ(client.exitStatus(8s), 128 + phase.signal) << client.output();
+}
+
+TEST(WindowProcess, reportsAMissingDisplayInOneLine)
+{
+    Process client({QUENMOOR_UPLOAD},
+                   {.terminal = true, .environment = {"QT_QPA_PLATFORM=xcb", "DISPLAY=:none"}});
+    EXPECT_EQ(client.exitStatus(), 1);
+    EXPECT_EQ(client.output().find("quenmoor-upload: cannot open a window: "), 0U);
+    EXPECT_EQ(client.output().find('\n'), client.output().size() - 1) << client.output();
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Phases, EndedWindow,
     testing::Values(
         Phase{"PageLoading", {}, false, "Byte length of long"},
-        Phase{"Idle", {"--auto"}, false, "Page title: session"},
+        Phase{"Idle", {"--auto"}, false, "Page title: session", SIGHUP},
         Phase{"Rendezvous",
               {"--auto", "--fault", "refuse-rendezvous"},
               true,

@@ -316,6 +316,9 @@ private Q_SLOTS:
                          with.page.signal(u"token"_s, u"s"_s, u"t"_s);
                      }),
                      kFirstButton, -1, 1},
+                 Row{"cancelled log-out",
+                     [](WindowFixture& with) { QVERIFY(with.delegate.sessionMayEnd()); },
+                     kSecondButton, -1, 1},
                  Row{"close", close, kSecondButton, 0, 1},
                  Row{"platform's quit", quit, kSecondButton, 0, 1},
                  Row{"idle",
