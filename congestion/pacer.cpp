@@ -11,6 +11,7 @@ constexpr double kMinBacklogPackets = 48; // four blocks
 constexpr double kMinBacklogTime = 1'000;
 constexpr double kBurstTime = 12'000; // one and a half of the library's longest sleeps
 constexpr double kMaxCatchUp = 2'000;
+constexpr double kMaxCatchUpShallow = 300; // what a shallow buffer takes
 constexpr double kSignalInterval = 250;
 constexpr Micros kStallTimeout = 10'000'000; // also the library's limit for room in its buffer
 constexpr Micros kLinkCheckInterval = 200'000;
@@ -116,7 +117,8 @@ bool Pacer::waitToSend(std::size_t bytes, const std::function<bool()>& linkIsLos
         waiting_ = 0;
         now = clock_->now();
     }
-    nextRelease_ = std::max(nextRelease_, static_cast<double>(now) - kMaxCatchUp) +
+    const double catchUp = path_.shallowBuffer ? kMaxCatchUpShallow : kMaxCatchUp;
+    nextRelease_ = std::max(nextRelease_, static_cast<double>(now) - catchUp) +
                    path_.packetInterval * static_cast<double>(packets);
     backlog_ += packets;
     return true;

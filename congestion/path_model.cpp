@@ -104,6 +104,17 @@ void PathModel::onTimeout(Micros now)
     updatePace(now);
 }
 
+std::optional<std::int64_t> PathModel::takeRepair(Micros now)
+{
+    if (bandwidth() <= 0)
+        return std::nullopt;
+    const double interval = pace_.libraryPeriod / kPacketPairFactor;
+    const auto number = planner_.next(packets_, rtt_.retransmissionTimeout(0), interval, now);
+    if (number)
+        packets_.onResent(*number, now);
+    return number;
+}
+
 void PathModel::onFeedback(std::optional<Micros> rttSample, Micros now)
 {
     timeoutsInARow_ = 0;
@@ -377,8 +388,8 @@ double PathModel::windowAboveArrived() const
 
 bool PathModel::isAckStalled(Micros now) const
 {
-    const std::optional<Micros> oldest = packets_.oldestSendTime();
-    return timeoutsInARow_ == 0 && oldest && now > *oldest + rtt_.retransmissionTimeout(0);
+    const std::optional<Micros> oldest = packets_.sendTime(packets_.acknowledgedUpTo());
+    return planner_.gaveUp() && timeoutsInARow_ == 0 && oldest && now > *oldest + rtt_.retransmissionTimeout(0);
 }
 
 // The timeout counts from when the oldest packet was last sent, not from the last feedback.
@@ -386,9 +397,9 @@ void PathModel::updateTimeout(Micros now)
 {
     const Micros full = rtt_.retransmissionTimeout(timeoutsInARow_);
     pace_.timeout = full;
-    const std::optional<Micros> oldest = packets_.oldestSendTime();
+    const std::optional<Micros> oldest = packets_.sendTime(packets_.acknowledgedUpTo());
     if (timeoutsInARow_ == 0 && oldest)
-        pace_.timeout = std::clamp<Micros>(*oldest + full - now, 10'000, full);
+        pace_.timeout = std::clamp<Micros>(*oldest + 2 * full - now, 10'000, 2 * full);
 }
 
 } // namespace quenmoor

@@ -24,6 +24,7 @@
 #pragma once
 
 #include "congestion/bandwidth_probe.h"
+#include "congestion/resend_planner.h"
 #include "congestion/rtt_estimator.h"
 
 namespace quenmoor {
@@ -51,6 +52,10 @@ public:
     void onAcknowledged(std::int64_t next, Micros now);
     void onReportedLost(NumberRange lost, Micros now);
     void onTimeout(Micros now);
+
+    // Returns a packet that the caller has to retransmit now, because the library does not. Call it
+    // until it returns nothing, after every feedback and otherwise every few milliseconds.
+    std::optional<std::int64_t> takeRepair(Micros now);
 
     // Changes with every event except onSent().
     const Pace& pace() const { return pace_; }
@@ -100,6 +105,7 @@ private:
     void updateTimeout(Micros now);
 
     SentPackets packets_;
+    ResendPlanner planner_;
     RttEstimator rtt_;
     MaxRateFilter rates_;
     AppLimit appLimit_;

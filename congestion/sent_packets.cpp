@@ -49,10 +49,12 @@ void LossRanges::eraseBelow(std::int64_t number)
     }
 }
 
-bool LossRanges::contains(std::int64_t number) const
+std::optional<std::int64_t> LossRanges::firstFrom(std::int64_t number) const
 {
     const auto after = ranges_.upper_bound(number);
-    return after != ranges_.begin() && std::prev(after)->second >= number;
+    if (after != ranges_.begin() && std::prev(after)->second >= number)
+        return number;
+    return after != ranges_.end() ? std::optional(after->first) : std::nullopt;
 }
 
 SentPackets::SentPackets(std::int64_t first, Micros now)
@@ -117,6 +119,12 @@ std::optional<Micros> SentPackets::onReportedLost(NumberRange range, Micros now)
     return now - cause.firstSent;
 }
 
+void SentPackets::onResent(std::int64_t number, Micros now)
+{
+    if (number >= ack_ && number < next_)
+        onSent(number, now, 0);
+}
+
 void SentPackets::onTimeout(Micros now)
 {
     timedOutAt_ = now;
@@ -144,15 +152,15 @@ bool SentPackets::retransmissionPending() const
     return afterTimeout || (!missing_.empty() && !record(missing_.highest()).retransmitted);
 }
 
-std::optional<Micros> SentPackets::oldestSendTime() const
+std::optional<Micros> SentPackets::sendTime(std::int64_t number) const
 {
-    if (inFlight() == 0)
+    if (number < ack_ || number >= next_)
         return std::nullopt;
-    const Record& oldest = record(ack_);
-    const bool pending = missing_.contains(ack_) && !oldest.retransmitted;
-    if (pending || oldest.lastSent < timedOutAt_)
+    const Record& packet = record(number);
+    const bool pending = !packet.retransmitted && missing_.contains(number);
+    if (pending || (number < timeoutEnd_ && packet.lastSent < timedOutAt_))
         return std::nullopt;
-    return oldest.lastSent;
+    return packet.lastSent;
 }
 
 } // namespace quenmoor

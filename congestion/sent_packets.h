@@ -7,6 +7,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -43,7 +44,8 @@ public:
 
     void eraseBelow(std::int64_t number);
 
-    bool contains(std::int64_t number) const;
+    bool contains(std::int64_t number) const { return firstFrom(number) == number; }
+    std::optional<std::int64_t> firstFrom(std::int64_t number) const; // not below `number`
     bool empty() const { return ranges_.empty(); }
     std::int64_t count() const { return count_; }
     std::int64_t highest() const { return ranges_.rbegin()->second; } // requires !empty()
@@ -72,6 +74,9 @@ public:
     // Returns an RTT sample from that packet unless it was retransmitted.
     std::optional<Micros> onReportedLost(NumberRange range, Micros now);
 
+    // Records that a packet in flight was retransmitted without the library.
+    void onResent(std::int64_t number, Micros now);
+
     // Records that the library is about to retransmit everything in flight.
     void onTimeout(Micros now);
 
@@ -94,8 +99,15 @@ public:
     // The library retransmits in the order of the numbers.
     bool retransmissionPending() const;
 
-    // When the oldest packet in flight was last sent; nullopt while its retransmission is pending.
-    std::optional<Micros> oldestSendTime() const;
+    // When `number` was last sent; nullopt if it is not in flight, and while the library is going to
+    // retransmit it.
+    std::optional<Micros> sendTime(std::int64_t number) const;
+
+    // The first packet from `number` on that was reported and is not acknowledged.
+    std::optional<std::int64_t> firstMissingFrom(std::int64_t number) const
+    {
+        return missing_.firstFrom(number);
+    }
 
 private:
     struct Record {

@@ -27,6 +27,7 @@ struct SimulatedLink {
     Micros deadFrom = INT64_MAX, deadUntil = INT64_MAX;
     double reordered = 0;  // share of the data packets that arrive 5 ms late, behind later ones
     double duplicated = 0; // share of data packets and feedback that arrive twice
+    bool repairs = true;   // what the model asks for is retransmitted
 };
 
 struct SimulatedFlow {
@@ -39,6 +40,8 @@ struct SimulatedFlow {
     std::int64_t wire = 0; // packets sent
     Micros brokenAt = -1;  // when the peer was given up
     int timeouts = 0;
+    std::int64_t repairs = 0;
+    std::int64_t needlessRepairs = 0; // the packet had arrived
     std::vector<std::int64_t> samples; // payload() every tenth of a second
     std::int64_t payload() const { return acknowledged - first; }
 
@@ -165,11 +168,25 @@ private:
     // The sending thread sends every packet that is due.
     void wake(SimulatedFlow& flow)
     {
+        repair(flow);
         if (flow.due == 0 && flow.supplied(now_) > flow.next - flow.first)
             flow.due = now_;
         Micros time = now_;
         while (flow.brokenAt < 0 && flow.due != 0 && flow.due <= time && time < now_ + link_.sleep)
             time += sendOne(flow, time) ? kPacketCost : 0;
+    }
+
+    void repair(SimulatedFlow& flow)
+    {
+        while (link_.repairs && flow.brokenAt < 0) {
+            const std::optional<std::int64_t> number = flow.model.takeRepair(now_);
+            if (!number)
+                return;
+            ++flow.repairs;
+            if (*number <= flow.highest && !flow.gaps.contains(*number))
+                ++flow.needlessRepairs;
+            transmit(flow, *number, now_);
+        }
     }
 
     bool sendOne(SimulatedFlow& flow, Micros time)
