@@ -14,7 +14,7 @@ constexpr double kMaxCatchUp = 2'000;
 constexpr double kMaxCatchUpShallow = 300; // what a shallow buffer takes
 constexpr double kSignalInterval = 250;
 constexpr Micros kStallTimeout = 10'000'000; // also the library's limit for room in its buffer
-constexpr Micros kLinkCheckInterval = 200'000;
+constexpr Micros kCheckInterval = 10'000;
 constexpr Micros kNever = std::numeric_limits<Micros>::max();
 
 } // namespace
@@ -45,6 +45,12 @@ void Pacer::onPacketSent(Micros now)
     }
     if (wake)
         condition_.notify_one();
+}
+
+void Pacer::onRepairSent()
+{
+    const std::lock_guard lock(mutex_);
+    nextRelease_ += path_.packetInterval;
 }
 
 void Pacer::onAcknowledged(Micros now)
@@ -92,23 +98,23 @@ bool Pacer::waiterMayRunEarlier()
     return true;
 }
 
-bool Pacer::waitToSend(std::size_t bytes, const std::function<bool()>& linkIsLost)
+bool Pacer::waitToSend(std::size_t bytes, const std::function<bool()>& check)
 {
     const auto packets = static_cast<std::int64_t>((bytes + kPayload - 1) / kPayload);
     std::unique_lock lock(mutex_);
     Micros now = clock_->now();
     const Micros began = now;
-    Micros nextCheck = now + kLinkCheckInterval;
+    Micros nextCheck = check ? now + kCheckInterval : kNever;
     while (releaseTime(packets) > now) {
         const Micros deadline = std::max(began, lastProgress_) + kStallTimeout;
         if (now >= deadline)
             return false;
         if (now >= nextCheck) {
-            nextCheck = now + kLinkCheckInterval;
+            nextCheck = now + kCheckInterval;
             lock.unlock();
-            const bool lost = linkIsLost();
+            const bool linkIsUp = check();
             lock.lock();
-            if (lost)
+            if (!linkIsUp)
                 break;
         }
         wakeTime_ = std::min({releaseTime(packets), deadline, nextCheck});

@@ -52,15 +52,18 @@ public:
     // Records that the library sent a packet for the first time.
     void onPacketSent(Micros now);
 
+    // Delays the blocks that follow by one packet, which was sent without the library.
+    void onRepairSent();
+
     // Records that the peer acknowledged packets.
     void onAcknowledged(Micros now);
 
     // Blocks until a block of `bytes` may be given to the library, and adds it to the backlog.
     // Returns false if for ten seconds of waiting no packet was sent and none was acknowledged.
-    // A lost link ends the wait with true within 0.2 s: the send that follows fails with the
-    // library's reason. `linkIsLost` is called without a lock. One thread only.
-    [[nodiscard]] bool waitToSend(
-        std::size_t bytes, const std::function<bool()>& linkIsLost = [] { return false; });
+    // `check` is called every 10 ms of the wait, without a lock. If it returns false, the link is
+    // lost, and the wait ends with true: the send that follows fails with the library's reason.
+    // One thread only.
+    [[nodiscard]] bool waitToSend(std::size_t bytes, const std::function<bool()>& check = {});
 
 private:
     // All with mutex_ held.

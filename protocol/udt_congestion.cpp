@@ -1,6 +1,9 @@
 #include "protocol/udt_congestion.h"
 
+#include "protocol/packet_copies.h"
+
 #include <ccc.h>
+#include <sys/uio.h>
 
 #include <algorithm>
 #include <chrono>
@@ -30,61 +33,127 @@ private:
     using microseconds = std::chrono::microseconds;
 };
 
-class UdtCongestion : public CCC {
+// What the library's control and the sending thread share.
+class Sender final : public Repairs {
 public:
-    UdtCongestion(std::shared_ptr<const PacingClock> clock, std::shared_ptr<Pacer> pacer)
-        : clock_(std::move(clock)), pacer_(std::move(pacer))
+    Sender(std::shared_ptr<const PacingClock> clock, UdpPort port, const UdtAddress& peer)
+        : pacer(std::make_shared<Pacer>(clock)),
+          clock_(std::move(clock)),
+          port_(std::move(port)),
+          peer_(peer)
     {
     }
 
-    // The library does not join its other threads first.
-    ~UdtCongestion() override
+    const std::shared_ptr<Pacer> pacer;
+
+    void begin(std::int64_t first)
     {
-        guarded([this] { model_.reset(); });
+        const std::lock_guard lock(mutex_);
+        highestSent_ = first;
+        model_ = std::make_unique<PathModel>(first, clock_->now());
     }
+
+    void onSent(const DataPacket& packet)
+    {
+        const std::lock_guard lock(mutex_);
+        const Micros now = clock_->now();
+        const std::int64_t number = unwrapped(packet.number, highestSent_);
+        if (number > highestSent_) {
+            pacer->onPacketSent(now);
+            highestSent_ = number;
+            copies_.keep(number, packet);
+        }
+        if (model_)
+            model_->onSent(number, now);
+    }
+
+    // Calls `event` with the model, the highest number sent and the time, and `apply` with the
+    // model after it.
+    template <typename Event, typename Apply>
+    void onFeedback(Event event, Apply apply)
+    {
+        const std::lock_guard lock(mutex_);
+        if (!model_)
+            return;
+        event(*model_, highestSent_, clock_->now());
+        apply(*model_);
+    }
+
+    void send() override
+    {
+        PacketCopies::Datagram buffer;
+        for (std::span<const char> datagram = takeRepair(buffer); !datagram.empty();
+             datagram = takeRepair(buffer))
+            port_.send(datagram, peer_);
+    }
+
+private:
+    std::span<const char> takeRepair(PacketCopies::Datagram& buffer)
+    {
+        const std::lock_guard lock(mutex_);
+        const auto number = model_ ? model_->takeRepair(clock_->now()) : std::nullopt;
+        if (!number)
+            return {};
+        pacer->onRepairSent();
+        return copies_.read(*number, buffer);
+    }
+
+    // Set once at construction.
+    const std::shared_ptr<const PacingClock> clock_;
+    const UdpPort port_;
+    const UdtAddress peer_;
+
+    std::mutex mutex_;
+
+    // Guarded by mutex_.
+    std::unique_ptr<PathModel> model_;
+    std::int64_t highestSent_ = 0;
+    PacketCopies copies_;
+};
+
+class UdtCongestion : public CCC {
+public:
+    explicit UdtCongestion(std::shared_ptr<Sender> sender) : sender_(std::move(sender)) {}
 
     void init() override
     {
         guarded([this] {
-            highestSent_ = static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1;
-            model_ = std::make_unique<PathModel>(highestSent_, clock_->now());
-            applyPace();
+            sender_->begin(static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1);
+            onFeedback([](auto&&...) {});
         });
     }
 
     void onPktSent(const CPacket* packet) override
     {
         guarded([&] {
-            const Micros now = clock_->now();
-            const std::int64_t number = unwrapped(packet->m_iSeqNo, highestSent_);
-            if (number > highestSent_)
-                pacer_->onPacketSent(now);
-            highestSent_ = std::max(highestSent_, number);
-            if (model_)
-                model_->onSent(number, now);
+            // The library exports no function for the length. m_pcData is its alias of the iov_base
+            // of an iovec, whose first member that is.
+            const auto* const data = reinterpret_cast<const iovec*>(&packet->m_pcData);
+            sender_->onSent({packet->m_iSeqNo, packet->m_iMsgNo, packet->m_iTimeStamp,
+                             packet->m_iID, {packet->m_pcData, data->iov_len}});
         });
     }
 
     void onACK(std::int32_t next) override
     {
-        onFeedback([&](Micros now) {
-            pacer_->onAcknowledged(now);
-            model_->onAcknowledged(unwrapped(next, highestSent_), now);
+        onFeedback([&](PathModel& model, std::int64_t highest, Micros now) {
+            sender_->pacer->onAcknowledged(now);
+            model.onAcknowledged(unwrapped(next, highest), now);
         });
     }
 
     void onLoss(const std::int32_t* list, int size) override
     {
-        onFeedback([&](Micros now) {
+        onFeedback([&](PathModel& model, std::int64_t highest, Micros now) {
             for (const NumberRange& range : decodeLossReport(
-                     {list, static_cast<std::size_t>(std::max(size, 0))}, highestSent_))
-                model_->onReportedLost(range, now);
+                     {list, static_cast<std::size_t>(std::max(size, 0))}, highest))
+                model.onReportedLost(range, now);
         });
     }
 
     void onTimeout() override
     {
-        onFeedback([&](Micros now) { model_->onTimeout(now); });
+        onFeedback([](PathModel& model, std::int64_t, Micros now) { model.onTimeout(now); });
     }
 
 private:
@@ -93,72 +162,58 @@ private:
     void guarded(Function function) noexcept
     {
         try {
-            const std::lock_guard lock(mutex_);
             function();
         } catch (...) {
             return;
         }
     }
 
-    template <typename Function>
-    void onFeedback(Function function) noexcept
+    // On the connecting and the receiving thread only.
+    template <typename Event>
+    void onFeedback(Event event) noexcept
     {
         guarded([&] {
-            if (!model_)
-                return;
-            function(clock_->now());
-            applyPace();
-            setRTO(static_cast<int>(std::min<Micros>(model_->pace().timeout, INT32_MAX)));
+            sender_->onFeedback(event, [this](const PathModel& model) { apply(model); });
+            sender_->send();
         });
     }
 
-    // Writes the library's period and window: on the connecting and the receiving thread only.
-    void applyPace()
+    void apply(const PathModel& model)
     {
-        const double period = model_->pace().libraryPeriod;
-        const PathState path{period / kPacketPairFactor, model_->retransmitting(),
-                             model_->shallowBuffer()};
-        m_dPktSndPeriod = pacer_->setPath(path) ? period : 0;
-        m_dCWndSize = model_->pace().window;
+        const double period = model.pace().libraryPeriod;
+        const PathState path{period / kPacketPairFactor, model.retransmitting(),
+                             model.shallowBuffer()};
+        m_dPktSndPeriod = sender_->pacer->setPath(path) ? period : 0;
+        m_dCWndSize = model.pace().window;
+        setRTO(static_cast<int>(std::min<Micros>(model.pace().timeout, INT32_MAX)));
     }
 
     // Set once at construction.
-    const std::shared_ptr<const PacingClock> clock_;
-    const std::shared_ptr<Pacer> pacer_;
-
-    std::mutex mutex_;
-
-    // Guarded by mutex_.
-    std::unique_ptr<PathModel> model_;
-    std::int64_t highestSent_ = 0;
+    const std::shared_ptr<Sender> sender_;
 };
 
 class UdtCongestionFactory : public CCCVirtualFactory {
 public:
-    UdtCongestionFactory(std::shared_ptr<const PacingClock> clock, std::shared_ptr<Pacer> pacer)
-        : clock_(std::move(clock)), pacer_(std::move(pacer))
-    {
-    }
+    explicit UdtCongestionFactory(std::shared_ptr<Sender> sender) : sender_(std::move(sender)) {}
 
     // The library owns both results and reports a failed allocation as an error of its own.
-    CCC* create() override { return new UdtCongestion(clock_, pacer_); }
-    CCCVirtualFactory* clone() override { return new UdtCongestionFactory(clock_, pacer_); }
+    CCC* create() override { return new UdtCongestion(sender_); }
+    CCCVirtualFactory* clone() override { return new UdtCongestionFactory(sender_); }
 
 private:
-    const std::shared_ptr<const PacingClock> clock_;
-    const std::shared_ptr<Pacer> pacer_;
+    const std::shared_ptr<Sender> sender_;
 };
 
 } // namespace
 
-std::shared_ptr<Pacer> usePacedControl(std::int32_t socket)
+PacedControl usePacedControl(std::int32_t socket, UdpPort port, const UdtAddress& peer)
 {
-    const auto clock = std::make_shared<const SteadyClock>();
-    auto pacer = std::make_shared<Pacer>(clock);
-    UdtCongestionFactory factory(clock, pacer); // the library copies it at once
+    const auto sender =
+        std::make_shared<Sender>(std::make_shared<const SteadyClock>(), std::move(port), peer);
+    UdtCongestionFactory factory(sender); // the library copies it at once
     if (UDT::setsockopt(socket, 0, UDT_CC, &factory, sizeof factory) == UDT::ERROR)
-        return nullptr;
-    return pacer;
+        return {};
+    return {sender->pacer, sender};
 }
 
 } // namespace quenmoor

@@ -1,12 +1,9 @@
 #include "protocol/udt_socket.h"
 
-#include "protocol/handshake_filter.h"
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <udt.h>
-#include <unistd.h>
 
 #include <array>
 #include <utility>
@@ -23,15 +20,6 @@ constexpr int kLingerSeconds = 2;
 // library's default, above which it never negotiates.
 constexpr std::int32_t kMinPacketSize = 576;
 constexpr std::int32_t kMaxPacketSize = 1500;
-
-sockaddr_in toSystem(const UdtAddress& address)
-{
-    sockaddr_in system{};
-    system.sin_family = AF_INET;
-    system.sin_addr.s_addr = htonl(address.host);
-    system.sin_port = htons(address.port);
-    return system;
-}
 
 UdtAddress fromSystem(const sockaddr_in& system)
 {
@@ -181,15 +169,15 @@ bool UdtSocket::bind(const UdtAddress& address) const
     return UDT::bind(handle_, generic(system), sizeof system) != UDT::ERROR;
 }
 
-bool UdtSocket::bindPort(const UdtAddress& address) const
+std::optional<UdpPort> UdtSocket::bindPort(const UdtAddress& address) const
 {
-    const std::optional<int> port = openFilteredUdpSocket(toSystem(address));
-    if (!port)
-        return false;
-    if (UDT::bind2(handle_, *port) != UDT::ERROR)
-        return true; // the library closes the port
-    ::close(*port);
-    return false;
+    std::optional<UdpPort> port = UdpPort::open(address);
+    std::optional<UdpPort> second = port ? port->duplicate() : std::nullopt;
+    // The library closes the descriptor only if it took it.
+    if (!second || UDT::bind2(handle_, second->descriptor()) == UDT::ERROR)
+        return std::nullopt;
+    second->release();
+    return port;
 }
 
 bool UdtSocket::connect(const UdtAddress& peer) const

@@ -4,6 +4,8 @@
 // default it would wait 180 seconds for a peer that is alive and does not read.
 #pragma once
 
+#include "protocol/udp_port.h"
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -76,8 +78,8 @@ public:
     std::int32_t handle() const { return handle_; }
 
     // Takes a UDP port that drops the handshakes which the library does not survive; port 0 takes a
-    // free one.
-    [[nodiscard]] bool bindPort(const UdtAddress& address) const;
+    // free one. Returns a descriptor of it for use beside the library, or nothing on failure.
+    [[nodiscard]] std::optional<UdpPort> bindPort(const UdtAddress& address) const;
 
     // Shares the port, and its filter, of the socket that is bound to `address`.
     [[nodiscard]] bool bind(const UdtAddress& address) const;

@@ -90,7 +90,8 @@ bool UdtTransferLink::connectAndSendRequest(std::int32_t& connectSocket, const s
     if (!server)
         return failWith(host_ + ": " + error);
     logSystem("Connecting to the production address.");
-    if (!connectSocket_.bindPort({}))
+    udpPort_ = connectSocket_.bindPort({});
+    if (!udpPort_)
         return failWith("no UDP port is available");
     if (!connectSocket_.connect(*server))
         return failWith(
@@ -116,8 +117,12 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
     rendezvousSocket_ = UdtSocket::open(kRendezvousSocketOptions);
     rendezvousSocket = rendezvousSocket_.handle();
     pacer_ = nullptr;
-    if (congestion_ == Congestion::Paced) {
-        pacer_ = usePacedControl(rendezvousSocket);
+    repairs_ = nullptr;
+    if (congestion_ == Congestion::Paced && udpPort_) {
+        PacedControl control = usePacedControl(rendezvousSocket, *std::move(udpPort_), *remote);
+        udpPort_.reset();
+        pacer_ = std::move(control.pacer);
+        repairs_ = std::move(control.repairs);
         if (pacer_ == nullptr)
             logOutput("congestion control: " + lastErrorMessage());
     }
@@ -163,9 +168,14 @@ std::string UdtTransferLink::receiveString(std::int32_t socket)
 
 std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> block)
 {
-    pacerTimedOut_ = pacer_ != nullptr && !block.empty() && !pacer_->waitToSend(block.size(), [&] {
-        return !socketOf(socket).connected();
-    });
+    const auto repairAndCheck = [&] {
+        repairs_->send();
+        return socketOf(socket).connected();
+    };
+    if (repairs_ != nullptr)
+        repairs_->send();
+    pacerTimedOut_ = pacer_ != nullptr && !block.empty() &&
+                     !pacer_->waitToSend(block.size(), repairAndCheck);
     if (pacerTimedOut_) {
         failureReason_ = kSendTimedOut;
         return kLinkError;
@@ -184,6 +194,8 @@ std::optional<std::int32_t> UdtTransferLink::sendOrExplain(std::int32_t socket,
 
 std::optional<std::int32_t> UdtTransferLink::unacknowledged(std::int32_t socket)
 {
+    if (repairs_ != nullptr)
+        repairs_->send();
     return socketOf(socket).unacknowledgedPackets();
 }
 

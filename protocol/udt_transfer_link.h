@@ -9,6 +9,7 @@
 namespace quenmoor {
 
 class Pacer;
+class Repairs;
 
 // The congestion control of a sender. The packet format does not depend on it.
 enum class Congestion : std::uint8_t {
@@ -61,7 +62,10 @@ private:
     UdtSocket connectSocket_;
     UdtSocket rendezvousSocket_;
     UdtSocket noSocket_;           // of every other handle
-    std::shared_ptr<Pacer> pacer_; // of the rendezvous socket; null with Congestion::Library
+    std::optional<UdpPort> udpPort_; // of both sockets, until the control of the second has it
+    // Of the rendezvous socket; null with Congestion::Library.
+    std::shared_ptr<Pacer> pacer_;
+    std::shared_ptr<Repairs> repairs_;
     bool pacerTimedOut_ = false;   // in the last send()
     std::string failureReason_;
 };

@@ -41,7 +41,8 @@ TEST_F(UdtLink, sendsTheRequestUpToItsNulAndReceivesTheResponse)
     // The service would read a terminator or a length prefix as a part of the request.
     const std::string text = request(10) + '\0' + "<originFilename>other</originFilename>";
     ASSERT_TRUE(connect(link, text));
-    EXPECT_EQ(usePacedControl(connectSocket), nullptr) << "the socket is connected already";
+    EXPECT_EQ(usePacedControl(connectSocket, *UdpPort::open({}), {}).pacer, nullptr)
+        << "the socket is connected already";
     const std::string response = link.receiveString(rendezvousSocket);
     EXPECT_NE(response.find("<exists>false</exists>"), std::string::npos) << response;
     ASSERT_EQ(link.send(rendezvousSocket, std::span("0123456789", 10)), 10);

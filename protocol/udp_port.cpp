@@ -1,10 +1,14 @@
-#include "protocol/handshake_filter.h"
+#include "protocol/udp_port.h"
 
+#include "protocol/udt_socket.h"
+
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <utility>
 
 #ifdef __linux__
 #include <linux/filter.h>
@@ -67,17 +71,57 @@ void attachFilter(int /*socket*/) {}
 
 } // namespace
 
-std::optional<int> openFilteredUdpSocket(const sockaddr_in& address)
+sockaddr_in toSystem(const UdtAddress& address)
 {
-    const int descriptor = socket(AF_INET, SOCK_DGRAM, 0);
-    if (descriptor < 0)
+    sockaddr_in system{};
+    system.sin_family = AF_INET;
+    system.sin_addr.s_addr = htonl(address.host);
+    system.sin_port = htons(address.port);
+    return system;
+}
+
+std::optional<UdpPort> UdpPort::open(const UdtAddress& address)
+{
+    UdpPort port(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (port.descriptor_ < 0)
         return std::nullopt;
-    attachFilter(descriptor); // first: no packet may arrive without it
-    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        close(descriptor);
+    attachFilter(port.descriptor_); // first: no packet may arrive without it
+    const sockaddr_in system = toSystem(address);
+    if (bind(port.descriptor_, reinterpret_cast<const sockaddr*>(&system), sizeof system) != 0)
         return std::nullopt;
-    }
-    return descriptor;
+    return port;
+}
+
+UdpPort::~UdpPort()
+{
+    if (descriptor_ >= 0)
+        close(descriptor_);
+}
+
+UdpPort::UdpPort(UdpPort&& other) noexcept : descriptor_(other.release()) {}
+
+UdpPort& UdpPort::operator=(UdpPort&& other) noexcept
+{
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+}
+
+std::optional<UdpPort> UdpPort::duplicate() const
+{
+    UdpPort copy(fcntl(descriptor_, F_DUPFD_CLOEXEC, 0));
+    return copy.descriptor_ >= 0 ? std::optional(std::move(copy)) : std::nullopt;
+}
+
+int UdpPort::release()
+{
+    return std::exchange(descriptor_, -1);
+}
+
+void UdpPort::send(std::span<const char> datagram, const UdtAddress& peer) const
+{
+    const sockaddr_in system = toSystem(peer);
+    (void)sendto(descriptor_, datagram.data(), datagram.size(), MSG_DONTWAIT,
+                 reinterpret_cast<const sockaddr*>(&system), sizeof system);
 }
 
 } // namespace quenmoor
