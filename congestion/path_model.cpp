@@ -109,7 +109,7 @@ std::optional<std::int64_t> PathModel::takeRepair(Micros now)
     if (bandwidth() <= 0)
         return std::nullopt;
     const double interval = pace_.libraryPeriod / kPacketPairFactor;
-    const auto number = planner_.next(packets_, rtt_.retransmissionTimeout(0), interval, now);
+    const auto number = planner_.next(packets_, resendTimeout(), interval, now);
     if (number)
         packets_.onResent(*number, now);
     return number;
@@ -389,7 +389,7 @@ double PathModel::windowAboveArrived() const
 bool PathModel::isAckStalled(Micros now) const
 {
     const std::optional<Micros> oldest = packets_.sendTime(packets_.acknowledgedUpTo());
-    return planner_.gaveUp() && timeoutsInARow_ == 0 && oldest && now > *oldest + rtt_.retransmissionTimeout(0);
+    return planner_.gaveUp() && timeoutsInARow_ == 0 && oldest && now > *oldest + resendTimeout();
 }
 
 // The timeout counts from when the oldest packet was last sent, not from the last feedback.

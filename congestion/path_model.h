@@ -70,6 +70,7 @@ public:
     Phase phase() const { return phase_; }
     double bandwidth() const; // packets per second, 0 while unknown
     Micros minRtt() const { return rtt_.minRtt(); }
+    Micros resendTimeout() const { return rtt_.retransmissionTimeout(0); }
     std::int64_t rounds() const { return rounds_; }
 
 private:

@@ -20,7 +20,7 @@ bool ResendPlanner::isOverdue(const SentPackets& packets, std::int64_t number) c
     if (!sent)
         return false;
     const auto delay = kAcknowledgementDelay + static_cast<Micros>(2 * interval_);
-    const int backOff = number == head_ ? std::min(headRepairs_, kMaxBackOff) : 0;
+    const int backOff = number == head_ ? std::clamp(headRepairs_ - 1, 0, kMaxBackOff) : 0;
     return packets.lastArrival().sent > *sent + delay || now_ > *sent + (timeout_ << backOff);
 }
 

@@ -25,6 +25,8 @@ struct SimulatedLink {
     std::vector<std::pair<Micros, double>> rates{}; // later values of `rate`
     Micros longerFrom = INT64_MAX;                  // then the round trip is twice as long
     Micros deadFrom = INT64_MAX, deadUntil = INT64_MAX;
+    Micros idleTimer = 10'000; // between acknowledgements by timer without arrivals
+    Micros jitter = 0;         // added to the delay of each packet, in order
     double reordered = 0;  // share of the data packets that arrive 5 ms late, behind later ones
     double duplicated = 0; // share of data packets and feedback that arrive twice
     bool repairs = true;   // what the model asks for is retransmitted
@@ -40,6 +42,7 @@ struct SimulatedFlow {
     std::int64_t wire = 0; // packets sent
     Micros brokenAt = -1;  // when the peer was given up
     int timeouts = 0;
+    double longestStall = 0; // between acknowledgements, in the model's timeouts
     std::int64_t repairs = 0;
     std::int64_t needlessRepairs = 0; // the packet had arrived
     std::vector<std::int64_t> samples; // payload() every tenth of a second
@@ -55,6 +58,7 @@ struct SimulatedFlow {
     Micros target = 0; // `due` at the last packet
     Micros lateness = 0;
     Micros lastFeedback = 0;
+    Micros advancedAt = 0; // the acknowledgement
     int timerExpiries = 1;
 
     // Receiver.
@@ -63,6 +67,7 @@ struct SimulatedFlow {
     std::int64_t lastAck = -1;
     Micros lastAckAt = 0;
     std::int64_t confirmedAck = -1;
+    Micros arrivedAt = 0; // the last packet
 };
 
 class SimulatedPath {
@@ -80,11 +85,14 @@ public:
     {
         SimulatedFlow& flow = flows_.emplace_back(firstNumber, start);
         at(start, [this, &flow] {
-            flow.due = flow.lastFeedback = now_;
+            flow.due = flow.lastFeedback = flow.advancedAt = now_;
             repeat(link_.sleep, [this, &flow] { wake(flow); });
             repeat(kTimerInterval, [this, &flow] { checkTimeout(flow); });
             repeat(kSampleInterval, [&flow] { flow.samples.push_back(flow.payload()); });
-            repeat(kAckInterval, [this, &flow] { acknowledge(flow); });
+            repeat(kAckInterval, [this, &flow] {
+                if (now_ - flow.arrivedAt <= kAckInterval || now_ - flow.lastAckAt >= link_.idleTimer)
+                    acknowledge(flow);
+            });
         });
         return flow;
     }
@@ -231,7 +239,8 @@ private:
         if (chance(link_.loss) || dead())
             return;
         const auto queueing = static_cast<Micros>(backlog_ / rate);
-        lastArrival_ = std::max(lastArrival_, time + queueing + oneWay());
+        const auto delay = oneWay() + (link_.jitter > 0 ? static_cast<Micros>(random_() % static_cast<std::uint64_t>(link_.jitter)) : 0);
+        lastArrival_ = std::max(lastArrival_, time + queueing + delay);
         const Micros late = chance(link_.reordered) ? kReorderDelay : 0;
         for (int copies = chance(link_.duplicated) ? 2 : 1; copies > 0; --copies)
             at(lastArrival_ + late, [this, &flow, number] { arrive(flow, number); });
@@ -239,6 +248,7 @@ private:
 
     void arrive(SimulatedFlow& flow, std::int64_t number)
     {
+        flow.arrivedAt = now_;
         if (number > flow.highest) {
             for (std::int64_t gap = flow.highest + 1; gap < number; ++gap)
                 flow.gaps.insert(flow.gaps.end(), gap);
@@ -282,6 +292,10 @@ private:
                [&flow, ack] { flow.confirmedAck = std::max(flow.confirmedAck, ack); });
         if (ack > flow.acknowledged) {
             flow.acknowledged = ack;
+            flow.longestStall =
+                std::max(flow.longestStall, static_cast<double>(now_ - flow.advancedAt) /
+                                                static_cast<double>(flow.model.resendTimeout()));
+            flow.advancedAt = now_;
             flow.retransmissions.erase(flow.retransmissions.begin(),
                                        flow.retransmissions.lower_bound(ack));
             flow.due = flow.due == 0 ? now_ : flow.due;
