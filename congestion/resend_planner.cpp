@@ -7,6 +7,7 @@ namespace {
 
 // docs/congestion.md has the source of each constant.
 constexpr Micros kAcknowledgementDelay = 12'000;
+constexpr double kMaxCatchUp = 300; // what a shallow buffer takes
 constexpr std::int64_t kMaxBatch = 256;
 constexpr int kMaxBackOff = 3; // doublings of the timeout
 
@@ -62,7 +63,7 @@ std::optional<std::int64_t> ResendPlanner::next(const SentPackets& packets, Micr
             continue;
         --batchLeft_;
         headRepairs_ += *number == head_ ? 1 : 0;
-        nextRepair_ = std::max(nextRepair_, static_cast<double>(now) - interval) + interval;
+        nextRepair_ = std::max(nextRepair_, static_cast<double>(now) - kMaxCatchUp) + interval;
         return number;
     }
     return std::nullopt;

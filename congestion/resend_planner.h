@@ -1,11 +1,11 @@
 // Decides which packets to retransmit a second time, and when.
 //
-// A receiver of the library reports a gap once. If the retransmission or the report is lost too, the
-// cumulative acknowledgement stalls until the sender's timer expires, and then everything in flight
-// is retransmitted. Only the packet that the acknowledgement names is known to be missing. The
-// planner therefore repairs that packet. If the acknowledgement then moves to another packet that is
-// overdue, many were lost together, and the planner repairs a batch of overdue packets next, twice
-// as many for each such step.
+// A receiver of the library reports a gap once. If the retransmission or the report is lost too,
+// the cumulative acknowledgement stalls until the sender's timer expires, and then everything in
+// flight is retransmitted. Only the packet that the acknowledgement names is known to be missing.
+// The planner therefore repairs that packet. If the acknowledgement then moves to another packet
+// that is overdue, many were lost together, and the planner repairs a batch of overdue packets
+// next, twice as many for each such step.
 #pragma once
 
 #include "congestion/sent_packets.h"

@@ -99,8 +99,8 @@ public:
     // The library retransmits in the order of the numbers.
     bool retransmissionPending() const;
 
-    // When `number` was last sent; nullopt if it is not in flight, and while the library is going to
-    // retransmit it.
+    // When `number` was last sent; nullopt if it is not in flight, and while the library is going
+    // to retransmit it.
     std::optional<Micros> sendTime(std::int64_t number) const;
 
     // The first packet from `number` on that was reported and is not acknowledged.

@@ -1,7 +1,7 @@
 // Copies of the data packets that were sent last, to retransmit them without the library.
 //
-// The receiver cannot tell such a datagram from one of the library: it reads the sequence number and
-// the payload, and drops what it has.
+// The receiver cannot tell such a datagram from one of the library: it reads the sequence number
+// and the payload, and drops what it has.
 #pragma once
 
 #include <array>

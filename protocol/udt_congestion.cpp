@@ -129,8 +129,11 @@ public:
             // The library exports no function for the length. m_pcData is its alias of the iov_base
             // of an iovec, whose first member that is.
             const auto* const data = reinterpret_cast<const iovec*>(&packet->m_pcData);
-            sender_->onSent({packet->m_iSeqNo, packet->m_iMsgNo, packet->m_iTimeStamp,
-                             packet->m_iID, {packet->m_pcData, data->iov_len}});
+            sender_->onSent({packet->m_iSeqNo,
+                             packet->m_iMsgNo,
+                             packet->m_iTimeStamp,
+                             packet->m_iID,
+                             {packet->m_pcData, data->iov_len}});
         });
     }
 
@@ -145,8 +148,8 @@ public:
     void onLoss(const std::int32_t* list, int size) override
     {
         onFeedback([&](PathModel& model, std::int64_t highest, Micros now) {
-            for (const NumberRange& range : decodeLossReport(
-                     {list, static_cast<std::size_t>(std::max(size, 0))}, highest))
+            for (const NumberRange& range :
+                 decodeLossReport({list, static_cast<std::size_t>(std::max(size, 0))}, highest))
                 model.onReportedLost(range, now);
         });
     }

@@ -21,8 +21,8 @@ class Repairs {
 public:
     virtual ~Repairs() = default;
 
-    // Retransmits every packet that is due. Does not block. The control does so after each feedback;
-    // the sending thread calls it every few milliseconds in addition.
+    // Retransmits every packet that is due. Does not block. The control does so after each
+    // feedback; the sending thread calls it every few milliseconds in addition.
     virtual void send() = 0;
 };
 

@@ -174,8 +174,8 @@ std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> bl
     };
     if (repairs_ != nullptr)
         repairs_->send();
-    pacerTimedOut_ = pacer_ != nullptr && !block.empty() &&
-                     !pacer_->waitToSend(block.size(), repairAndCheck);
+    pacerTimedOut_ =
+        pacer_ != nullptr && !block.empty() && !pacer_->waitToSend(block.size(), repairAndCheck);
     if (pacerTimedOut_) {
         failureReason_ = kSendTimedOut;
         return kLinkError;

@@ -61,12 +61,12 @@ private:
 
     UdtSocket connectSocket_;
     UdtSocket rendezvousSocket_;
-    UdtSocket noSocket_;           // of every other handle
+    UdtSocket noSocket_;             // of every other handle
     std::optional<UdpPort> udpPort_; // of both sockets, until the control of the second has it
     // Of the rendezvous socket; null with Congestion::Library.
     std::shared_ptr<Pacer> pacer_;
     std::shared_ptr<Repairs> repairs_;
-    bool pacerTimedOut_ = false;   // in the last send()
+    bool pacerTimedOut_ = false; // in the last send()
     std::string failureReason_;
 };
 

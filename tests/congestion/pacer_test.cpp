@@ -70,12 +70,21 @@ TEST_F(PacerTest, keepsTheRateWhateverTheDelayOfAWakeUp)
     }
 }
 
-TEST_F(PacerTest, catchesUpByTwoMillisecondsAtMost)
+TEST_F(PacerTest, catchesUpByTwoMillisecondsAtMostAndByLessOnAShallowBuffer)
 {
-    EXPECT_FALSE(pacer.setPath({100})); // 1.2 ms for each block
-    blocksUntil(clock->time + 100'000);
-    clock->time += 50'000;
-    EXPECT_LE(blocksUntil(clock->time + 100), 2);
+    for (const auto& [shallow, most] : {std::pair{false, 5}, std::pair{true, 1}}) {
+        EXPECT_FALSE(pacer.setPath({33, false, shallow})); // 0.4 ms for each block
+        blocksUntil(clock->time + 100'000);
+        clock->time += 50'000;
+        EXPECT_NEAR(blocksUntil(clock->time + 100), most, 1) << shallow;
+    }
+    sendPackets(10 * kBlockPackets);
+    EXPECT_FALSE(pacer.setPath({1000}));
+    EXPECT_TRUE(pacer.waitToSend(kBlock));
+    const Micros before = clock->time;
+    for (int i = 0; i < 100; ++i)
+        pacer.onRepairSent(); // takes the time of a packet
+    EXPECT_EQ(blocksUntil(before + 100'000), 0);
 }
 
 TEST_F(PacerTest, failsAfterTenSecondsOfWaitingWithoutProgress)

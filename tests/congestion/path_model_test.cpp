@@ -69,20 +69,27 @@ TEST_P(PathModelOn, usesTheLinkWithoutFloodingIt)
     EXPECT_LE(path.wireOverPayload(path.flow()), scenario.wireOverPayload);
     EXPECT_LT(path.longQueue(), scenario.queue);
     EXPECT_LE(path.flow().timeouts, scenario.timeouts);
+    EXPECT_LE(path.flow().longestStall, 4); // twice the library's timeout, twice the model's own
+    EXPECT_LE(path.flow().needlessRepairs, path.flow().payload() / 100);
     EXPECT_EQ(path.flow().brokenAt, -1);
 }
 
 const std::vector<Utilisation> kFallAndRise{
-    {11, 13, 0}, {13, 19, 0.9}, {21, 22, 0.9}, {22, 30, 0.95}};
+    {11, 13, 0}, {13, 19, 0.95}, {21, 23, 0.92}, {22, 30, 0.95}};
 
 const Scenario kScenarios[]{
     {"clean40ms", link(100, 40'000), {{0, 8, 0.93}, {0, 30, 0.95}}},
-    {"loss001", link(300, 50'000, 0.0001, 0.0001), {{0, 8, 0.88}, {0, 30, 0.94}}, 1.12, 0.6, 5},
-    {"loss01back", link(200, 100'000, 0.001, 0.001), {{0, 8, 0.8}, {0, 30, 0.9}}, 1.12, 0.6, 5},
-    {"loss05back", link(100, 200'000, 0.005, 0.005), {{0, 8, 0.45}, {0, 30, 0.74}}, 1.12, 0.6, 20},
-    {"loss1back", link(50, 100'000, 0.01, 0.01), {{0, 8, 0.6}, {0, 30, 0.68}}, 1.12, 0.6, 30},
-    // The acknowledgement stalls twice a second, and most of a window is retransmitted each time.
-    {"loss3", link(100, 40'000, 0.03), {{0, 20, 0.4}}, 1.25, 0.6, 80},
+    {"loss001", link(300, 50'000, 0.0001, 0.0001), {{0, 8, 0.88}, {0, 30, 0.94}}, 1.01},
+    {"loss01back", link(200, 100'000, 0.001, 0.001), {{0, 8, 0.8}, {0, 30, 0.92}}, 1.02},
+    {"loss05back", link(100, 200'000, 0.005, 0.005), {{0, 8, 0.65}, {0, 30, 0.86}}, 1.04},
+    {"loss1back", link(50, 100'000, 0.01, 0.01), {{0, 8, 0.75}, {0, 30, 0.9}}, 1.04},
+    {"loss2back", link(100, 40'000, 0.02, 0.02), {{0, 8, 0.8}, {0, 30, 0.88}}, 1.04},
+    {"loss1andReordering",
+     with(with(link(50, 100'000, 0.01, 0.01), &SimulatedLink::reordered, 0.01),
+          &SimulatedLink::idleTimer, Micros{100'000}),
+     {{0, 30, 0.88}},
+     1.04},
+    {"shallowBuffer", link(20, 40'000, 0, 0, 0.125), {{0, 30, 0.8}}, 1.05},
     // The sending thread's sleep is eight times the RTT.
     {"fastLocalNetwork",
      with(link(1000, 1'000, 0, 0, 20), &SimulatedLink::sleep, Micros{8'000}),
@@ -243,6 +250,47 @@ TEST(SentPackets, takesNoRttSampleFromRetransmittedPackets)
     EXPECT_EQ(sent.onAcknowledged(12, 170), std::nullopt);       // delayed by missing packets
     EXPECT_EQ(sent.missing(), 4);
     EXPECT_EQ(sent.lastArrival().delivered, 21 - 4);
+}
+
+TEST(ResendPlanner, repairsThePacketOfTheAcknowledgementOnlyOnceItsRetransmissionIsOverdue)
+{
+    constexpr Micros kTimeout = 100'000;
+    SentPackets sent(0, 0);
+    ResendPlanner planner;
+    const auto next = [&](Micros now) { return planner.next(sent, kTimeout, 1000, now); };
+    for (std::int64_t number = 0; number < 40; ++number)
+        sent.onSent(number, number * 1000, 0);
+    sent.onAcknowledged(3, 60'000);
+    sent.onReportedLost({3, 4}, 70'000);
+    sent.onReportedLost({30, 30}, 80'000);
+    EXPECT_EQ(next(90'000), std::nullopt); // the library is going to retransmit them
+    for (const std::int64_t number : {3, 4, 30})
+        sent.onSent(number, 90'000, 0);
+    for (std::int64_t number = 40; number < 60; ++number)
+        sent.onSent(number, 91'000 + (number - 40) * 1000, 0);
+    sent.onReportedLost({50, 50}, 150'000); // 51 has arrived, which was sent 12 ms later
+    EXPECT_EQ(next(150'000), std::nullopt); // the acknowledgement may be under way
+    sent.onReportedLost({54, 54}, 152'000);
+    EXPECT_EQ(next(152'000), 3);
+    sent.onResent(3, 152'000);
+    EXPECT_EQ(next(153'000), std::nullopt);
+    Micros now = 152'000;
+    for (const int backOff : {1, 2, 4, 8, 8}) {
+        EXPECT_EQ(next(now + backOff * kTimeout), std::nullopt);
+        now += backOff * kTimeout + 1;
+        EXPECT_EQ(next(now), 3);
+        sent.onResent(3, now);
+    }
+    EXPECT_TRUE(planner.gaveUp());
+    EXPECT_EQ(next(now + 9 * kTimeout), std::nullopt);
+    EXPECT_EQ(sent.onAcknowledged(4, now + 1000), std::nullopt);
+    EXPECT_EQ(next(now + 1000), 4); // overdue too: the first of a batch of two
+    EXPECT_FALSE(planner.gaveUp());
+    EXPECT_EQ(next(now + 1600), std::nullopt); // before the time of a packet has passed
+    EXPECT_EQ(next(now + 1700), 30);
+    sent.onResent(4, now + 1000);
+    sent.onResent(30, now + 1700);
+    EXPECT_EQ(next(now + 3000), std::nullopt);
 }
 
 TEST(LossReport, isDecodedAroundTheWrapOfTheNumbers)

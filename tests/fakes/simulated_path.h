@@ -27,9 +27,9 @@ struct SimulatedLink {
     Micros deadFrom = INT64_MAX, deadUntil = INT64_MAX;
     Micros idleTimer = 10'000; // between acknowledgements by timer without arrivals
     Micros jitter = 0;         // added to the delay of each packet, in order
-    double reordered = 0;  // share of the data packets that arrive 5 ms late, behind later ones
-    double duplicated = 0; // share of data packets and feedback that arrive twice
-    bool repairs = true;   // what the model asks for is retransmitted
+    double reordered = 0;      // share of the data packets that arrive 5 ms late, behind later ones
+    double duplicated = 0;     // share of data packets and feedback that arrive twice
+    std::uint64_t seed = 7;
 };
 
 struct SimulatedFlow {
@@ -44,7 +44,7 @@ struct SimulatedFlow {
     int timeouts = 0;
     double longestStall = 0; // between acknowledgements, in the model's timeouts
     std::int64_t repairs = 0;
-    std::int64_t needlessRepairs = 0; // the packet had arrived
+    std::int64_t needlessRepairs = 0;  // the packet had arrived
     std::vector<std::int64_t> samples; // payload() every tenth of a second
     std::int64_t payload() const { return acknowledged - first; }
 
@@ -90,7 +90,8 @@ public:
             repeat(kTimerInterval, [this, &flow] { checkTimeout(flow); });
             repeat(kSampleInterval, [&flow] { flow.samples.push_back(flow.payload()); });
             repeat(kAckInterval, [this, &flow] {
-                if (now_ - flow.arrivedAt <= kAckInterval || now_ - flow.lastAckAt >= link_.idleTimer)
+                if (now_ - flow.arrivedAt <= kAckInterval ||
+                    now_ - flow.lastAckAt >= link_.idleTimer)
                     acknowledge(flow);
             });
         });
@@ -186,7 +187,7 @@ private:
 
     void repair(SimulatedFlow& flow)
     {
-        while (link_.repairs && flow.brokenAt < 0) {
+        while (flow.brokenAt < 0) {
             const std::optional<std::int64_t> number = flow.model.takeRepair(now_);
             if (!number)
                 return;
@@ -239,7 +240,11 @@ private:
         if (chance(link_.loss) || dead())
             return;
         const auto queueing = static_cast<Micros>(backlog_ / rate);
-        const auto delay = oneWay() + (link_.jitter > 0 ? static_cast<Micros>(random_() % static_cast<std::uint64_t>(link_.jitter)) : 0);
+        const auto delay =
+            oneWay() +
+            (link_.jitter > 0
+                 ? static_cast<Micros>(random_() % static_cast<std::uint64_t>(link_.jitter))
+                 : 0);
         lastArrival_ = std::max(lastArrival_, time + queueing + delay);
         const Micros late = chance(link_.reordered) ? kReorderDelay : 0;
         for (int copies = chance(link_.duplicated) ? 2 : 1; copies > 0; --copies)
@@ -353,7 +358,7 @@ private:
     }
 
     const SimulatedLink link_;
-    std::mt19937_64 random_{7};
+    std::mt19937_64 random_{link_.seed};
     std::multimap<Micros, std::function<void()>> events_; // in the order of their insertion
     Micros now_ = kStart;
     std::list<SimulatedFlow> flows_;
