@@ -55,12 +55,6 @@ double PathModel::bandwidth() const
     return known > 0 ? std::max(known, kMinBandwidth) : 0;
 }
 
-// Packets per second at the current pace.
-double PathModel::allowedRate() const
-{
-    return 1e6 * kPacketPairFactor / pace_.libraryPeriod;
-}
-
 void PathModel::onSent(std::int64_t number, Micros now)
 {
     const bool afterPause =
@@ -362,9 +356,8 @@ void PathModel::updatePace(Micros now)
     if (bandwidth() <= 0)
         return;
     pace_.libraryPeriod = 1e6 * kPacketPairFactor / (gain() * bandwidth());
-    // A lost retransmission or loss report stalls the acknowledgement until the library's timer
-    // retransmits everything, and feedback on newer packets restarts that timer. With the window
-    // closed feedback ends after one RTT, and the timer expires.
+    // Feedback on newer packets restarts the library's timer, which is to retransmit what could not
+    // be repaired. With the window closed feedback ends after one RTT, and the timer expires.
     pace_.window = isAckStalled(now)
                        ? 0
                        : static_cast<double>(packets_.arrivedAboveAck()) + windowAboveArrived();

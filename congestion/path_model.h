@@ -83,7 +83,8 @@ private:
         double lossShare = 0;
     };
 
-    double allowedRate() const;
+    // Packets per second at the current pace.
+    double allowedRate() const { return 1e6 * kPacketPairFactor / pace_.libraryPeriod; }
     void onFeedback(std::optional<Micros> rttSample, Micros now);
     void checkStartUp(std::optional<Micros> rttSample, Micros now);
     void sampleStartUpRate();
