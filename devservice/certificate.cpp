@@ -39,6 +39,10 @@ using Extension = std::unique_ptr<X509_EXTENSION, Release<X509_EXTENSION_free>>;
 
 bool isUsable(const Certificate& files)
 {
+    std::error_code error; // opening a FIFO would block
+    if (!std::filesystem::is_regular_file(files.certificateFile, error) ||
+        !std::filesystem::is_regular_file(files.keyFile, error))
+        return false;
     const Bio certificateBio(BIO_new_file(files.certificateFile.c_str(), "r"));
     const Bio keyBio(BIO_new_file(files.keyFile.c_str(), "r"));
     if (!certificateBio || !keyBio)

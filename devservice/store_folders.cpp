@@ -41,9 +41,11 @@ std::optional<std::int64_t> readRecord(const StoreFolders& folders, const std::s
 bool writeRecord(const StoreFolders& folders, const std::string& name, std::int64_t size)
 {
     const std::string text = nlohmann::json{{"size", size}}.dump() + "\n";
+    // Whatever has the name is removed: a draft that a kill left, or a FIFO, on which open()
+    // blocks.
+    unlinkat(folders.drafts.get(), name.c_str(), 0);
     const FileHandle draft(openat(folders.drafts.get(), name.c_str(),
-                                  O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
-                                  kFileMode));
+                                  O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
     return draft && writeAll(draft.get(), text.data(), text.size()) && fsync(draft.get()) == 0 &&
            renameat(folders.drafts.get(), name.c_str(), folders.records.get(), name.c_str()) == 0 &&
            fsync(folders.records.get()) == 0;

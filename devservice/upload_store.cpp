@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <system_error>
@@ -18,6 +20,9 @@ constexpr mode_t kFileMode = 0644;
 // Bytes between two flushes. The client waits ten seconds for the closing document, so most bytes
 // must be on disk when the last one arrives.
 constexpr std::int64_t kFlushInterval = 32 << 20;
+
+// For which an upload is refused after an error of the disk.
+constexpr std::chrono::seconds kFailureTime{60};
 
 std::string systemMessage()
 {
@@ -54,7 +59,7 @@ bool isStorableName(std::string_view name)
 }
 
 std::unique_ptr<UploadStore> UploadStore::open(const std::filesystem::path& root,
-                                               std::string& error)
+                                               std::string& error, ServiceClock now)
 {
     std::error_code failed;
     std::filesystem::create_directories(root, failed);
@@ -76,7 +81,8 @@ std::unique_ptr<UploadStore> UploadStore::open(const std::filesystem::path& root
         error = "another service uses the folder " + root.string();
         return nullptr;
     }
-    return std::unique_ptr<UploadStore>(new UploadStore(std::move(folders), std::move(lock)));
+    return std::unique_ptr<UploadStore>(
+        new UploadStore(std::move(folders), std::move(lock), std::move(now)));
 }
 
 std::unique_ptr<StoredUpload> UploadStore::upload(const std::string& name, std::int64_t size,
@@ -86,10 +92,8 @@ std::unique_ptr<StoredUpload> UploadStore::upload(const std::string& name, std::
         error = size < 0 ? "the size is negative" : "the name is not a valid file name";
         return nullptr;
     }
-    if (!reserve(name)) {
-        error = "the name is in use by another upload";
+    if (!reserve(name, error))
         return nullptr;
-    }
     std::unique_ptr<StoredUpload> upload(new StoredUpload(*this, name, size));
     if (!upload->inspect()) {
         error = upload->error();
@@ -98,10 +102,25 @@ std::unique_ptr<StoredUpload> UploadStore::upload(const std::string& name, std::
     return upload;
 }
 
-bool UploadStore::reserve(const std::string& name)
+bool UploadStore::reserve(const std::string& name, std::string& error)
 {
     const std::lock_guard lock(mutex_);
-    return reserved_.insert(name).second;
+    std::erase_if(failures_, [now = now_()](const auto& f) { return f.second.end <= now; });
+    if (const auto failure = failures_.find(name); failure != failures_.end()) {
+        error = "the last attempt failed less than a minute ago: " + failure->second.reason;
+        return false;
+    }
+    if (!reserved_.insert(name).second) {
+        error = "the name is in use by another upload";
+        return false;
+    }
+    return true;
+}
+
+void UploadStore::rememberFailure(const std::string& name, const std::string& reason)
+{
+    const std::lock_guard lock(mutex_);
+    failures_.insert_or_assign(name, Failure{reason, now_() + kFailureTime});
 }
 
 void UploadStore::release(const std::string& name)
@@ -128,7 +147,7 @@ bool StoredUpload::inspect()
     const Entry file = entryOf(folders_.root, name_, fileSize);
     const Entry part = entryOf(folders_.parts, name_, partSize);
     if (file == Entry::Unreadable || part == Entry::Unreadable)
-        return fail("looking for a copy");
+        return describe("looking for a copy");
     if (file == Entry::Other || part == Entry::Other) {
         error_ = "something other than a file has this name";
         return false;
@@ -139,7 +158,20 @@ bool StoredUpload::inspect()
     } else if (file == Entry::File) {
         held_ = {true, fileSize == size_, true, fileSize};
     }
-    return true;
+    // A part is continued or emptied. What a complete copy needs depends on the client's choice.
+    const std::int64_t needed = size_ - (part == Entry::File ? partSize : 0);
+    return (held_.equal && held_.complete) || hasSpaceFor(needed) || describe("storing the file");
+}
+
+// Returns true also if the system does not report the space; false with errno set.
+bool StoredUpload::hasSpaceFor(std::int64_t bytes) const
+{
+    struct statvfs disk {};
+    if (fstatvfs(folders_.parts.get(), &disk) != 0)
+        return true;
+    errno = ENOSPC;
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(bytes, 0)) / disk.f_frsize <=
+           disk.f_bavail;
 }
 
 bool StoredUpload::resume()
@@ -159,6 +191,8 @@ bool StoredUpload::resume()
 // the old bytes with the new size.
 bool StoredUpload::startOver()
 {
+    if (!hasSpaceFor(size_ - (held_.complete ? 0 : held_.size)))
+        return fail("storing the file");
     if (!openPart(O_CREAT | O_TRUNC))
         return false;
     if (fsync(part_.get()) != 0)
@@ -211,9 +245,16 @@ bool StoredUpload::complete()
     return true;
 }
 
-bool StoredUpload::fail(const char* what)
+bool StoredUpload::fail(const std::string& what)
 {
-    error_ = std::string(what) + ": " + systemMessage();
+    describe(what);
+    store_.rememberFailure(name_, error_);
+    return false;
+}
+
+bool StoredUpload::describe(const std::string& what)
+{
+    error_ = what + ": " + systemMessage();
     return false;
 }
 

@@ -7,9 +7,12 @@
 #pragma once
 
 #include "devservice/store_folders.h"
+#include "devservice/tokens.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -79,9 +82,11 @@ private:
     StoredUpload(UploadStore& store, std::string name, std::int64_t size);
 
     [[nodiscard]] bool inspect();
+    [[nodiscard]] bool hasSpaceFor(std::int64_t bytes) const;
     [[nodiscard]] bool openPart(int flags);
     void flushInBackground();
-    bool fail(const char* what);
+    bool fail(const std::string& what); // a client that retries at once would fail again
+    bool describe(const std::string& what);
 
     // Set once at construction.
     UploadStore& store_;
@@ -102,34 +107,45 @@ public:
     // Creates the folder and its subfolders if they are missing and locks the folder for this
     // process. Returns nullptr, with a sentence in `error`, if that fails or another process has
     // the lock.
-    [[nodiscard]] static std::unique_ptr<UploadStore> open(const std::filesystem::path& root,
-                                                           std::string& error);
+    [[nodiscard]] static std::unique_ptr<UploadStore>
+    open(const std::filesystem::path& root, std::string& error,
+         ServiceClock now = std::chrono::steady_clock::now);
 
     // Reserves `name` for one writer and inspects the copy that exists. Changes nothing on disk.
     //
     // `name` is any file name of 1 to 255 bytes. Returns nullptr, with the reason in `error`, if
     // the name would leave the folder, is the store's own or is in use by another writer, if the
-    // size is negative, or if something other than a regular file has the name.
+    // size is negative, if something other than a regular file has the name, if the disk has no
+    // space for the missing bytes, or for a minute after an error of the disk: a client that has
+    // sent bytes retries at once, so that a full disk would keep it sending them without end.
     [[nodiscard]] std::unique_ptr<StoredUpload> upload(const std::string& name, std::int64_t size,
                                                        std::string& error);
 
 private:
     friend class StoredUpload;
 
-    UploadStore(StoreFolders folders, FileHandle lock)
-        : folders_(std::move(folders)), lock_(std::move(lock))
+    UploadStore(StoreFolders folders, FileHandle lock, ServiceClock now)
+        : folders_(std::move(folders)), lock_(std::move(lock)), now_(std::move(now))
     {
     }
 
-    [[nodiscard]] bool reserve(const std::string& name);
+    [[nodiscard]] bool reserve(const std::string& name, std::string& error);
     void release(const std::string& name);
+    void rememberFailure(const std::string& name, const std::string& reason);
 
     // Set once at construction.
     const StoreFolders folders_;
     const FileHandle lock_; // while it is open, no other process uses the folder
+    const ServiceClock now_;
+
+    struct Failure {
+        std::string reason;
+        std::chrono::steady_clock::time_point end;
+    };
 
     std::mutex mutex_;
-    std::set<std::string> reserved_; // guarded by mutex_
+    std::set<std::string> reserved_;          // guarded by mutex_
+    std::map<std::string, Failure> failures_; // recent ones, by name; guarded by mutex_
 };
 
 } // namespace quenmoor

@@ -2,10 +2,16 @@
 #include "tests/fakes/temp_folder.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <limits>
 
 namespace quenmoor {
 namespace {
 
+using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 class UploadStoreTest : public ::testing::Test {
@@ -16,7 +22,7 @@ protected:
     void restart()
     {
         store.reset();
-        store = UploadStore::open(folder.path(), error);
+        store = UploadStore::open(folder.path(), error, [this] { return now; });
         ASSERT_NE(store, nullptr) << error;
     }
 
@@ -53,6 +59,7 @@ protected:
     const std::filesystem::path part = own / "parts/clip.mov";
     const std::filesystem::path record = own / "records/clip.mov";
     std::string error;
+    std::chrono::steady_clock::time_point now;
     std::unique_ptr<UploadStore> store;
 };
 
@@ -106,7 +113,32 @@ TEST_F(UploadStoreTest, aKillBetweenTwoStepsNeverMixesTwoUploads)
     std::filesystem::create_directory(own / "drafts/clip.mov");
     EXPECT_FALSE(upload(4)->startOver());
     EXPECT_EQ(contentOf(part), "");
+    now += 60s;
     expectHeld(8, {});
+}
+
+TEST_F(UploadStoreTest, anUploadIsRefusedWithoutSpaceAndForAMinuteAfterAnErrorOfTheDisk)
+{
+    EXPECT_EQ(upload(std::numeric_limits<std::int64_t>::max()), nullptr);
+    EXPECT_NE(error.find("No space left"), std::string::npos) << error;
+    ASSERT_EQ(mkfifo((own / "drafts/clip.mov").c_str(), 0600), 0); // open() would block
+    leave("half", 5'000);
+
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{1'000, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    {
+        const auto resumed = upload(5'000);
+        EXPECT_TRUE(resumed->resume());
+        EXPECT_FALSE(resumed->append(std::string(2'000, 'x')));
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    now += 59s;
+    EXPECT_EQ(upload(5'000), nullptr);
+    now += 1s;
+    EXPECT_NE(upload(5'000), nullptr) << error;
 }
 
 TEST_F(UploadStoreTest, onlyAFileNameIsAccepted)
