@@ -28,6 +28,7 @@ int main(int argc, char** argv)
         return EXIT_SUCCESS;
     useRunningBusOnly();
     const ActivationToken token = ActivationToken::ofThisProcess();
+    prepareBrowserEngine();
     const std::unique_ptr<QApplication> application = makeApplication(argc, argv);
     const std::vector<FileUrl> files = filesToOpen(argc, argv);
     ApplicationService service;

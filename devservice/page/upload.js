@@ -7,6 +7,7 @@
 'use strict';
 
 const kMaxSize = 9223372036854775807n;
+const kRequestLimit = 20000; // milliseconds; the client sets no limit for requests of its page
 
 const element = id => document.getElementById(id);
 
@@ -80,17 +81,31 @@ function displaySize(size) {
 }
 
 // Sends a request to the service and returns its reply. Throws an error whose message is for the
-// user.
+// user, also if the reply is not complete within the time limit.
 async function requestJson(path, content) {
+    const limit = new AbortController();
+    const timer = setTimeout(() => limit.abort(), kRequestLimit);
     const request = {
+        signal: limit.signal,
         method: 'POST',
         headers: { 'Content-Type': 'application/json' },
         body: JSON.stringify(content),
     };
-    const reply = await fetch(path, request).catch(() => {
-        throw new Error('The service cannot be reached.');
-    });
-    const body = await reply.json().catch(() => ({}));
+    let reply = null;
+    let body = {};
+    try {
+        reply = await fetch(path, request);
+        body = await reply.json();
+    } catch {
+        if (limit.signal.aborted)
+            throw new Error('The service does not respond.');
+        if (!reply)
+            throw new Error('The service cannot be reached.');
+        if (reply.ok)
+            throw new Error('The service sent an invalid reply.');
+    } finally {
+        clearTimeout(timer);
+    }
     if (!reply.ok)
         throw new Error(body.error ?? `The service replied with error ${reply.status}.`);
     return body;

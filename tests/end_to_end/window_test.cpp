@@ -220,6 +220,7 @@ void WindowTest::unusualNamesArriveFromEveryIntake()
 int main(int argc, char** argv)
 {
     const quenmoor::TrustingHome home;
+    quenmoor::prepareBrowserEngine();
     const QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     quenmoor::WindowTest test(home);

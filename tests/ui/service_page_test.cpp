@@ -1,3 +1,4 @@
+#include "tests/fakes/quiet_log.h"
 #include "ui/service_page.h"
 
 #include <gtest/gtest.h>
@@ -31,6 +32,7 @@ TEST(PageUrl, encodesTheNameAndKeepsAnySessionInTheQuery)
              {session, "\xC3\xA9\xFF%41#\"<[{|}]>\n", 1,
               prefix + "%C3%A9%FF%2541%23%22%3C%5B%7B%7C%7D%5D%3E%0A&size=1"},
              {u"@evil.example/"_s, "a", 1, "?session=@evil.example/&filename=a&size=1"},
+             {u"5%#%2"_s, "%", 1, "?session=5%25#%252&filename=%25&size=1"},
              {u"a#b"_s, "a", 1, "?session=a#b&filename=a&size=1"},
              {u" \r\n\"%"_s, "a", 1, "?session=%20%0D%0A%22%25&filename=a&size=1"},
              {QString(QChar(0xD800)), "a", 1, "?session=?&filename=a&size=1"}}) {
@@ -38,6 +40,20 @@ TEST(PageUrl, encodesTheNameAndKeepsAnySessionInTheQuery)
         EXPECT_EQ(url.host(), u"service.example"_s);
         EXPECT_EQ(url.toEncoded().toStdString(), base.toStdString() + query);
     }
+}
+
+TEST(PageLog, omitsWhatExceedsItsRateAndLogsHowMuch)
+{
+    const RecordingLog recording;
+    PageLog log;
+    const PageLog::Time start;
+    for (int i = 0; i < 1000; ++i)
+        log.write("title", start);
+    EXPECT_EQ(recording.system().size(), 100U);
+    for (int i = 0; i < 9; ++i)
+        log.write("later", start + std::chrono::seconds(1));
+    EXPECT_EQ(recording.system().size(), 106U);
+    EXPECT_EQ(recording.system()[100], "900 lines about the page were omitted.");
 }
 
 TEST(Version, isThreeLeadingNumbersAndComparedFieldByField)

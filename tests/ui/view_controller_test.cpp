@@ -34,6 +34,7 @@ class FakePage : public ServicePage {
 public:
     std::vector<std::string> loads;
     LoadNumber number = 0; // of the latest load
+    bool failed = false;
 
     QWidget* widget() override { return widget_; }
     LoadNumber load(const QUrl& url, PageFor) override
@@ -41,7 +42,7 @@ public:
         loads.push_back(url.toEncoded().toStdString());
         return ++number;
     }
-    bool hasFailed() const override { return false; }
+    bool hasFailed() const override { return failed; }
 
     void signal(const QString& title, const std::optional<QString>& session = QStringLiteral("s1"),
                 const std::optional<QString>& token = {})
@@ -272,6 +273,44 @@ private Q_SLOTS:
                  std::string("https://host/page?session=(null)&filename=b&size=10"));
         with.page.signal(u"session"_s, {});
         QVERIFY(with.logged("Session value: (null)"));
+    }
+
+    void onlyTheFirstAnswerOfTheLatestLoadCounts()
+    {
+        WindowFixture with;
+        with.controller.viewDidLoad();
+        with.controller.addFiles({with.file("a"), with.file("b"), with.file("b")});
+        with.page.signal(u"token"_s); // the start page answers for no file
+        with.page.signal(u"index"_s);
+        with.page.signal(u"session"_s);
+        QCOMPARE(with.page.loads.size(), 2U);
+        with.controller.addFiles({with.file("c")}); // the page stays
+        QCOMPARE(with.page.loads.size(), 2U);
+        with.page.failed = true;
+        with.controller.updateView();
+        QCOMPARE(with.page.loads.size(), 3U);
+        with.page.failed = false;
+
+        const auto oldTitle = [&with](const QString& title) {
+            Q_EMIT with.page.titleReceived({title, u"old"_s, u"old"_s, {}, {}, {}, {}, 2});
+        };
+        for (const QString& title : {u"token"_s, u"cancel"_s, u"session"_s, u"upload"_s})
+            oldTitle(title);
+        QCOMPARE(with.queues.fileQueue().size(), 4U);
+        with.page.signal(u"token"_s, u"s1"_s, u"t"_s); // now about the first "b"
+        Q_EMIT with.page.skipRequested(3);
+        QCOMPARE(with.queues.fileQueue().size(), 3U);
+        Q_EMIT with.page.skipRequested(4); // now about the second "b", with the same URL
+        QCOMPARE(with.page.loads[3], with.page.loads[4]);
+        with.page.signal(u"cancel"_s);
+        with.page.signal(u"token"_s, u"s1"_s, u"t"_s);
+        with.page.signal(u"token"_s, u"s2"_s, u"t"_s); // the last file's page has answered
+        with.page.signal(u"cancel"_s, u"s2"_s);
+        with.controller.addFiles({with.file("a")});
+        QCOMPARE(with.page.loads.back(),
+                 std::string("https://host/page?session=s1&filename=a&size=10"));
+        QCOMPARE(with.queues.fileQueue().size(), 1U);
+        QCOMPARE(with.queues.tableList().count(), 2U);
     }
 
     void aTitleDuringAnAlertIsHandledAfterIt()

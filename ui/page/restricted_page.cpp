@@ -1,6 +1,7 @@
 #include "ui/page/restricted_page.h"
 
 #include "base/log.h"
+#include "ui/page/web_service_page.h"
 
 #include <QAuthenticator>
 #include <QGuiApplication>
@@ -28,24 +29,6 @@ bool haveSameOrigin(const QUrl& a, const QUrl& b)
     return a.scheme() == b.scheme() && a.host() == b.host() && a.port() == b.port();
 }
 
-// Sets the options that the browser engine reads from the environment when it starts.
-void configureEngine()
-{
-    // Without these, Qt stores compiled shaders on disk.
-    QCoreApplication::setAttribute(Qt::AA_DisableShaderDiskCache);
-    qputenv("QSG_RHI_DISABLE_DISK_CACHE", "1");
-
-    // The engine logs its configuration to standard error at every start.
-    QLoggingCategory::setFilterRules(QStringLiteral("qt.webenginecontext.info=false"));
-
-    const QPalette palette = QGuiApplication::palette();
-    const bool isDark = palette.color(QPalette::Window).lightness() <
-                        palette.color(QPalette::WindowText).lightness();
-    constexpr const char* kFlags = "QTWEBENGINE_CHROMIUM_FLAGS";
-    if (isDark) // selects the dark style sheet of a page that has one
-        qputenv(kFlags, qgetenv(kFlags) + " --blink-settings=preferredColorScheme=0");
-}
-
 } // namespace
 
 bool isWebUrl(const QUrl& url)
@@ -53,13 +36,34 @@ bool isWebUrl(const QUrl& url)
     return url.scheme() == u"https" || url.scheme() == u"http";
 }
 
+void prepareBrowserEngine()
+{
+    // Without these, Qt and the OpenGL drivers store compiled shaders on disk.
+    QCoreApplication::setAttribute(Qt::AA_DisableShaderDiskCache);
+    for (const char* name :
+         {"QSG_RHI_DISABLE_DISK_CACHE", "MESA_SHADER_CACHE_DISABLE", "MESA_GLSL_CACHE_DISABLE"})
+        qputenv(name, "1");
+}
+
 std::unique_ptr<QWebEngineProfile> makeProfile()
 {
-    static bool isConfigured = false;
-    if (!std::exchange(isConfigured, true))
-        configureEngine();
-    // A profile without a name is off the record.
-    return std::make_unique<QWebEngineProfile>();
+    static bool isFirst = true;
+    if (std::exchange(isFirst, false)) {
+        // The engine logs its configuration to standard error at every start.
+        QLoggingCategory::setFilterRules(QStringLiteral("qt.webenginecontext.info=false"));
+        constexpr const char* kFlags = "QTWEBENGINE_CHROMIUM_FLAGS";
+        const QPalette palette = QGuiApplication::palette();
+        const bool isDark = palette.color(QPalette::Window).lightness() <
+                            palette.color(QPalette::WindowText).lightness();
+        if (isDark) // selects the dark style sheet of a page that has one
+            qputenv(kFlags, qgetenv(kFlags) + " --blink-settings=preferredColorScheme=0");
+    }
+    // A profile without a name is off the record: what a page stores is in memory. Web SQL would
+    // still create files, so the path is one where no folder can be created.
+    auto profile = std::make_unique<QWebEngineProfile>();
+    profile->setPersistentStoragePath(QStringLiteral("/dev/null"));
+    profile->setCachePath(QStringLiteral("/dev/null"));
+    return profile;
 }
 
 RestrictedPage::RestrictedPage(QWebEngineProfile* profile, QUrl service,

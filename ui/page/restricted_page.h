@@ -15,8 +15,8 @@ namespace quenmoor {
 // Returns true for the schemes http and https.
 bool isWebUrl(const QUrl& url);
 
-// Creates an off-the-record profile. The first call configures the browser engine for the process,
-// so no other web view may exist before it. Main thread only.
+// Creates an off-the-record profile. The first call selects the colour scheme of the browser engine
+// for the process, so no other web view may exist before it. Main thread only.
 std::unique_ptr<QWebEngineProfile> makeProfile();
 
 // Main thread only. Certificates that the machine does not trust are never accepted.

@@ -46,6 +46,7 @@ WebServicePage::WebServicePage(const QString& baseUrl,
       widget_(new QStackedWidget)
 {
     qRegisterMetaType<PageSignal>();
+    loadTimer_.setObjectName(QStringLiteral("loadTimer"));
     loadTimer_.setSingleShot(true);
     loadTimer_.setInterval(limits_.load);
     responseTimer_.setInterval(limits_.response / kResponseChecks);

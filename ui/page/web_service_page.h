@@ -30,6 +30,10 @@ class LoadingPanel;
 class PageInputFilter;
 class RestrictedPage;
 
+// Sets what the browser engine and the OpenGL drivers read from the environment, so that they store
+// nothing on disk. Call it once, before the application object is created.
+void prepareBrowserEngine();
+
 // Main thread only.
 class WebServicePage : public ServicePage {
     Q_OBJECT
@@ -97,7 +101,7 @@ private:
     QUrl url_;
     State state_ = State::Empty;
     QString foreignOrigin_; // of the document, unless it is the service's
-    QTimer loadTimer_;
+    QTimer loadTimer_{this};
     QTimer responseTimer_;
     int unansweredChecks_ = 0;
 };

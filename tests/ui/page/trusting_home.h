@@ -34,13 +34,13 @@ public:
     const Certificate& certificate() const { return *certificate_; }
     const Certificate& untrustedCertificate() const { return *untrusted_; }
 
-    // Every file in the home folder, with its content.
+    // Every folder and every file in the home folder, with its content.
     std::map<std::string, std::string> files() const
     {
         std::map<std::string, std::string> found;
         for (const auto& entry : std::filesystem::recursive_directory_iterator(home_.path()))
-            if (entry.is_regular_file())
-                found[entry.path().string()] = contentOf(entry.path());
+            found[entry.path().string()] =
+                entry.is_regular_file() ? contentOf(entry.path()) : std::string();
         return found;
     }
 

@@ -21,7 +21,7 @@ namespace quenmoor {
 
 inline constexpr const char* kIndex = "/files/upload/index.html";
 
-// Answers 404 to a path without a page.
+// Answers 404 to a path without a page, and never to "/silent".
 class ScriptedService : public QSslServer {
 public:
     std::map<QByteArray, QByteArray> pages; // the html of each path
@@ -61,7 +61,7 @@ private:
         if (!request.contains("\r\n\r\n"))
             return;
         targets << request.split(' ').value(1);
-        if (head.isEmpty())
+        if (head.isEmpty() || targets.back() == "/silent")
             return;
         QTimer::singleShot(delay, &socket,
                            [this, &socket, target = targets.back()] { send(socket, target); });

@@ -2,9 +2,12 @@
 // do, and the panel that replaces it when it cannot be loaded.
 #include "tests/fakes/quiet_log.h"
 #include "tests/ui/page/web_fixture.h"
+#include "ui/page/page_input_filter.h"
 
 #include <QApplication>
 #include <QPushButton>
+#include <QSignalSpy>
+#include <QWebEngineLoadingInfo>
 #include <QWebEngineProfile>
 #include <csignal>
 
@@ -22,11 +25,13 @@ public:
     }
 
 private:
-    void pressReload()
+    void pressReload(Qt::Key key = Qt::Key_Space)
     {
         web_.reported.clear();
         auto* const button = web_.page.widget()->findChild<QPushButton*>(u"reloadButton"_s);
-        QTest::keyClick(button, Qt::Key_Space);
+        web_.page.widget()->activateWindow(); // a shortcut needs the active window
+        QVERIFY(QTest::qWaitForWindowActive(web_.page.widget()));
+        QTest::keyClick(button, key);
         QVERIFY(web_.waitForTitle(u"end"));
         QVERIFY(!web_.isPanelShown());
     }
@@ -42,7 +47,7 @@ private:
         QVERIFY(web_.waitForTitle(u"clicked"));
     }
 
-    const SilentLog log_;
+    const RecordingLog log_;
     const TrustingHome& home_;
     const std::map<std::string, std::string> files_; // of the home folder at the start
     WebFixture web_;
@@ -115,6 +120,12 @@ private Q_SLOTS:
         web_.show("<iframe src=/frame></iframe><iframe srcdoc='<title>token</title>'></iframe>"
                   "<script>onload = () => document.title = 'end'</script>");
         QCOMPARE(web_.load(web_.service.url("/other", "127.0.0.1")), u"end|end"_s);
+        const auto lines = log_.system();
+        QCOMPARE(std::count_if(lines.begin(), lines.end(),
+                               [](const std::string& line) {
+                                   return line.starts_with("The titles of https://127.0.0.1:");
+                               }),
+                 1);
     }
 
     void thePageCannotReachTheChannelOrHideItsElements()
@@ -185,7 +196,96 @@ private Q_SLOTS:
         web_.show("<title>end</title>");
         ::kill(static_cast<pid_t>(web_.view()->page()->renderProcessPid()), SIGKILL);
         QVERIFY(web_.failure().startsWith(u"The page stopped unexpectedly."));
-        pressReload();
+        pressReload(Qt::Key_F5);
+    }
+
+    void aNavigationThatEndsWithoutADocumentKeepsThePage()
+    {
+        const QString closed = ScriptedService(home_.certificate()).url("/").toString();
+        web_.show("<title>end</title>");
+        web_.service.pages["/own"] = "";
+        web_.service.head = "204 No Content";
+        int stopped = 0;
+        const auto count = [&stopped](const QWebEngineLoadingInfo& info) {
+            stopped += info.status() == QWebEngineLoadingInfo::LoadStoppedStatus;
+        };
+        connect(web_.view()->page(), &QWebEnginePage::loadingChanged, this, count);
+        for (const QString& target : {u"mailto:a@b.example"_s, u"/own"_s, closed}) {
+            stopped = 0;
+            web_.view()->page()->runJavaScript(u"location = '%1'"_s.arg(target));
+            QTRY_COMPARE(stopped, 1);
+            QCoreApplication::processEvents();
+            QVERIFY2(!web_.isPanelShown(), qPrintable(target));
+        }
+    }
+
+    void theTimeLimitEndsWithTheDocument()
+    {
+        const auto* const timer = web_.page.findChild<QTimer*>(u"loadTimer"_s);
+        web_.show("<title>end</title><img src=/silent>");
+        QVERIFY(web_.view()->page()->isLoading() && !timer->isActive() && !web_.isPanelShown());
+        web_.page.load(web_.service.url("/silent"), PageFor::Start);
+        QVERIFY(timer->isActive() && !web_.view()->isVisible());
+        QVERIFY(web_.page.widget()->findChild<QWidget*>(u"loadingPanel"_s)->isVisible());
+    }
+
+    void aPageThatBlocksIsEndedAndItsFileCanBeSkipped()
+    {
+        WebFixture web(home_.certificate(), {.response = std::chrono::seconds(3)});
+        auto* const skip = web.page.widget()->findChild<QPushButton*>(u"skipButton"_s);
+        QSignalSpy skips(&web.page, &ServicePage::skipRequested);
+        for (const PageFor purpose : {PageFor::Start, PageFor::File}) {
+            web.service.pages[kIndex] = "<title>end</title><script>onload = () => {"
+                                        "  setTimeout(() => { for (;;); }, 50); };</script>";
+            const LoadNumber load = web.page.load(web.service.url(kIndex), purpose);
+            QVERIFY(web.waitForTitle(u"end", web.reported.size()));
+            const auto process = static_cast<pid_t>(web.view()->page()->renderProcessPid());
+            QVERIFY(web.failure().startsWith(u"The upload page does not respond."));
+            QTRY_VERIFY(::kill(process, 0) != 0);
+            QCOMPARE(skip->isVisible(), purpose == PageFor::File);
+            skip->click();
+            QCOMPARE(skips.back().front().value<LoadNumber>(), load);
+        }
+    }
+
+    void inputThatBeganOnAnEarlierPageIsSwallowed()
+    {
+        struct Recorder : QObject {
+            int presses = 0;
+            bool eventFilter(QObject*, QEvent* event) override
+            {
+                if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::KeyPress)
+                    ++presses;
+                return true;
+            }
+        } recorder;
+        QWidget area;
+        QWidget page(&area);
+        page.installEventFilter(&recorder);
+        PageInputFilter filter(&area);
+        const auto press = [&](quint64 time, Qt::MouseButton button = Qt::LeftButton) {
+            recorder.presses = 0;
+            QMouseEvent event(QEvent::MouseButtonPress, {}, {}, {}, button, button, {});
+            event.setTimestamp(time);
+            QCoreApplication::sendEvent(&page, &event);
+            return recorder.presses == 1;
+        };
+        const auto key = [&](quint64 time, int code, bool repeats,
+                             Qt::KeyboardModifiers with = {}) {
+            recorder.presses = 0;
+            QKeyEvent event(QEvent::KeyPress, code, with, {}, repeats);
+            event.setTimestamp(time);
+            QCoreApplication::sendEvent(&page, &event);
+            return recorder.presses == 1;
+        };
+        QVERIFY(press(1000) && press(1100));
+        QVERIFY(!press(1200, Qt::BackButton) && !press(1300, Qt::ForwardButton));
+        QVERIFY(!key(1300, Qt::Key_Left, false, Qt::AltModifier));
+        QVERIFY(key(1500, Qt::Key_Return, false) && key(1600, Qt::Key_Return, true));
+        filter.beginLoad();
+        QVERIFY(!press(1700) && !key(1800, Qt::Key_Return, true) && !key(1850, Qt::Key_A, false));
+        QVERIFY(!key(9000, Qt::Key_Return, true)); // still held
+        QVERIFY(key(9100, Qt::Key_Return, false) && key(9200, Qt::Key_Return, true) && press(9300));
     }
 
     void anUntrustedCertificateIsNeverAccepted()
@@ -227,11 +327,17 @@ private Q_SLOTS:
 
     void nothingIsStoredInTheHomeFolder()
     {
+        web_.service.pages["/worker.js"] = "";
         web_.show(
             "<script>onload = async () => { document.cookie = 'a=b; max-age=99999';"
             "  localStorage.a = 'b'; await (await caches.open('c')).put('/d', new Response('e'));"
+            "  try { openDatabase('w', '', '', 1e6); } catch {}"
+            "  await navigator.serviceWorker.register('/worker.js').catch(() => {});"
+            "  const folder = await navigator.storage.getDirectory();"
+            "  const file = await (await folder.getFileHandle('x', { create: true }))"
+            "    .createWritable(); await file.write('y'); await file.close();"
             "  indexedDB.open('f').onsuccess = () => document.title = 'end'; };</script>");
-        QVERIFY(web_.view()->page()->profile()->isOffTheRecord());
+        QVERIFY(web_.waitForTitle(u"end"));
         QVERIFY(home_.files() == files_);
     }
 };
@@ -241,6 +347,7 @@ private Q_SLOTS:
 int main(int argc, char** argv)
 {
     const quenmoor::TrustingHome home;
+    quenmoor::prepareBrowserEngine();
     const QApplication application(argc, argv);
     quenmoor::WebServicePageTest test(home);
     return QTest::qExec(&test, argc, argv);
