@@ -43,8 +43,11 @@ void writeError(const char* text)
 [[noreturn]] void onTerminate()
 {
     const std::type_info* const type = abi::__cxa_current_exception_type();
-    const std::string cause = std::string("uncaught exception of type ") +
-                              (type != nullptr ? printableLine(type->name()) : "unknown");
+    std::string cause = "uncaught exception";
+    if (type != nullptr) {
+        const char* const plain = abi::__cxa_demangle(type->name(), nullptr, nullptr, nullptr);
+        cause += std::string(" of type ") + (plain != nullptr ? plain : type->name());
+    }
     syslog(LOG_ERR, "internal error: %s%s", cause.c_str(), note.load());
     endProcess(cause.c_str());
 }
