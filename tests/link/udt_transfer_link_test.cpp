@@ -1,9 +1,14 @@
 // The contract of the link, over real UDT and in real time.
+#include "engine/clock.h"
+#include "engine/upload_engine.h"
 #include "protocol/documents.h"
 #include "protocol/udt_congestion.h"
+#include "protocol/udt_transfer_link.h"
+#include "tests/fakes/fake_upload_view.h"
 #include "tests/fakes/hostile_peer.h"
-#include "tests/link/service_fixture.h"
+#include "tests/fakes/local_service.h"
 
+#include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/in.h>
 
@@ -16,10 +21,16 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 using std::chrono::steady_clock;
 
-struct UdtLink : ServiceFixture {
+struct UdtLink : testing::Test, LocalService {
     std::int32_t connectSocket = 0;
     std::int32_t rendezvousSocket = 0;
-    UdtTransferLink link{"localhost", server->port(), Congestion::Paced};
+    UdtTransferLink link{"localhost", startedPort(), Congestion::Paced};
+
+    std::uint16_t startedPort()
+    {
+        startServer();
+        return server->port();
+    }
 
     static std::string request(std::int64_t size)
     {
@@ -145,8 +156,13 @@ TEST_F(UdtLink, limitsItsWaitsForAServerThatDoesNotRead)
     EXPECT_LT(steady_clock::now() - start, 20s); // 180 s with the library's linger
 }
 
-TEST_F(ServiceFixture, aFileIsResumedBeyondFourGibibytes)
+TEST_F(UdtLink, resumesAFileBeyondFourGibibytes)
 {
+    const TempFolder folder;
+    UploadQueues queues;
+    FakeUploadView view;
+    SystemClock clock;
+    UploadEngine engine(queues, link, view, clock);
     constexpr std::int64_t kHeld = std::int64_t{1} << 32;
     const std::string tail = sampleContent(1'000'000);
     const auto path = folder.file("clip.mov", "");
@@ -159,7 +175,11 @@ TEST_F(ServiceFixture, aFileIsResumedBeyondFourGibibytes)
     queues.addFiles(std::array{FileUrl::fromPath(path)});
     ASSERT_TRUE(queues.acceptToken(kToken));
     view.answers = {kThirdButton};
-    send();
+    view.onReload = [&] {
+        if (queues.tableList().cell("Status", 0) == "Finished")
+            clock.end();
+    };
+    engine.uploadFile();
     std::ifstream stored(root.path() / "clip.mov", std::ios::binary);
     stored.seekg(kHeld);
     EXPECT_EQ(std::string(std::istreambuf_iterator(stored), {}), tail);

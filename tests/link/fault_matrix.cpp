@@ -1,0 +1,432 @@
+// Uploads over real UDT, in real time, with one fault in one phase each. Prints a line for every
+// cell and fails unless each file arrives with identical bytes, or fails with the right reason.
+//
+// link_fault_matrix [--long] [TEXT]: the cells whose name contains TEXT; --long adds those that
+// take minutes.
+#include "bench/udp_relay.h"
+#include "devservice/transfer_server.h"
+#include "devservice/upload_store.h"
+#include "engine/clock.h"
+#include "engine/upload_engine.h"
+#include "tests/fakes/fake_upload_view.h"
+#include "tests/fakes/quiet_log.h"
+#include "tests/fakes/temp_folder.h"
+
+#include <fmt/format.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <iostream>
+
+namespace quenmoor {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+using Kind = AttemptEventKind;
+
+constexpr std::size_t kSize = 6'000'000;
+constexpr PathQuality kPath{2ms, 0, 20e6, 50ms}; // 2.5 s for a file
+constexpr auto kCellLimit = 200s;
+constexpr std::size_t kParallel = 16;
+
+// When a fault begins: at the first event of its kind, and of its step if the kind is StepChanged.
+struct Phase {
+    const char* name;
+    Kind kind;
+    AttemptStep step{};
+};
+constexpr Phase kConnect{"connect", Kind::Started}, kMiddle{"middle", Kind::Progress},
+    kFirst{"first block", Kind::StepChanged, AttemptStep::Send};
+constexpr Phase kPhases[]{
+    kConnect,
+    {"rendezvous", Kind::StepChanged, AttemptStep::Rendezvous},
+    {"response", Kind::StepChanged, AttemptStep::Response},
+    {"confirmation", Kind::StepChanged, AttemptStep::Confirm},
+    kFirst,
+    kMiddle,
+    {"drain", Kind::StepChanged, AttemptStep::Drain}, // the last block was passed to the library
+    {"closing", Kind::StepChanged, AttemptStep::Finish}};
+
+struct Running;
+
+struct Cell {
+    std::string name;
+    Phase phase = kConnect;
+    std::function<void(Running&)> inject = {}; // on a thread of its own
+    std::vector<Fault> service = {};           // of the first attempt
+    PathQuality path = kPath;
+    std::optional<int> failures = {}; // before the file arrives; any number if there is none
+    const char* reason = "";          // part of the first failure's reason
+    bool arrives = true;
+    bool resumes = false; // the last attempt continues a copy
+    std::size_t size = kSize;
+    Congestion congestion = Congestion::Paced;
+};
+
+// One upload and its service.
+struct Running {
+    explicit Running(const Cell& what) : cell(what)
+    {
+        tokens.add("token");
+        startServer(0);
+        relay.emplace(server->port(), cell.path);
+        if (cell.phase.step == AttemptStep::Confirm) // is asked about a shorter copy
+            std::ofstream(root.path() / "clip.mov") << content.substr(0, cell.size / 2);
+        queues.addFiles(std::array{FileUrl::fromPath(path)});
+        queues.acceptToken("token");
+        server->setFaults(cell.service, 1);
+    }
+
+    // The library releases the port of a former server after some seconds.
+    void startServer(std::uint16_t port)
+    {
+        std::string error;
+        server.reset();
+        store.reset();
+        store = UploadStore::open(root.path(), error);
+        for (int tries = 0; tries < 600; ++tries) {
+            TransferServerSettings settings;
+            settings.port = port;
+            server.emplace(settings, *store, tokens);
+            if (server->start(error))
+                return;
+            std::this_thread::sleep_for(50ms);
+        }
+        throw std::runtime_error(error);
+    }
+
+    void cutFor(std::chrono::seconds time)
+    {
+        relay->setCut(true);
+        std::this_thread::sleep_for(time);
+        relay->setCut(false);
+    }
+
+    const Cell& cell;
+    const TempFolder root; // of the service
+    const TempFolder folder;
+    const std::string content = sampleContent(cell.size);
+    const std::filesystem::path path = folder.file("clip.mov", content);
+    TokenStore tokens;
+    std::unique_ptr<UploadStore> store;
+    std::optional<TransferServer> server;
+    std::optional<UdpRelay> relay;
+    UploadQueues queues;
+    SystemClock clock;
+};
+
+struct Outcome {
+    std::string problem;              // empty: as expected
+    double noticed = -1, ended = -1;  // seconds since the fault began
+    std::vector<std::string> reasons; // of the failed attempts
+    std::string rowText;
+};
+
+// Watches the events of an upload, and injects its fault.
+struct Watch : FakeUploadView {
+    void attemptChanged(const AttemptEvent& event) override
+    {
+        FakeUploadView::attemptChanged(event);
+        onEvent(event);
+    }
+    std::function<void(const AttemptEvent&)> onEvent;
+};
+
+class CellRun {
+public:
+    explicit CellRun(const Cell& cell) : cell_(cell), running_(cell) {}
+
+    Outcome run()
+    {
+        Watch view;
+        view.answer = [](const Alert&) { return kSecondButton; };
+        view.onEvent = [this](const AttemptEvent& event) { onEvent(event); };
+        UdtTransferLink link("127.0.0.1", running_.relay->port(), cell_.congestion);
+        UploadEngine engine(running_.queues, link, view, running_.clock);
+        {
+            std::jthread limit([this](const std::stop_token& stop) {
+                SystemClock clock;
+                if (clock.sleep(kCellLimit, stop) && !stop.stop_requested())
+                    running_.clock.end();
+            });
+            engine.uploadFile();
+        }
+        if (injector_.joinable())
+            injector_.join();
+        outcome_.rowText = running_.queues.tableList().cell("Status", 0);
+        outcome_.problem = problem();
+        return outcome_;
+    }
+
+private:
+    double sinceFault() const
+    {
+        return std::chrono::duration<double>(steady_clock::now() - begin_).count();
+    }
+
+    // Upload and monitor thread, never both at a time.
+    void onEvent(const AttemptEvent& event)
+    {
+        if (event.kind == cell_.phase.kind &&
+            (event.kind != Kind::StepChanged || event.step == cell_.phase.step) && !began_) {
+            began_ = true;
+            begin_ = steady_clock::now();
+            if (cell_.inject)
+                injector_ = std::thread([this] { cell_.inject(running_); });
+        }
+        if (event.kind == Kind::StepChanged && event.step == AttemptStep::Send)
+            resumed_ = event.bytes > 0;
+        if (event.kind == Kind::Failed) {
+            outcome_.noticed = outcome_.reasons.empty() ? sinceFault() : outcome_.noticed;
+            outcome_.reasons.push_back(event.reason);
+        }
+        if (event.kind == Kind::Finished || (event.kind == Kind::Failed && !cell_.arrives)) {
+            outcome_.ended = sinceFault();
+            finished_ = event.kind == Kind::Finished;
+            running_.clock.end();
+        }
+    }
+
+    std::string problem() const
+    {
+        const auto& reasons = outcome_.reasons;
+        if (!began_)
+            return "the phase was not reached";
+        if (finished_ != cell_.arrives)
+            return "the upload did not end as expected";
+        if (outcome_.rowText != (cell_.arrives ? "Finished" : "Waiting (Error)"))
+            return "wrong row text: " + outcome_.rowText;
+        if (cell_.arrives && contentOf(running_.root.path() / "clip.mov") != running_.content)
+            return "the stored bytes differ";
+        if (cell_.failures && std::ssize(reasons) != *cell_.failures)
+            return "expected failures: " + std::to_string(*cell_.failures);
+        if (std::ranges::count(reasons, "") > 0)
+            return "a failure has no reason";
+        if (*cell_.reason != '\0' &&
+            (reasons.empty() || reasons[0].find(cell_.reason) == std::string::npos))
+            return std::string("expected the reason: ") + cell_.reason;
+        if (cell_.resumes && !resumed_)
+            return "the copy was not resumed";
+        const PathCounts counts = const_cast<Running&>(running_).relay->stop();
+        if ((cell_.path.loss > 0 && counts.retransmitted == 0) ||
+            (cell_.path.duplicated > 0 && counts.duplicated == 0) ||
+            (cell_.path.reordered > 0 && counts.reordered == 0))
+            return "the path injected nothing";
+        return {};
+    }
+
+    const Cell& cell_;
+    Running running_;
+    Outcome outcome_;
+    std::thread injector_;
+    steady_clock::time_point begin_ = steady_clock::now();
+    bool began_ = false, finished_ = false, resumed_ = false;
+};
+
+// Every phase with the faults that can begin in each.
+void addPhaseCells(std::vector<Cell>& cells, bool isLong)
+{
+    const auto cut = [](std::chrono::seconds time) {
+        return [time](Running& with) { with.cutFor(time); };
+    };
+    const auto restart = [](Running& with) { with.startServer(with.server->port()); };
+    for (const Phase& phase : kPhases) {
+        const std::string at = std::string(phase.name) + ": ";
+        if (isLong)
+            cells.push_back({at + "path cut for 60 s", phase, cut(60s)});
+        cells.push_back({at + "server restarted", phase, restart});
+        cells.push_back({at + "path cut for 8 s", phase, cut(8s)});
+    }
+}
+
+// Faults of the service's documents and of its reading.
+void addServiceCells(std::vector<Cell>& cells)
+{
+    const auto add = [&](std::string name, Fault fault, int failures, const char* reason = "",
+                         bool resumes = false) -> Cell& {
+        cells.push_back({std::move(name), kConnect, {}, {fault}, kPath, failures, reason});
+        cells.back().resumes = resumes;
+        return cells.back();
+    };
+    using enum FaultKind;
+    add("rendezvous: refused", {RefuseRendezvous}, 1, "no answer to the rendezvous within 30 s");
+    add("response: none", {NeverAnswer}, 1, "no message from the server within 10 s");
+    add("response: 2 s late", {AnswerLate, 2000}, 0);
+    // A missing flag counts as true: an equal and complete copy, about which the user is asked.
+    add("response: garbage", {GarbageResponse}, 1);
+    add("response: truncated", {CutOffResponse}, 1);
+    add("middle: link closed", {DropAfter, 1'000'000}, 1, "Connection was broken", true);
+    add("middle: server stops reading", {StopReading, 500'000}, 1, "accepted no data for 10 s")
+        .size = 20'000'000;
+    add("closing: none", {NoClosingDocument}, 1, "", true);
+    add("closing: garbage", {GarbageClosing}, 1, "the server holds 0 of", true);
+    add("closing: smaller size", {SmallerFinalSize}, 1, "the server holds", true);
+    add("closing: larger size", {LargerFinalSize}, 0);
+    // The buffers of both ends hold some 24 MB when the last byte is passed to the link. The server
+    // reads them for longer than the 10 s in which the closing document has to arrive.
+    Cell& slow = add("drain: server reads slowly", {SlowReading, 1'600'000}, 0);
+    slow.size = 32'000'000;
+    slow.path = {};
+    slow.congestion = Congestion::Library;
+}
+
+void addPathCells(std::vector<Cell>& cells)
+{
+    const auto add = [&](const char* name, PathQuality quality) {
+        cells.push_back({std::string("whole: ") + name, kConnect, {}, {}, quality, 0});
+    };
+    for (const std::size_t size : {0U, 1U, 16384U}) {
+        add(fmt::format("{} bytes", size).c_str(), {});
+        cells.back().size = size;
+    }
+    add("2 % lost", {2ms, 0.02, 20e6, 50ms});
+    add("5 % duplicated", {2ms, 0, 20e6, 50ms, 0.05});
+    add("5 % reordered", {2ms, 0, 20e6, 50ms, 0, 0.05});
+    add("delayed by 150 ms", {150ms, 0, 20e6, 50ms});
+    add("limited to 8 Mbit/s", {2ms, 0, 8e6, 50ms});
+    add("lost, duplicated, reordered", {10ms, 0.01, 20e6, 50ms, 0.01, 0.02});
+    cells.push_back(cells.back());
+    cells.back().name += ", library's control";
+    cells.back().congestion = Congestion::Library;
+}
+
+void addFileCells(std::vector<Cell>& cells)
+{
+    namespace fs = std::filesystem;
+    const auto add = [&](const Phase& phase, const char* name, std::function<void(Running&)> fault,
+                         const char* reason) {
+        cells.push_back({std::string(phase.name) + ": file " + name, phase, std::move(fault)});
+        cells.back().reason = reason;
+        cells.back().arrives = *reason == '\0';
+        cells.back().failures = *reason == '\0' ? 0 : 1;
+    };
+    for (const Phase& phase : {kConnect, kFirst, kMiddle}) {
+        add(
+            phase, "grown", [](Running& with) { std::ofstream(with.path, std::ios::app) << "x"; },
+            "");
+        add(
+            phase, "truncated", [](Running& with) { fs::resize_file(with.path, 100'000); },
+            "the file");
+    }
+    const auto replace = [](Running& with, auto make) {
+        fs::remove(with.path);
+        make(with.path.c_str());
+    };
+    const auto fifo = [=](Running& with) {
+        replace(with, [](const char* path) { mkfifo(path, 0600); });
+    };
+    const auto folder = [=](Running& with) {
+        replace(with, [](const char* path) { mkdir(path, 0700); });
+    };
+    add(
+        kConnect, "deleted", [](Running& with) { fs::remove(with.path); }, "the file");
+    add(kConnect, "replaced by a FIFO", fifo, "the file");
+    add(kConnect, "replaced by a folder", folder, "the file");
+    // The open file keeps its content.
+    add(
+        kMiddle, "deleted", [](Running& with) { fs::remove(with.path); }, "");
+    add(kMiddle, "replaced by a FIFO", fifo, "");
+}
+
+// Lasts for 5 s; of the whole process, so no other cell may run.
+Cell diskFullCell()
+{
+    return {"first block: server's disk full", kFirst, [](Running&) {
+                const auto limit = [](rlim_t bytes) {
+                    const rlimit files{bytes, RLIM_INFINITY};
+                    setrlimit(RLIMIT_FSIZE, &files);
+                };
+                limit(1'000'000);
+                std::this_thread::sleep_for(5s);
+                limit(RLIM_INFINITY);
+            }};
+}
+
+std::mutex outputMutex;
+
+bool runCell(const Cell& cell)
+{
+    const Outcome outcome = CellRun(cell).run();
+    std::string reasons;
+    for (const std::string& reason : outcome.reasons)
+        reasons += (reasons.empty() ? "" : "; ") + reason;
+    const std::lock_guard lock(outputMutex);
+    const auto seconds = [](double time) { return time < 0 ? "-" : fmt::format("{:.1f}", time); };
+    fmt::print("| {} | {} | {} | {} | {} | {} |\n", cell.name, outcome.rowText,
+               outcome.reasons.size(), seconds(outcome.noticed), seconds(outcome.ended), reasons);
+    if (!outcome.problem.empty())
+        fmt::print("FAILED {}: {}\n", cell.name, outcome.problem);
+    std::fflush(stdout);
+    return outcome.problem.empty();
+}
+
+int runAll(const std::vector<Cell>& cells, std::size_t parallel)
+{
+    std::atomic<std::size_t> next{0};
+    std::atomic<int> failed{0};
+    std::vector<std::jthread> workers;
+    for (std::size_t i = 0; i < parallel; ++i)
+        workers.emplace_back([&] {
+            for (std::size_t at = 0; (at = next++) < cells.size();)
+                failed += runCell(cells[at]) ? 0 : 1;
+        });
+    workers.clear();
+    return failed;
+}
+
+std::ptrdiff_t entries(const char* folder)
+{
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+// The library frees the threads and descriptors of a connection some seconds after its end.
+bool leftNothing(std::ptrdiff_t threads, std::ptrdiff_t descriptors)
+{
+    for (int tries = 0; tries < 60; ++tries) {
+        if (entries("/proc/self/task") <= threads && entries("/proc/self/fd") <= descriptors)
+            return true;
+        std::this_thread::sleep_for(500ms);
+    }
+    fmt::print("FAILED: {} threads of {}, {} descriptors of {}\n", entries("/proc/self/task"),
+               threads, entries("/proc/self/fd"), descriptors);
+    return false;
+}
+
+int runMatrix(bool isLong, std::string_view text)
+{
+    std::vector<Cell> cells;
+    addPhaseCells(cells, isLong); // the longest first
+    addServiceCells(cells);
+    addFileCells(cells);
+    addPathCells(cells);
+    std::erase_if(cells,
+                  [&](const Cell& cell) { return cell.name.find(text) == std::string::npos; });
+    fmt::print("| phase: fault | row | failures | noticed, s | ended, s | reasons |\n"
+               "|---|---|---|---|---|---|\n");
+    UdtSocket::startLibrary(); // its own thread remains
+    const auto threads = entries("/proc/self/task");
+    const auto descriptors = entries("/proc/self/fd");
+    int failed = runAll(cells, kParallel);
+    std::size_t count = cells.size();
+    if (const Cell full = diskFullCell(); full.name.find(text) != std::string::npos) {
+        failed += runAll({full}, 1);
+        ++count;
+    }
+    failed += leftNothing(threads, descriptors) ? 0 : 1;
+    fmt::print("{} cells, {} failed\n", count, failed);
+    return failed == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+} // namespace
+} // namespace quenmoor
+
+int main(int argc, char** argv)
+{
+    const quenmoor::SilentLog silent;
+    std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit fails instead
+    const bool isLong = argc > 1 && std::string_view(argv[1]) == "--long";
+    const int text = isLong ? 2 : 1;
+    return quenmoor::runMatrix(isLong, argc > text ? argv[text] : "");
+}
