@@ -46,12 +46,12 @@ public:
     // start another process.
     void stop();
 
-public Q_SLOTS:
-    Q_SCRIPTABLE void Activate(const QVariantMap& platformData);
-    Q_SCRIPTABLE void Open(const QStringList& uris, const QVariantMap& platformData);
+    // The functions of the interface; the bus calls them.
+    Q_SCRIPTABLE Q_SLOT void Activate(const QVariantMap& platformData);
+    Q_SCRIPTABLE Q_SLOT void Open(const QStringList& uris, const QVariantMap& platformData);
     // The program has no actions: an error.
-    Q_SCRIPTABLE void ActivateAction(const QString& name, const QVariantList& parameter,
-                                     const QVariantMap& platformData);
+    Q_SCRIPTABLE Q_SLOT void ActivateAction(const QString& name, const QVariantList& parameter,
+                                            const QVariantMap& platformData);
 
 Q_SIGNALS:
     // Another process asks for the window; `files` may be empty.

@@ -36,12 +36,11 @@ Q_SIGNALS:
     // The user clicked the notification. The token may be empty.
     void clicked(const QString& activationToken);
 
-private Q_SLOTS:
-    void actionInvoked(uint id, const QString& action);
-    void activationToken(uint id, const QString& token);
-    void notificationClosed(uint id, uint reason);
-
 private:
+    Q_SLOT void actionInvoked(uint id, const QString& action);
+    Q_SLOT void activationToken(uint id, const QString& token);
+    Q_SLOT void notificationClosed(uint id, uint reason);
+
     void connectSignals();
     void sendNext();
     void onShown(const QDBusMessage& reply);

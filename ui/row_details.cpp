@@ -6,10 +6,12 @@
 
 #include <QAction>
 #include <QClipboard>
+#include <QContextMenuEvent>
 #include <QDBusMessage>
 #include <QDesktopServices>
 #include <QGuiApplication>
 #include <QLocale>
+#include <QShortcut>
 #include <QTableView>
 #include <QUrl>
 #include <algorithm>
@@ -132,6 +134,15 @@ void showInFolder(QTableView& table)
     });
 }
 
+// Qt opens the menu for the menu key only.
+void openMenu(QTableView& table)
+{
+    QWidget* const viewport = table.viewport();
+    const QPoint place = table.visualRect(table.currentIndex()).center();
+    QContextMenuEvent event(QContextMenuEvent::Keyboard, place, viewport->mapToGlobal(place));
+    QCoreApplication::sendEvent(viewport, &event);
+}
+
 } // namespace
 
 void RowHistory::add(const AttemptEvent& event)
@@ -168,6 +179,9 @@ void addRowActions(QTableView& table)
     add(u"Copy &Details"_s, QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C), copyDetails);
     add(u"&Copy Row"_s, QKeySequence(QKeySequence::Copy), copyRow);
     add(u"Show in &Folder"_s, {}, showInFolder);
+    new QShortcut(
+        QKeySequence(Qt::SHIFT | Qt::Key_F10), &table, [&table] { openMenu(table); },
+        Qt::WidgetShortcut);
     table.setContextMenuPolicy(Qt::ActionsContextMenu);
 }
 

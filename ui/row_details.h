@@ -28,7 +28,8 @@ private:
 };
 
 // Gives `table`, which shows a StatusTableModel, its context menu: Copy Details, Copy Row and Show
-// in Folder for the selected rows. The menu key opens it too. Main thread only.
+// in Folder for the selected rows. The menu key and Shift+F10 open it
+// too. Main thread only.
 void addRowActions(QTableView& table);
 
 } // namespace quenmoor

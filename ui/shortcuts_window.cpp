@@ -36,12 +36,15 @@ void showShortcuts(QWidget& window)
     dialog->setWindowTitle(u"Keyboard Shortcuts"_s);
     auto* const rows = new QFormLayout(dialog);
     rows->setHorizontalSpacing(2 * dialog->fontMetrics().height());
-    for (const QAction* const action : window.findChildren<QAction*>()) {
-        if (action->shortcuts().empty())
-            continue;
-        auto* const keys = new QLabel(keysOf(*action), dialog);
-        keys->setForegroundRole(QPalette::PlaceholderText);
-        rows->addRow(action->text().remove(u'&').remove(u'…'), keys);
+    QList<QAction*> actions = window.actions(); // first
+    for (QAction* const action : window.findChildren<QAction*>()) {
+        if (!actions.contains(action))
+            actions << action;
+    }
+    for (const QAction* const action : actions) {
+        if (!action->shortcuts().empty())
+            rows->addRow(action->text().remove(u'&').remove(u'…'),
+                         new QLabel(keysOf(*action), dialog));
     }
     auto* const buttons = new QDialogButtonBox(QDialogButtonBox::Close, dialog);
     QObject::connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::close);
