@@ -56,6 +56,7 @@ int main(int argc, char** argv)
         return printAndExit(*exit);
     const auto& options = std::get<quenmoor::PutOptions>(parsed);
     quenmoor::SystemClock clock;
-    quenmoor::UdtTransferLink link(options.host, options.port, options.congestion);
+    quenmoor::UdtTransferLink link(options.host, options.port, options.congestion,
+                                   options.rateLimit);
     return quenmoor::runPut(options, clock, link, exitWithinASecond);
 }

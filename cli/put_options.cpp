@@ -66,6 +66,28 @@ std::optional<std::chrono::seconds> readTime(std::string_view text)
     return std::chrono::seconds(*number * unit);
 }
 
+// Bytes per second: a number with an optional suffix K, M or G (powers of 1024), from 1 KiB to 1
+// TiB.
+std::optional<std::int64_t> readRate(std::string_view text)
+{
+    constexpr std::string_view kSuffixes = "KMG";
+    constexpr std::int64_t kMinRate = 1024;
+    constexpr std::int64_t kMaxRate = std::int64_t{1} << 40U;
+    std::int64_t unit = 1;
+    if (text.empty())
+        return std::nullopt;
+    if (const std::size_t suffix = kSuffixes.find(
+            static_cast<char>(std::toupper(static_cast<unsigned char>(text.back()))));
+        suffix != std::string_view::npos) {
+        unit = std::int64_t{1} << (10U * (suffix + 1));
+        text.remove_suffix(1);
+    }
+    const auto number = wholeNumber(text);
+    if (!number || *number < 1 || *number > kMaxRate / unit || *number * unit < kMinRate)
+        return std::nullopt;
+    return *number * unit;
+}
+
 // `text` may quote the arguments.
 EarlyExit usageError(const std::string& text)
 {
@@ -95,6 +117,7 @@ struct Texts {
     std::string host = kServiceHost;
     std::string retries;
     std::string giveUpAfter;
+    std::string limitRate;
     InputOptions inputs;
 };
 
@@ -137,7 +160,7 @@ void addRetryOptions(CLI::App& app, PutOptions& options, Texts& texts)
                  "Go on with the next file after one was given up");
 }
 
-void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
+void addTransferOptions(CLI::App& app, PutOptions& options, Texts& texts)
 {
     const std::map<std::string, ExistingPolicy> existing{{"ask", ExistingPolicy::Ask},
                                                          {"resume", ExistingPolicy::Resume},
@@ -145,7 +168,7 @@ void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
                                                          {"cancel", ExistingPolicy::Cancel}};
     const std::map<std::string, Congestion> congestion{{"library", Congestion::Library},
                                                        {"paced", Congestion::Paced}};
-    app.add_option("--host", host, "Transfer server; the default port is 65000")
+    app.add_option("--host", texts.host, "Transfer server; the default port is 65000")
         ->type_name("HOST[:PORT]")
         ->capture_default_str();
     app.add_option("--existing", options.existing,
@@ -155,6 +178,10 @@ void addTransferOptions(CLI::App& app, PutOptions& options, std::string& host)
         ->transform(CLI::CheckedTransformer(existing).description(""));
     app.add_flag("--allow-changed", options.allowChanged,
                  "Count a file that changed after it was queued as finished");
+    app.add_option("--limit-rate", texts.limitRate,
+                   "Send at most RATE bytes per second; a suffix K, M or G multiplies by 1024, "
+                   "1024^2 or 1024^3. Repeated packets are not counted")
+        ->type_name("RATE");
     app.add_option("--congestion", options.congestion,
                    "Congestion control: that of the transport library, or paced by a model of the "
                    "path")
@@ -189,8 +216,8 @@ std::optional<std::string> readTexts(Texts& texts, PutOptions& options)
     for (std::vector<std::string>* const list : {&options.files, &options.tokens})
         std::for_each(list->begin(), list->end(), removeMark);
     for (std::string* const text :
-         {&texts.host, &texts.retries, &texts.giveUpAfter, &texts.inputs.tokenFile,
-          &texts.inputs.filesFrom, &options.logFile})
+         {&texts.host, &texts.retries, &texts.giveUpAfter, &texts.limitRate,
+          &texts.inputs.tokenFile, &texts.inputs.filesFrom, &options.logFile})
         removeMark(*text);
     if (auto error = splitHost(texts.host, options))
         return error;
@@ -207,6 +234,13 @@ std::optional<std::string> readTexts(Texts& texts, PutOptions& options)
             return "--give-up-after: \"" + texts.giveUpAfter +
                    "\" is not a time such as 90s, 30m or 12h";
     }
+    if (!texts.limitRate.empty()) {
+        const auto rate = readRate(texts.limitRate);
+        if (!rate)
+            return "--limit-rate: \"" + texts.limitRate +
+                   "\" is not a rate from 1K to 1024G such as 500K, 20M or 1G";
+        options.rateLimit = *rate;
+    }
     return readInputs(texts.inputs, options);
 }
 
@@ -222,7 +256,7 @@ std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const*
     app.footer(kFooter);
     app.set_version_flag("--version", std::string("quenmoor-put ") + kVersion);
     addInputOptions(app, options, texts.inputs);
-    addTransferOptions(app, options, texts.host);
+    addTransferOptions(app, options, texts);
     addRetryOptions(app, options, texts);
     addOutputOptions(app, options);
 

@@ -35,6 +35,7 @@ struct PutOptions {
     ExistingPolicy existing = ExistingPolicy::Ask;
     OutputMode output = OutputMode::Human;
     Congestion congestion = kBuiltInCongestion;
+    std::int64_t rateLimit = 0; // bytes per second; 0 for none
     RetryPolicy retry{.giveUpLostSource = true};
     bool allowChanged = false; // a file that changes after it was queued counts as finished
     bool progress = false;     // a line about all files every 30 seconds, without a terminal

@@ -12,6 +12,7 @@ constexpr double kMinBacklogTime = 1'000;
 constexpr double kBurstTime = 12'000; // one and a half of the library's longest sleeps
 constexpr double kMaxCatchUp = 2'000;
 constexpr double kMaxCatchUpShallow = 300; // what a shallow buffer takes
+constexpr double kMaxLimitCatchUp = 50'000;
 constexpr double kSignalInterval = 250;
 constexpr Micros kStallTimeout = 10'000'000; // also the library's limit for room in its buffer
 constexpr Micros kCheckInterval = 10'000;
@@ -128,6 +129,12 @@ bool Pacer::waitToSend(std::size_t bytes, const std::function<bool()>& check)
                    path_.packetInterval * static_cast<double>(packets);
     backlog_ += packets;
     return true;
+}
+
+void RateLimit::onReleased(std::size_t bytes, Micros now)
+{
+    nextRelease_ = std::max(nextRelease_, static_cast<double>(now) - kMaxLimitCatchUp) +
+                   microsPerByte_ * static_cast<double>(bytes);
 }
 
 } // namespace quenmoor

@@ -88,4 +88,26 @@ private:
     Micros wakeTime_ = 0;      // when its thread wakes without a signal
 };
 
+// The rate that the user allows, whatever the path permits: a block is due when the blocks before
+// it have had their time. A late caller catches up by 50 ms at most, so that the mean is the limit
+// also on a busy machine. One thread; every time that is passed comes from one monotonic clock.
+class RateLimit {
+public:
+    // Requires a positive rate.
+    explicit RateLimit(std::int64_t bytesPerSecond)
+        : microsPerByte_(1e6 / static_cast<double>(bytesPerSecond))
+    {
+    }
+
+    // The earliest time for the next block.
+    Micros releaseTime() const { return static_cast<Micros>(nextRelease_); }
+
+    // Records that `bytes` were released at the time `now`.
+    void onReleased(std::size_t bytes, Micros now);
+
+private:
+    const double microsPerByte_;
+    double nextRelease_ = 0;
+};
+
 } // namespace quenmoor

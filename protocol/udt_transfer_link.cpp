@@ -7,15 +7,20 @@
 #include <netdb.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
-
-#include "congestion/pacer.h"
+#include <thread>
 
 namespace quenmoor {
 namespace {
 
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+
 constexpr std::size_t kReceiveSize = 65536;
+constexpr auto kRepairInterval = std::chrono::milliseconds(10);
 constexpr const char* kSendTimedOut = "the server accepted no data for 10 s";
 
 // Returns the first IPv4 address of `host`, or the wildcard address of this machine if `host` is
@@ -69,9 +74,12 @@ std::string connectFailure(const UdtSocket& socket, std::string timedOut)
 
 } // namespace
 
-UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port, Congestion congestion)
+UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port, Congestion congestion,
+                                 std::int64_t rateLimit)
     : host_(std::move(host)), port_(std::to_string(port)), congestion_(congestion)
 {
+    if (rateLimit > 0)
+        rateLimit_.emplace(rateLimit);
 }
 
 bool UdtTransferLink::connectAndSendRequest(std::int32_t& connectSocket, const std::string& text)
@@ -166,12 +174,24 @@ std::string UdtTransferLink::receiveString(std::int32_t socket)
     return {};
 }
 
+void UdtTransferLink::waitForLimit(std::int32_t socket)
+{
+    const auto release = steady_clock::time_point(microseconds(rateLimit_->releaseTime()));
+    while (steady_clock::now() < release && socketOf(socket).connected()) {
+        if (repairs_ != nullptr)
+            repairs_->send();
+        std::this_thread::sleep_until(std::min(release, steady_clock::now() + kRepairInterval));
+    }
+}
+
 std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> block)
 {
     const auto repairAndCheck = [&] {
         repairs_->send();
         return socketOf(socket).connected();
     };
+    if (rateLimit_ && !block.empty())
+        waitForLimit(socket);
     if (repairs_ != nullptr)
         repairs_->send();
     pacerTimedOut_ =
@@ -180,7 +200,12 @@ std::int32_t UdtTransferLink::send(std::int32_t socket, std::span<const char> bl
         failureReason_ = kSendTimedOut;
         return kLinkError;
     }
-    return sendOrExplain(socket, {block.data(), block.size()}).value_or(kLinkError);
+    const auto taken = sendOrExplain(socket, {block.data(), block.size()});
+    if (rateLimit_ && taken)
+        rateLimit_->onReleased(
+            static_cast<std::size_t>(*taken),
+            duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count());
+    return taken.value_or(kLinkError);
 }
 
 std::optional<std::int32_t> UdtTransferLink::sendOrExplain(std::int32_t socket,

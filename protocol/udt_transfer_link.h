@@ -6,9 +6,10 @@
 
 #include <memory>
 
+#include "congestion/pacer.h"
+
 namespace quenmoor {
 
-class Pacer;
 class Repairs;
 
 // The congestion control of a sender. The packet format does not depend on it.
@@ -33,9 +34,10 @@ inline constexpr UdtOptions kRendezvousSocketOptions{.receiveTimeout = std::chro
 // library, which then runs until the program ends.
 class UdtTransferLink : public TransferLink {
 public:
-    // `host` is a name or an IPv4 address. Every attempt looks it up again.
+    // `host` is a name or an IPv4 address. Every attempt looks it up again. send() takes at most
+    // `rateLimit` bytes per second with either congestion control; 0 for no limit.
     UdtTransferLink(std::string host, std::uint16_t port,
-                    Congestion congestion = kBuiltInCongestion);
+                    Congestion congestion = kBuiltInCongestion, std::int64_t rateLimit = 0);
 
     bool connectAndSendRequest(std::int32_t& connectSocket, const std::string& text) override;
     bool rendezvousWithServer(std::int32_t connectSocket, std::int32_t& rendezvousSocket) override;
@@ -50,6 +52,8 @@ public:
 
 private:
     UdtSocket& socketOf(std::int32_t handle);
+    // Blocks until the rate limit permits a block, or the link is lost.
+    void waitForLimit(std::int32_t socket);
     std::optional<std::int32_t> sendOrExplain(std::int32_t socket, std::string_view bytes);
     bool failWith(std::string reason);
     bool failWithOutput(const char* call);
@@ -63,6 +67,7 @@ private:
     UdtSocket rendezvousSocket_;
     UdtSocket noSocket_;             // of every other handle
     std::optional<UdpPort> udpPort_; // of both sockets, until the control of the second has it
+    std::optional<RateLimit> rateLimit_;
     // Of the rendezvous socket; null with Congestion::Library.
     std::shared_ptr<Pacer> pacer_;
     std::shared_ptr<Repairs> repairs_;

@@ -8,7 +8,7 @@ _quenmoor_put() {
       _known_hosts_real -- "$cur"
       return
       ;;
-    --token | --retries | --give-up-after)
+    --token | --retries | --give-up-after | --limit-rate)
       return
       ;;
     --token-file | --files-from | --log-file)
@@ -26,8 +26,8 @@ _quenmoor_put() {
   esac
   if [[ $cur == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W '--host --token --token-file --files-from --null --dry-run
-      --existing --allow-changed --congestion --retries --give-up-after --keep-going --progress
-      --json --quiet --log-file --verbose --version --help' -- "$cur")
+      --existing --allow-changed --limit-rate --congestion --retries --give-up-after
+      --keep-going --progress --json --quiet --log-file --verbose --version --help' -- "$cur")
     return
   fi
   _filedir

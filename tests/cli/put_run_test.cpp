@@ -24,11 +24,12 @@ TEST(PutOptionsTest, readsTheOptionsAndHasDefaults)
 {
     const auto given =
         std::get<PutOptions>(parse({"--token", "t1", "[a,b]", "--token", "[t]", "[]", "--existing",
-                                    "resume", "--congestion", "library"}));
+                                    "resume", "--congestion", "library", "--limit-rate", "20m"}));
     EXPECT_EQ(given.tokens, (std::vector<std::string>{"t1", "[t]"}));
     EXPECT_EQ(given.files, (std::vector<std::string>{"[a,b]", "[]"})); // no lists
     EXPECT_EQ(given.existing, ExistingPolicy::Resume);
     EXPECT_EQ(given.congestion, Congestion::Library);
+    EXPECT_EQ(given.rateLimit, 20 << 20);
 
     const auto omitted = std::get<PutOptions>(parse({"--token", "t", "a.mov"}));
     EXPECT_EQ(omitted.port, 65000);
@@ -96,6 +97,9 @@ TEST(PutOptionsTest, rejectsAWrongCommandLineWithItsReason)
         {"--existing", {"--token", "t", "--existing", "maybe", "a"}},
         {"--congestion", {"--token", "t", "--congestion", "none", "a"}},
         {"--quiet", {"--token", "t", "--json", "--quiet", "a"}},
+        {"not a rate", {"--token", "t", "--limit-rate", "1025G", "a"}},
+        {"not a rate", {"--token", "t", "--limit-rate", "1023", "a"}},
+        {"not a rate", {"--token", "t", "--limit-rate", "M", "a"}},
         {port, {"--host", "h:0", "--token", "t", "a"}},
         {port, {"--host", "h:65536", "--token", "t", "a"}},
         {port, {"--host", "h:-65000", "--token", "t", "a"}},

@@ -167,6 +167,28 @@ TEST_F(PacerTest, endsTheWaitWhenAnotherThreadMakesRoom)
     }
 }
 
+TEST(RateLimitTest, keepsTheMeanRateAndCatchesUpByFiftyMillisecondsAtMost)
+{
+    RateLimit limit(20 << 20);
+    Micros now = kSecond;
+    std::size_t bytes = 0;
+    const auto runUntil = [&](Micros end) {
+        while (true) {
+            now = std::max(now, limit.releaseTime() + 300); // each wake-up is late
+            if (now >= end)
+                return;
+            limit.onReleased(kBlock, now);
+            bytes += kBlock;
+        }
+    };
+    runUntil(11 * kSecond);
+    EXPECT_NEAR(static_cast<double>(bytes), 10 * (20 << 20), (20 << 20) * 0.06);
+    bytes = 0;
+    now = 20 * kSecond; // a pause
+    runUntil(20 * kSecond + 1);
+    EXPECT_NEAR(static_cast<double>(bytes), (20 << 20) * 0.05, 2 * kBlock);
+}
+
 TEST_F(PacerTest, losesNoPacketAndNoSignalBetweenThreeThreads)
 {
     constexpr int kBlocks = 3000;
