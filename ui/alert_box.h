@@ -65,7 +65,6 @@ public:
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 
-public Q_SLOTS:
     // Returns the keyboard to the window below.
     void done(int result) override;
 
