@@ -30,13 +30,6 @@ double luminance(const QColor& color)
            0.0722 * linear(color.blueF());
 }
 
-// Contrast ratio, as WCAG 2.1 defines it.
-double contrast(const QColor& a, const QColor& b)
-{
-    const auto [dark, light] = std::minmax({luminance(a), luminance(b)});
-    return (light + 0.05) / (dark + 0.05);
-}
-
 QColor mixture(const QColor& from, const QColor& to, double share)
 {
     const auto mix = [share](int a, int b) { return static_cast<int>(a + (b - a) * share); };
@@ -71,6 +64,12 @@ QFont scaledFont(QFont font, double scale)
 int cellMargin(const QFontMetrics& metrics)
 {
     return metrics.height() / 2;
+}
+
+double contrast(const QColor& a, const QColor& b)
+{
+    const auto [dark, light] = std::minmax({luminance(a), luminance(b)});
+    return (light + 0.05) / (dark + 0.05);
 }
 
 QColor withContrast(const QPalette& palette, const QColor& color,

@@ -34,6 +34,9 @@ int cellMargin(const QFontMetrics& metrics);
 // The least contrast of graphics to their background: WCAG 2.1, success criterion 1.4.11.
 inline constexpr double kGraphicsContrast = 3.0;
 
+// Contrast ratio, as WCAG 2.1 defines it: 1 to 21.
+double contrast(const QColor& a, const QColor& b);
+
 // `color`, mixed with the palette's text colour until its contrast to each of `backgrounds` is at
 // least `ratio`, as far as the palette permits.
 QColor withContrast(const QPalette& palette, const QColor& color,

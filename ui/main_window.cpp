@@ -67,7 +67,7 @@ MainWindow::MainWindow(QWidget* page)
       statusBarProgressBar(named(new FlatProgressBar, u"statusBarProgressBar"_s)),
       heading_(new QLabel),
       summary_(named(new QLabel, u"summaryLabel"_s)),
-      hint_(new QLabel),
+      hint_(named(new QLabel, u"hintLabel"_s)),
       pageFrame_(framed(webView, false)),
       uploadLine_(named(new UploadLine, u"uploadLine"_s))
 {

@@ -209,7 +209,34 @@ void StatusDelegate::paintContent(QPainter& painter, const QStyleOptionViewItem&
                               : stateColor(state, palette),
                palette.color(isFilled(cell) ? QPalette::Highlight : QPalette::Base));
     const QRect text = area.adjusted(side + cellMargin(cell.fontMetrics), 0, 0, 0);
-    paintText(painter, cell, QStyle::visualRect(cell.direction, area, text), Qt::AlignLeft);
+    if (state == UploadState::UnderWay && cell.direction == Qt::LeftToRight)
+        paintRate(painter, cell, text);
+    else
+        paintText(painter, cell, QStyle::visualRect(cell.direction, area, text), Qt::AlignLeft);
+}
+
+// The number and its unit are aligned to the right of a field of fixed width, so that the digits
+// keep their places from sample to sample.
+void StatusDelegate::paintRate(QPainter& painter, const QStyleOptionViewItem& cell,
+                               const QRect& area)
+{
+    const auto digit = std::find_if(cell.text.begin(), cell.text.end(),
+                                    [](QChar character) { return character.isDigit(); });
+    QStyleOptionViewItem lead = cell;
+    lead.text = cell.text.left(digit - cell.text.begin());
+    QStyleOptionViewItem number = cell;
+    number.text = cell.text.mid(lead.text.size());
+    const QFontMetrics& metrics = cell.fontMetrics;
+    const int leadWidth = metrics.horizontalAdvance(lead.text);
+    const int numberWidth = std::max(metrics.horizontalAdvance(QStringLiteral("000.000 MB/s")),
+                                     metrics.horizontalAdvance(number.text));
+    if (number.text.isEmpty() || leadWidth + numberWidth > area.width()) {
+        paintText(painter, cell, area, Qt::AlignLeft);
+        return;
+    }
+    paintText(painter, lead, area, Qt::AlignLeft);
+    const QRect field(area.left() + leadWidth, area.top(), numberWidth, area.height());
+    paintText(painter, number, field, Qt::AlignRight);
 }
 
 void PercentDelegate::paintContent(QPainter& painter, const QStyleOptionViewItem& cell,

@@ -62,6 +62,9 @@ public:
 protected:
     void paintContent(QPainter& painter, const QStyleOptionViewItem& cell, const QRect& area,
                       const QModelIndex& index) const override;
+
+private:
+    static void paintRate(QPainter& painter, const QStyleOptionViewItem& cell, const QRect& area);
 };
 
 // Draws a progress bar with the percentage beside it.

@@ -18,6 +18,7 @@
 #include <QPaintEvent>
 #include <QPointer>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
@@ -40,7 +41,7 @@ public:
 
     UploadingWindow()
     {
-        grid.setModel(&model);
+        window.setUploads(model);
         window.setPanelsShown(false, true);
         window.setPageShown(false);
         window.setStatusBarShown(true);
@@ -75,6 +76,14 @@ public:
                    model.refreshCurrentRow();
                })
             .first;
+    }
+    void report(std::size_t row, AttemptEventKind kind)
+    {
+        AttemptEvent event;
+        event.row = row;
+        event.kind = kind;
+        model.attemptChanged(event);
+        processAll();
     }
     QRect cellsOf(int row) const
     {
@@ -245,6 +254,96 @@ private Q_SLOTS:
         QSignalSpy changed(&with.model, &QAbstractItemModel::dataChanged);
         with.model.refreshCurrentRow();
         QCOMPARE(changed.count(), 0);
+    }
+
+    void textAndGraphicsHaveContrastInEveryPaletteAlsoAfterAChange()
+    {
+        UploadingWindow with;
+        for (std::size_t row = 0; row <= 6; ++row) // each kind; the row of the last is under way
+            with.report(row, static_cast<AttemptEventKind>(row < 6 ? 7 - row : 0));
+        with.queues.tableList().replace(0, "", 50);
+        with.window.statusBarProgressBar->setValue(50);
+        const auto areaOf = [&with](const char* name, QRect area = {}) {
+            const auto* const part = with.window.findChild<QWidget*>(QLatin1StringView(name));
+            area = area.isNull() ? part->rect() : area;
+            return QRect(part->mapTo(&with.window, area.topLeft()), area.size());
+        };
+        const auto cell = [&with](int row, int column, int left, int width) {
+            const QRect area = with.grid.visualRect(with.model.index(row, column));
+            const QPoint origin = area.topLeft() + QPoint(left, 0);
+            return QRect(with.grid.viewport()->mapTo(&with.window, origin),
+                         QSize(width, area.height()));
+        };
+        const std::vector<QRect> texts{areaOf("summaryLabel"), areaOf("hintLabel"),
+                                       areaOf("fileStatusBarLabel")};
+        std::vector<QRect> graphics{
+            areaOf("progressPanel", {-2, 40, 3, 1}), areaOf("statusBarProgressBar", {9, 0, 1, 8}),
+            areaOf("statusBarProgressBar", {99, 0, 1, 8}), cell(0, 2, 30, 1), cell(0, 2, 70, 1)};
+        for (int row = 0; row <= 7; ++row)
+            graphics.push_back(cell(row, StatusTableModel::Status, 0, 24));
+        const QPalette before = QApplication::palette();
+        for (const QPalette& palette :
+             {QPalette(QColor(0xef, 0xef, 0xef)), QPalette(QColor(0x22, 0x22, 0x22)),
+              QPalette(Qt::yellow, Qt::black, Qt::black, Qt::black, Qt::black, Qt::yellow,
+                       Qt::yellow, Qt::black, Qt::black)}) {
+            QApplication::setPalette(palette);
+            QCoreApplication::processEvents();
+            const QImage shot = with.window.grab().toImage();
+            // The highest contrast in `area` to the pixel at its top left.
+            const auto highest = [&shot](const QRect& area) {
+                double found = 1;
+                for (int y = area.top(); y <= area.bottom(); ++y)
+                    for (int x = area.left(); x <= area.right(); ++x)
+                        found = std::max(found, contrast(shot.pixelColor(area.topLeft()),
+                                                         shot.pixelColor(x, y)));
+                return found;
+            };
+            for (const QRect& area : texts)
+                QVERIFY(highest(area) >= 4.5);
+            for (const QRect& area : graphics)
+                QVERIFY(highest(area) >= 3);
+            const int zebra = qGray(shot.pixel(cell(0, 0, 0, 1).topLeft())) -
+                              qGray(shot.pixel(cell(1, 0, 0, 1).topLeft()));
+            QVERIFY(zebra != 0 && std::abs(zebra) <= 12); // 5 % of the lightness
+        }
+        QApplication::setPalette(before);
+    }
+
+    void theTableFollowsTheCurrentRowUntilTheUserScrollsAway()
+    {
+        UploadingWindow with;
+        const auto isInSight = [&with](int row) {
+            with.report(static_cast<std::size_t>(row), AttemptEventKind::Started);
+            return with.grid.viewport()->rect().contains(
+                with.grid.visualRect(with.model.index(row, 0)));
+        };
+        QVERIFY(isInSight(50));
+        with.grid.verticalScrollBar()->setValue(0); // the user scrolls
+        QVERIFY(!isInSight(51));
+        with.grid.scrollTo(with.model.index(51, 0));
+        QVERIFY(isInSight(80));
+        with.window.setPanelsShown(false, false);
+        QVERIFY(!isInSight(20));
+        with.window.setPanelsShown(false, true);
+        QVERIFY(isInSight(20));
+    }
+
+    void endedUploadsStayInSightWhileThePageCoversTheTable()
+    {
+        UploadingWindow with;
+        with.report(0, AttemptEventKind::Finished);
+        with.report(1, AttemptEventKind::Cancelled);
+        with.queues.tableList().replace(2, "Retrying in 5s", -1);
+        with.report(2, AttemptEventKind::Failed);
+        const auto* const line = with.window.findChild<QWidget*>(u"uploadLine"_s);
+        QVERIFY(!line->isVisible());
+        with.window.setPanelsShown(false, false);
+        QVERIFY(line->isVisible() && with.window.webView->isVisible()); // never an empty window
+        QStringList texts;
+        for (const QLabel* const label : line->findChildren<QLabel*>())
+            texts << label->text();
+        QCOMPARE(texts, QStringList({u"line␊feed\uFFFD.mov"_s, u"Retrying in 5s"_s,
+                                     u"1 of 100 finished, 1 canceled"_s}));
     }
 
     void theStatusBarRepaintsOnlyWhatChanged()
