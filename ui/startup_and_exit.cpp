@@ -70,7 +70,8 @@ void setApplicationNames()
     QApplication::setApplicationName(QStringLiteral("quenmoor-upload"));
     QApplication::setApplicationVersion(QString::fromStdString(versionText()));
     QApplication::setDesktopFileName(QStringLiteral("com.quenmoor.Upload"));
-    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("com.quenmoor.Upload")));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("com.quenmoor.Upload"),
+                                                 QIcon(QStringLiteral(":/ui/icon.png"))));
 }
 
 std::mutex startMutex;
