@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <mutex>
 #include <string>
 #include <typeinfo>
 
@@ -89,6 +90,8 @@ void handleFatalErrors(const char* program)
 
 void setUnfinishedUpload(std::string_view name)
 {
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
     if (name.empty()) {
         note = "";
         return;

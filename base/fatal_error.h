@@ -17,8 +17,8 @@ inline constexpr int kFatalErrorStatus = 70;
 // kFatalErrorStatus. `program` is not copied.
 void handleFatalErrors(const char* program);
 
-// Sets the name of the file that the message reports as unfinished; an empty one reports none. One
-// thread at a time.
+// Sets the name of the file that the message reports as unfinished; an empty one reports none. Any
+// thread.
 void setUnfinishedUpload(std::string_view name);
 
 } // namespace quenmoor

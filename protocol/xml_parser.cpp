@@ -23,7 +23,7 @@ using ParserHandle = std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)
 
 struct XMLparser::Handlers {
     XMLparser& reader;
-    XML_Parser parser;
+    XML_Parser parser{};
     std::size_t events = 0;
 
     static void startElement(void* self, const XML_Char* name, const XML_Char** /*attributes*/)
