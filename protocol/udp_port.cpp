@@ -12,6 +12,7 @@
 
 #ifdef __linux__
 #include <linux/filter.h>
+#include <sys/syscall.h>
 
 #include <array>
 #endif
@@ -69,6 +70,28 @@ void attachFilter(int socket)
 void attachFilter(int /*socket*/) {}
 #endif
 
+#ifdef QUENMOOR_THREAD_SANITIZER
+// The library closes the socket where ThreadSanitizer does not see it. If its creation were seen,
+// the next use of the descriptor would look like a race with it.
+int makeSocket()
+{
+    return static_cast<int>(syscall(SYS_socket, AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+}
+bool bindTo(int descriptor, const sockaddr_in& address)
+{
+    return syscall(SYS_bind, descriptor, &address, sizeof address) == 0;
+}
+#else
+int makeSocket()
+{
+    return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+bool bindTo(int descriptor, const sockaddr_in& address)
+{
+    return bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+#endif
+
 } // namespace
 
 sockaddr_in toSystem(const UdtAddress& address)
@@ -82,12 +105,12 @@ sockaddr_in toSystem(const UdtAddress& address)
 
 std::optional<UdpPort> UdpPort::open(const UdtAddress& address)
 {
-    UdpPort port(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    UdpPort port(makeSocket());
     if (port.descriptor_ < 0)
         return std::nullopt;
     attachFilter(port.descriptor_); // first: no packet may arrive without it
     const sockaddr_in system = toSystem(address);
-    if (bind(port.descriptor_, reinterpret_cast<const sockaddr*>(&system), sizeof system) != 0)
+    if (!bindTo(port.descriptor_, system))
         return std::nullopt;
     return port;
 }
