@@ -10,6 +10,7 @@
 #include "devservice/upload_store.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <functional>
 #include <thread>
@@ -141,6 +142,7 @@ int runService(const ServiceOptions& options)
 int main(int argc, char** argv)
 {
     quenmoor::prepareProcess();
+    std::signal(SIGXFSZ, SIG_IGN); // writing beyond a limit of the file size is an error then
     const auto parsed = quenmoor::parseServiceOptions(argc, argv);
     if (const auto* const exit = std::get_if<quenmoor::ServiceExit>(&parsed)) {
         std::fputs(exit->text.c_str(), exit->status == 0 ? stdout : stderr);

@@ -1,6 +1,7 @@
 #include "devservice/supervisor.h"
 
 #include "base/log.h"
+#include "base/process_setup.h"
 
 #include <fcntl.h>
 #include <sys/wait.h>
@@ -75,8 +76,13 @@ void PartStart::ready(std::uint16_t portInUse) const
 
 Supervisor::Supervisor()
 {
-    const sigset_t signals = signalSet({SIGINT, SIGTERM, SIGCHLD});
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::signal(SIGCHLD, SIG_DFL); // an inherited SIG_IGN would discard how a child ended
+    awaited_ = signalSet({SIGINT, SIGTERM, SIGCHLD});
+    pthread_sigmask(SIG_BLOCK, &awaited_, nullptr);
+    for (const int number : {SIGINT, SIGTERM}) {
+        if (isIgnored(number))
+            sigdelset(&awaited_, number);
+    }
 }
 
 bool Supervisor::start(std::string name, PartBody body)
@@ -99,9 +105,8 @@ bool Supervisor::start(std::string name, PartBody body)
 
 int Supervisor::run()
 {
-    const sigset_t signals = signalSet({SIGINT, SIGTERM, SIGCHLD});
     while (!ended_) {
-        if (awaitSignal(signals) == SIGCHLD)
+        if (awaitSignal(awaited_) == SIGCHLD)
             collectEnded();
         else
             ended_ = true;
@@ -131,6 +136,7 @@ bool Supervisor::spawn(Part& part)
 void Supervisor::runChild(const Part& part, pid_t parent, int readyPipe) const
 {
     endWith(parent);
+    std::signal(SIGTERM, SIG_DFL); // sent by stopParts()
     for (const Part& other : parts_)
         close(other.readyPipe);
     std::this_thread::sleep_for(part.delay);
@@ -183,18 +189,7 @@ void Supervisor::stopParts()
 
 void awaitTermination()
 {
-    awaitSignal(signalSet({SIGINT, SIGTERM}));
-}
-
-void prepareProcess()
-{
-    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) < 0) [[maybe_unused]]
-            const int opened = open("/dev/null", O_RDWR);
-    }
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
-    std::signal(SIGCHLD, SIG_DFL);
+    awaitSignal(signalSet({SIGTERM}));
 }
 
 } // namespace quenmoor

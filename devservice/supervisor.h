@@ -25,14 +25,15 @@ struct PartStart {
     void ready(std::uint16_t port) const;
 };
 
-// Runs in a child process with SIGINT and SIGTERM blocked; returns the exit status after one of
-// them was received or if the part cannot start.
+// Runs in a child process; returns the exit status after awaitTermination() or if the part cannot
+// start.
 using PartBody = std::function<int(const PartStart& start)>;
 
 // Used by one thread, the only one of its process.
 class Supervisor {
 public:
-    // Blocks SIGINT, SIGTERM and SIGCHLD for this process and its children.
+    // Blocks SIGINT, SIGTERM and SIGCHLD for this process and its children. Of the first two,
+    // those that the process inherited as ignored have no effect.
     Supervisor();
 
     // Starts a part and waits until it is ready. Returns false if it cannot start; run() returns
@@ -63,17 +64,13 @@ private:
     void onEnd(Part& part, int status);
     void stopParts();
 
+    sigset_t awaited_{}; // by run()
     std::vector<Part> parts_;
     int exitStatus_ = 0;
     bool ended_ = false;
 };
 
-// Returns after SIGINT or SIGTERM, which must be blocked.
+// Blocks a part until the supervisor requests it to end.
 void awaitTermination();
-
-// Opens /dev/null for those of the descriptors 0 to 2 that are closed, so that no socket or stored
-// file gets one of these numbers and receives the log; ignores the signals that a closed pipe and a
-// file size limit cause, so that the calls report errors; lets children be waited for.
-void prepareProcess();
 
 } // namespace quenmoor
