@@ -72,7 +72,8 @@ std::string progressLine(const Source& source, const AttemptEvent& event, const 
 
     // What does not fit is left out, first the rate, then the progress of the run.
     std::string end = state;
-    for (const std::string& candidate : {state + rate + all, state + all, state + rate}) {
+    for (const std::string& candidate :
+         {fmt::format("{}{}{}", state, rate, all), state + all, state + rate}) {
         if (least + columnsOf(candidate) <= width) {
             end = candidate;
             break;
