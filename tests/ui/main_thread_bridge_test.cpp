@@ -87,18 +87,6 @@ TEST_F(MainThreadBridgeTest, workThatHasBegunIsWaitedForAfterClose)
     EXPECT_TRUE(caller.get());
 }
 
-TEST_F(MainThreadBridgeTest, workMayRunTheWorkOfOtherCallers)
-{
-    bool innerRan = false;
-    auto outer = queue([&] {
-        bridge.runPending();
-        EXPECT_TRUE(innerRan);
-    });
-    auto inner = queue([&] { innerRan = true; });
-    bridge.runPending();
-    EXPECT_TRUE(outer.get() && inner.get());
-}
-
 TEST_F(MainThreadBridgeTest, aQuestionHasTheFirstAnswerThatPrecedesClose)
 {
     using Answers = std::vector<std::int32_t>;
