@@ -6,7 +6,6 @@
 
 #include <QApplication>
 #include <QFileDialog>
-#include <QFileInfo>
 #include <QLabel>
 #include <QProgressBar>
 #include <QTest>
@@ -42,7 +41,6 @@ private Q_SLOTS:
     void anExistingCopyIsTreatedAsAnswered();
     void thePageShowsNameAndSizeAndRecoversFromARefusal();
     void anOutdatedClientOpensTheDownloadPageAndEnds();
-    void anUploadResumesAfterAServerCrash();
     void aSecondAnswerReachesNoOtherFile();
     void unusualNamesArriveFromEveryIntake();
 
@@ -71,6 +69,7 @@ void WindowTest::filesArriveOnceEachAndACancelledOneDoesNot()
     QVERIFY(client.waitForStatus(1, u"Finished"_s));
     QVERIFY(service_->stored("a.mov") == content);
     QVERIFY(!std::filesystem::exists(service_->root.path() / "b.mov"));
+    QTRY_COMPARE(client.queues.uploadCount(), 0U); // the sockets are closed after the status is set
     QVERIFY(client.controller.windowShouldClose());
 }
 
@@ -96,12 +95,6 @@ void WindowTest::anExistingCopyIsTreatedAsAnswered()
     Q_EMIT client.view.statusBarChanged(u"a\nb.mov"_s, u"Upload rate: 1.000 MB/s"_s);
     QCOMPARE(client.window.filenameStatusBarLabel->text(), u"a␊b.mov"_s);
     QCOMPARE(client.window.uploadStatusBarLabel->text(), u"Upload rate: 1.000 MB/s"_s);
-
-    client.drop({client.files.file("half.mov", sampleContent(2'000'000, 7))});
-    client.answerPage("half.mov", u"upload"_s);
-    QCOMPARE(client.answerAlert(u"Cancel"_s), u"half.mov"_s);
-    QVERIFY(client.waitForStatus(1, u"Canceled"_s));
-    QVERIFY(service_->stored("half.mov") == content);
 }
 
 void WindowTest::thePageShowsNameAndSizeAndRecoversFromARefusal()
@@ -140,44 +133,25 @@ void WindowTest::anOutdatedClientOpensTheDownloadPageAndEnds()
     QCOMPARE(client.desktop.opened, std::vector{QUrl(QString::fromStdString(settings.updateUrl))});
 }
 
-void WindowTest::anUploadResumesAfterAServerCrash()
-{
-    WholeWindow client(*service_);
-    client.start();
-    service_->server->setFaults({{FaultKind::SlowReading, 10'000'000}});
-    const std::string content = sampleContent(30'000'000);
-    client.drop({client.files.file("clip.mov", content)});
-    client.answerPage("clip.mov", u"upload"_s);
-    const QString part = QString::fromStdString(service_->part("clip.mov"));
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(part).size() > 10'000'000, 30'000);
-    service_->startServer(service_->server->port());
-    QVERIFY(client.waitForStatus(0, u"Finished"_s));
-    QVERIFY(service_->stored("clip.mov") == content);
-    QVERIFY(client.window.findChild<AlertBox*>() == nullptr);
-}
-
 void WindowTest::aSecondAnswerReachesNoOtherFile()
 {
     ScriptedService pages(home_.certificate());
     pages.pages[kIndex] = R"(<input id=session value=s><input id=token value=t><script>
-        onload = () => {
-            document.title = location.search ? 'ready' : 'index';
-            document.title = location.search ? 'ready' : 'session'; };
-        onclick = () => {
-            document.title = 'upload';
-            setTimeout(() => document.title = 'token', 20); };
-        </script>)";
+        const signal = title => document.title = title;
+        onload = () => location.search ? signal('ready') : (signal('index'), signal('session'));
+        onclick = () => { signal('upload'); setTimeout(signal, 20, 'token'); };</script>)";
     WholeWindow client(*service_, pages.url(kIndex).toString());
     client.start();
     client.drop({client.files.file("a.mov", "first"), client.files.file("b.mov", "second")});
-    const auto waitForPageOf = [&client](const QString& name) {
-        return client.inPage(u"document.title == 'ready' && location.search.includes('%1') ? 'yes' "
-                             "            : ''"_s.arg(name)) == u"yes";
+    const auto inPageOf = [&client](const QString& name, const QString& script) {
+        return client.inPage(
+            u"document.title == 'ready' && location.search.includes('%1') ? %2 : ''"_s.arg(name,
+                                                                                           script));
     };
-    QVERIFY(waitForPageOf(u"a.mov"_s));
+    const QString twice = u"(onclick(), setTimeout(onclick, 10), 'clicked')"_s;
+    QCOMPARE(inPageOf(u"a.mov"_s, twice), u"clicked"_s);
     pages.delay = std::chrono::milliseconds(400); // longer than the page takes to answer twice
-    QCOMPARE(client.inPage(u"onclick(), setTimeout(onclick, 10), 'clicked'"_s), u"clicked"_s);
-    QVERIFY(waitForPageOf(u"b.mov"_s));
+    QCOMPARE(inPageOf(u"b.mov"_s, u"'shown'"_s), u"shown"_s);
     QCOMPARE(client.queues.fileQueue().size(), 1U);
     QCOMPARE(client.queues.tableList().count(), 1U);
 }

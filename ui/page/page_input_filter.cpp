@@ -68,7 +68,7 @@ bool PageInputFilter::eventFilter(QObject* receiver, QEvent* event)
     case QEvent::TouchUpdate: return isSwallowing_;
     case QEvent::KeyPress: {
         const auto& key = static_cast<const QKeyEvent&>(*event);
-        if (isHistoryKey(key) || (key.isAutoRepeat() && !isKeyFresh_))
+        if (isHistoryKey(key))
             return true;
         if (!key.isAutoRepeat())
             isKeyFresh_ = !swallowsPress(key);
