@@ -62,12 +62,18 @@ std::optional<std::int32_t> buttonFor(const std::string& line,
     return selected;
 }
 
-CopyAnswer policyAnswer(ExistingPolicy policy, const Alert& alert)
+CopyAnswer policyAnswer(ExistingPolicy policy, std::int64_t size, const Alert& alert)
 {
+    const ExistingCopy copy = alert.copy.value_or(ExistingCopy{});
     switch (policy) {
     case ExistingPolicy::Ask:
         return {kFirstButton, "There is no terminal to ask on; use --existing to choose."};
     case ExistingPolicy::Overwrite: return {kSecondButton, {}};
+    case ExistingPolicy::Skip:
+        // A server that omits a flag sets it, so that the size decides as well.
+        if (copy.equal && copy.complete && copy.size == size)
+            return {kFirstButton, {}, true};
+        [[fallthrough]];
     case ExistingPolicy::Resume:
         if (alert.buttons.size() >= 3)
             return {kThirdButton, {}};

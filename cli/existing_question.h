@@ -13,15 +13,16 @@ namespace quenmoor {
 
 struct CopyAnswer {
     std::int32_t button = kFirstButton;
-    std::string note; // why it differs from what the user may expect; may be empty
+    std::string note;  // why it differs from what the user may expect; may be empty
+    bool skip = false; // the server holds the whole file, so that the button only ends the attempt
 };
 
 // Asks about the copy of a file. Returns nullopt if the program ended during the question.
 using AskAboutCopy = std::function<std::optional<CopyAnswer>(const Source&, const Alert&)>;
 
 // The answer without a question. An answer that the alert does not offer becomes "Cancel", and so
-// does ExistingPolicy::Ask: there is no terminal then.
-CopyAnswer policyAnswer(ExistingPolicy policy, const Alert& alert);
+// does ExistingPolicy::Ask: there is no terminal then. `size` is that of the file, in bytes.
+CopyAnswer policyAnswer(ExistingPolicy policy, std::int64_t size, const Alert& alert);
 
 // Asks on the terminal, with numbered answers. One thread calls ask(), any thread abandon().
 class TerminalQuestion {

@@ -104,8 +104,8 @@ void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event,
     case AttemptEventKind::Progress: object = rateObject(source, event, run); break;
     case AttemptEventKind::Finished: object = finishedObject(source, event); break;
     case AttemptEventKind::Cancelled:
-        object = objectFor("cancelled", source);
-        object["message"] = eventText(event);
+        object = objectFor(source.state == SourceState::Skipped ? "skipped" : "cancelled", source);
+        object["message"] = eventText(source, event);
         break;
     case AttemptEventKind::GaveUp:
         object = objectFor("failed", source);
@@ -133,6 +133,7 @@ void JsonReport::summary(const RunOutcome& outcome)
            {"interrupted", outcome.interrupted},
            {"finished", outcome.finished},
            {"changed", outcome.changed},
+           {"skipped", outcome.skipped},
            {"cancelled", outcome.cancelled},
            {"unreadable", outcome.unreadable},
            {"gave_up", outcome.gaveUp},

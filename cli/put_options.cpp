@@ -165,7 +165,8 @@ void addTransferOptions(CLI::App& app, PutOptions& options, Texts& texts)
     const std::map<std::string, ExistingPolicy> existing{{"ask", ExistingPolicy::Ask},
                                                          {"resume", ExistingPolicy::Resume},
                                                          {"overwrite", ExistingPolicy::Overwrite},
-                                                         {"cancel", ExistingPolicy::Cancel}};
+                                                         {"cancel", ExistingPolicy::Cancel},
+                                                         {"skip", ExistingPolicy::Skip}};
     const std::map<std::string, Congestion> congestion{{"library", Congestion::Library},
                                                        {"paced", Congestion::Paced}};
     app.add_option("--host", texts.host, "Transfer server; the default port is 65000")
@@ -174,7 +175,7 @@ void addTransferOptions(CLI::App& app, PutOptions& options, Texts& texts)
     app.add_option("--existing", options.existing,
                    "What to do if the server already holds a copy. The default, ask, asks on a "
                    "terminal and cancels without one")
-        ->type_name("ask|resume|overwrite|cancel")
+        ->type_name("ask|resume|overwrite|cancel|skip")
         ->transform(CLI::CheckedTransformer(existing).description(""));
     app.add_flag("--allow-changed", options.allowChanged,
                  "Count a file that changed after it was queued as finished");

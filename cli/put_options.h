@@ -23,7 +23,8 @@ inline constexpr int kExitSystem = 6;     // the system refused a pipe or the up
 inline constexpr int kExitSignal = 128;   // plus the number of the signal
 
 // What to do about an existing copy on the server. Ask requires a terminal and cancels without.
-enum class ExistingPolicy : std::uint8_t { Ask, Resume, Overwrite, Cancel };
+// Skip resumes an incomplete copy and counts a complete one as sent, if it is of the same file.
+enum class ExistingPolicy : std::uint8_t { Ask, Resume, Overwrite, Cancel, Skip };
 
 enum class OutputMode : std::uint8_t { Human, Json, Quiet };
 

@@ -88,6 +88,12 @@ std::string eventText(const AttemptEvent& event)
     return statusText(event);
 }
 
+std::string eventText(const Source& source, const AttemptEvent& event)
+{
+    return source.state == SourceState::Skipped ? "skipped: the server holds the whole file"
+                                                : eventText(event);
+}
+
 std::string unreadableText(const std::string& why)
 {
     return "cannot be read: " + why;
@@ -104,6 +110,7 @@ std::string summaryText(const RunOutcome& outcome)
             text += fmt::format(", {} {}", count, state);
     };
     add(outcome.changed, "changed");
+    add(outcome.skipped, "skipped");
     add(outcome.cancelled, "cancelled");
     add(outcome.unreadable, "unreadable");
     add(outcome.gaveUp, "given up");

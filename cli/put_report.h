@@ -52,6 +52,9 @@ double averageRate(const AttemptEvent& finished);
 // "gave up after 10 attempts (rendezvous): ..."; "cancelled: ...". For other events statusText().
 std::string eventText(const AttemptEvent& event);
 
+// As above, for the event that ends `source` too: "skipped: ...".
+std::string eventText(const Source& source, const AttemptEvent& event);
+
 std::string unreadableText(const std::string& why);
 
 // "2 finished, 1 cancelled; 1.2 GB sent, 0.4 GB already on the server"

@@ -171,7 +171,7 @@ std::vector<Source> PutRun::queueSources()
 std::optional<CopyAnswer> PutRun::answer(const Source& source, const Alert& alert)
 {
     if (!asksOnTerminal(options_))
-        return policyAnswer(options_.existing, alert);
+        return policyAnswer(options_.existing, source.size, alert);
     const std::optional<std::int32_t> button = question_.ask(source.name, alert);
     if (!button)
         return std::nullopt;

@@ -65,7 +65,8 @@ SourceState PutView::stateAfter(const AttemptEvent& event, const Source& source)
     switch (event.kind) {
     case AttemptEventKind::Finished:
         return event.sourceChanged && !allowChanged_ ? SourceState::Changed : SourceState::Finished;
-    case AttemptEventKind::Cancelled: return SourceState::Cancelled;
+    case AttemptEventKind::Cancelled:
+        return skipping_ ? SourceState::Skipped : SourceState::Cancelled;
     case AttemptEventKind::GaveUp:
         // The reason decides: a file that the server refused may have been deleted since then.
         return event.sourceLost ||
@@ -83,8 +84,9 @@ SourceState PutView::stateAfter(const AttemptEvent& event, const Source& source)
 
 RunProgress PutView::progressAfter(const AttemptEvent& event)
 {
-    const bool sent =
-        current_.state == SourceState::Finished || current_.state == SourceState::Changed;
+    const bool sent = current_.state == SourceState::Finished ||
+                      current_.state == SourceState::Changed ||
+                      current_.state == SourceState::Skipped;
     const bool ended = sent || current_.state != SourceState::Queued;
     if (sent)
         doneBytes_ += current_.size;
@@ -127,7 +129,9 @@ std::optional<std::int32_t> PutView::runModal(const Alert& alert)
     const std::optional<CopyAnswer> answer = ask_(current_, alert);
     if (!answer)
         return std::nullopt;
-    report_.answered(current_, answerText(alert, *answer));
+    skipping_ = answer->skip;
+    if (!skipping_)
+        report_.answered(current_, answerText(alert, *answer));
     return answer->button;
 }
 

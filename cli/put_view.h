@@ -54,6 +54,7 @@ private:
     std::int64_t doneBytes_ = 0;   // of the files on the server
 
     Source current_;
+    bool skipping_ = false; // the current file will be Skipped
 
     std::atomic<bool> closed_{false}; // any thread
 

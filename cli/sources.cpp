@@ -70,6 +70,7 @@ RunOutcome outcomeOf(const std::vector<Source>& sources, int signal, const std::
             ++(source.state == SourceState::Finished ? outcome.finished : outcome.changed);
             outcome.resumedBytes += source.resumedBytes;
             break;
+        case SourceState::Skipped: ++outcome.skipped; break;
         case SourceState::Cancelled: ++outcome.cancelled; break;
         case SourceState::Unreadable: ++outcome.unreadable; break;
         case SourceState::GaveUp: ++outcome.gaveUp; break;

@@ -17,6 +17,7 @@ enum class SourceState : std::uint8_t {
     Queued,     // waiting, or being sent
     Finished,   // the server holds the file
     Changed,    // the server holds the file, which changed after it was queued
+    Skipped,    // the server held the whole file before the run
     Cancelled,  // the copy on the server was left unchanged
     GaveUp,     // failed too often or for too long
 };
@@ -51,6 +52,7 @@ struct RunOutcome {
     bool dryRun = false;
     std::size_t finished = 0;
     std::size_t changed = 0;
+    std::size_t skipped = 0;
     std::size_t cancelled = 0;
     std::size_t unreadable = 0;
     std::size_t gaveUp = 0;

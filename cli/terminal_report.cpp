@@ -109,7 +109,9 @@ void TerminalReport::attemptChanged(const Source& source, const AttemptEvent& ev
     case AttemptEventKind::Failed:
     case AttemptEventKind::Finished:
     case AttemptEventKind::Cancelled:
-    case AttemptEventKind::GaveUp: writeLine(labelOf(source) + ": " + eventText(event)); break;
+    case AttemptEventKind::GaveUp:
+        writeLine(labelOf(source) + ": " + eventText(source, event));
+        break;
     }
 }
 

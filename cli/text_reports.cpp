@@ -33,7 +33,7 @@ void PlainReport::attemptChanged(const Source& source, const AttemptEvent& event
         return;
     if (event.kind == AttemptEventKind::StepChanged || skipAndRemember(event, source.percent))
         return;
-    std::string text = eventText(event);
+    std::string text = eventText(source, event);
     if (event.kind == AttemptEventKind::Progress && event.firstSample)
         text = "Uploading";
     if (event.kind == AttemptEventKind::Started || event.kind == AttemptEventKind::Progress ||
@@ -90,7 +90,7 @@ void QuietReport::unreadable(const Source& source, const std::string& why)
 void QuietReport::attemptChanged(const Source& source, const AttemptEvent& event,
                                  const RunProgress& /*run*/)
 {
-    if (event.kind == AttemptEventKind::GaveUp || event.kind == AttemptEventKind::Cancelled ||
+    if (event.kind == AttemptEventKind::GaveUp || source.state == SourceState::Cancelled ||
         source.state == SourceState::Changed)
         writeLine(source, eventText(event));
 }

@@ -15,6 +15,7 @@ Alert existingFileAlert(const ResponseContainer& response)
     alert.buttons = {"Cancel", "Overwrite"};
     if (response.equal && !response.complete)
         alert.buttons.emplace_back("Resume");
+    alert.copy = {response.equal, response.complete, response.size};
     return alert;
 }
 

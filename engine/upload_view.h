@@ -11,12 +11,22 @@
 
 namespace quenmoor {
 
+// What the server reports about the copy that it holds of a file.
+struct ExistingCopy {
+    bool equal = false;    // the server takes it for the same file
+    bool complete = false; // its upload was finished
+    std::int64_t size = 0; // bytes; any value is possible
+
+    bool operator==(const ExistingCopy&) const = default;
+};
+
 // A question or a message to the user. The style is always critical. The first button is the
 // default. Without buttons the front end offers its own single "OK".
 struct Alert {
     std::string messageText;
     std::string informativeText;
     std::vector<std::string> buttons;
+    std::optional<ExistingCopy> copy = {}; // that the question is about
 
     bool operator==(const Alert&) const = default;
 };

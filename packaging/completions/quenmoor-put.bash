@@ -16,7 +16,7 @@ _quenmoor_put() {
       return
       ;;
     --existing)
-      mapfile -t COMPREPLY < <(compgen -W 'ask resume overwrite cancel' -- "$cur")
+      mapfile -t COMPREPLY < <(compgen -W 'ask resume overwrite cancel skip' -- "$cur")
       return
       ;;
     --congestion)

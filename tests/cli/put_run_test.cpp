@@ -274,6 +274,22 @@ TEST_F(PutRunTest, keepsGoingAfterAFailureAndReportsEachFileOnceAtItsPosition)
     EXPECT_EQ(failures, 3U);
 }
 
+TEST_F(PutRunTest, skipsWhatTheServerHoldsResumesPartsAndLeavesOtherFiles)
+{
+    options.existing = ExistingPolicy::Skip;
+    add("same.mov", 100);
+    add("part.mov", 100);
+    link.copies["same.mov"] = {sampleContent(100), 100};
+    link.copies["part.mov"] = {sampleContent(40), 100};
+    add("shorter.mov", 100);
+    link.copies["shorter.mov"] = {sampleContent(99), 99};
+    EXPECT_EQ(run(), kExitCancelled);
+    EXPECT_EQ(link.confirmations, (std::vector<std::string>{"cancel", "resume", "cancel"}));
+    EXPECT_EQ(link.copies["shorter.mov"].bytes, sampleContent(99));
+    expectOutput("{\"event\":\"skipped\",\"file\":\"same.mov\"");
+    expectOutput("1 finished, 1 skipped, 1 cancelled; 60 B sent");
+}
+
 TEST_F(PutRunTest, listsTheFilesOfADryRunWithoutALink)
 {
     options.output = OutputMode::Human;

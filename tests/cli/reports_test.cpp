@@ -177,7 +177,8 @@ TEST(JsonReportTest, writesWhatIsDocumented)
     PutOptions options;
     options.output = OutputMode::Json;
     options.retry = {.attempts = 2, .keepGoing = true};
-    for (const std::string name : {"refused.mov", "caf\xE9\n\".mov", "copy.mov", "missing.mov"}) {
+    for (const std::string name :
+         {"refused.mov", "caf\xE9\n\".mov", "copy.mov", "same.mov", "missing.mov"}) {
         options.files.push_back(folder.file(name, sampleContent(300000)));
         options.tokens.emplace_back("t");
     }
@@ -185,6 +186,8 @@ TEST(JsonReportTest, writesWhatIsDocumented)
     FakeTransferLink link;
     link.plans.assign(2, {LinkFault::Refuse});
     link.copies["copy.mov"] = {"other", 5};
+    link.copies["same.mov"] = {sampleContent(300000), 300000};
+    options.existing = ExistingPolicy::Skip;
     FakeClock clock;
     std::atomic<int> sleeps = 0;
     clock.onMonitorSleep = [&sleeps] { ++sleeps; };
@@ -202,6 +205,7 @@ TEST(JsonReportTest, writesWhatIsDocumented)
         last = nlohmann::json::parse(line);
     EXPECT_EQ(last["finished"], 1);
     EXPECT_EQ(last["cancelled"], 1);
+    EXPECT_EQ(last["skipped"], 1);
     EXPECT_EQ(last["bytes"], 300000);
     schema.erase("Steps");
     for (const auto& [event, members] : schema)

@@ -176,6 +176,7 @@ TEST_F(PutProgram, isSilentWithQuietAndRejectsAWrongCommandLine)
     EXPECT_EQ(quiet.output(), "");
     // Without a terminal an existing copy stays.
     EXPECT_EQ(Process(put({"clip.mov"}, {"--quiet"})).exitStatus(), 3);
+    EXPECT_EQ(Process(put({"clip.mov"}, {"--quiet", "--existing", "skip"})).exitStatus(), 0);
     EXPECT_EQ(Process({QUENMOOR_PUT, "--json"}).exitStatus(), 2);
 }
 

@@ -28,7 +28,8 @@ TEST(ExistingFile, offersToResumeOnlyTheSameUnfinishedFile)
         ResponseContainer response;
         response.equal = equal;
         response.complete = complete;
-        EXPECT_EQ(existingFileAlert(response), (Alert{"File Exists", text + words, buttons}));
+        EXPECT_EQ(existingFileAlert(response),
+                  (Alert{"File Exists", text + words, buttons, ExistingCopy{equal, complete, -1}}));
     }
 }
 
