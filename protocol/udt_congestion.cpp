@@ -44,6 +44,9 @@ public:
     {
     }
 
+    // The library's threads have used the members with the mutex held.
+    ~Sender() override { const std::lock_guard lock(mutex_); }
+
     const std::shared_ptr<Pacer> pacer;
 
     void begin(std::int64_t first)
@@ -115,25 +118,31 @@ class UdtCongestion : public CCC {
 public:
     explicit UdtCongestion(std::shared_ptr<Sender> sender) : sender_(std::move(sender)) {}
 
+    // The library does not join its other threads first.
+    ~UdtCongestion() override
+    {
+        guarded([this](Sender& /*sender*/) { sender_.reset(); });
+    }
+
     void init() override
     {
-        guarded([this] {
-            sender_->begin(static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1);
-            onFeedback([](auto&&...) {});
+        guarded([this](Sender& sender) {
+            sender.begin(static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1);
         });
+        onFeedback([](auto&&...) {});
     }
 
     void onPktSent(const CPacket* packet) override
     {
-        guarded([&] {
+        guarded([&](Sender& sender) {
             // The library exports no function for the length. m_pcData is its alias of the iov_base
             // of an iovec, whose first member that is.
             const auto* const data = reinterpret_cast<const iovec*>(&packet->m_pcData);
-            sender_->onSent({packet->m_iSeqNo,
-                             packet->m_iMsgNo,
-                             packet->m_iTimeStamp,
-                             packet->m_iID,
-                             {packet->m_pcData, data->iov_len}});
+            sender.onSent({packet->m_iSeqNo,
+                           packet->m_iMsgNo,
+                           packet->m_iTimeStamp,
+                           packet->m_iID,
+                           {packet->m_pcData, data->iov_len}});
         });
     }
 
@@ -165,7 +174,9 @@ private:
     void guarded(Function function) noexcept
     {
         try {
-            function();
+            const std::lock_guard lock(mutex_);
+            if (sender_ != nullptr)
+                function(*sender_);
         } catch (...) {
             return;
         }
@@ -175,10 +186,13 @@ private:
     template <typename Event>
     void onFeedback(Event event) noexcept
     {
-        guarded([&] {
-            sender_->onFeedback(event, [this](const PathModel& model) { apply(model); });
-            sender_->send();
+        std::shared_ptr<Sender> sender;
+        guarded([&](Sender& locked) {
+            locked.onFeedback(event, [this](const PathModel& model) { apply(model); });
+            sender = sender_;
         });
+        if (sender != nullptr)
+            sender->send();
     }
 
     void apply(const PathModel& model)
@@ -191,8 +205,10 @@ private:
         setRTO(static_cast<int>(std::min<Micros>(model.pace().timeout, INT32_MAX)));
     }
 
-    // Set once at construction.
-    const std::shared_ptr<Sender> sender_;
+    std::mutex mutex_;
+
+    // Guarded by mutex_.
+    std::shared_ptr<Sender> sender_; // until the destructor
 };
 
 class UdtCongestionFactory : public CCCVirtualFactory {

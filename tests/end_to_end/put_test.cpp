@@ -100,7 +100,7 @@ TEST_F(PutProgram, completesAnUploadDuringWhichTheTransferServerCrashes)
     while (contentOf(part).size() < 5'000'000 && std::chrono::steady_clock::now() < limit)
         std::this_thread::sleep_for(5ms);
     const std::string process = std::to_string(service->id());
-    kill(std::stoi(contentOf("/proc/" + process + "/task/" + process + "/children")), SIGSEGV);
+    kill(std::stoi(contentOf("/proc/" + process + "/task/" + process + "/children")), SIGABRT);
     EXPECT_EQ(client.exitStatus(60s), 0) << client.output();
     EXPECT_TRUE(contentOf(root.path() / "clip.mov") == content);
     service->signal(SIGTERM);
