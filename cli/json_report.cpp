@@ -12,6 +12,13 @@ using Json = nlohmann::ordered_json;
 // Of the format. Changes when a member is removed or gets another meaning, not when one is added.
 constexpr int kJsonVersion = 1;
 
+void write(std::FILE* out, const Json& object)
+{
+    const std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+    std::fwrite(line.data(), 1, line.size(), out);
+    std::fflush(out);
+}
+
 // The members that every object about a file has.
 Json objectFor(const char* event, const Source& source)
 {
@@ -68,9 +75,28 @@ Json statusObject(const Source& source, const AttemptEvent& event)
 
 } // namespace
 
+void writeCheck(std::FILE* out, const CheckOptions& options, const CheckResult& result)
+{
+    Json object{{"event", "check"},     {"version", kJsonVersion}, {"host", options.host},
+                {"port", options.port}, {"works", result.works()}, {"message", result.message}};
+    if (!result.works()) {
+        object["step"] = result.failedAt;
+        object["advice"] = result.advice;
+    }
+    if (!result.address.empty())
+        object["address"] = result.address;
+    if (result.roundTripMs > 0)
+        object["round_trip_ms"] = result.roundTripMs;
+    if (result.rendezvousMs > 0)
+        object["rendezvous_ms"] = result.rendezvousMs;
+    if (result.receiveBuffer)
+        object["receive_buffer"] = *result.receiveBuffer;
+    write(out, object);
+}
+
 JsonReport::JsonReport(std::FILE* out) : out_(out)
 {
-    write({{"event", "start"}, {"version", kJsonVersion}, {"program", kVersion}});
+    write(out_, {{"event", "start"}, {"version", kJsonVersion}, {"program", kVersion}});
 }
 
 void JsonReport::queued(const Source& source)
@@ -78,7 +104,7 @@ void JsonReport::queued(const Source& source)
     Json object = objectFor("queued", source);
     object["status"] = "Queued";
     object["percent"] = 0;
-    write(object);
+    write(out_, object);
 }
 
 void JsonReport::unreadable(const Source& source, const std::string& why)
@@ -86,14 +112,14 @@ void JsonReport::unreadable(const Source& source, const std::string& why)
     Json object = objectFor("failed", source);
     object["step"] = "open";
     object["message"] = unreadableText(why);
-    write(object);
+    write(out_, object);
 }
 
 void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event,
                                 const RunProgress& run)
 {
     if (event.kind != AttemptEventKind::GaveUp && event.kind != AttemptEventKind::StepChanged)
-        write(statusObject(source, event));
+        write(out_, statusObject(source, event));
     Json object;
     switch (event.kind) {
     case AttemptEventKind::StepChanged:
@@ -116,40 +142,33 @@ void JsonReport::attemptChanged(const Source& source, const AttemptEvent& event,
     case AttemptEventKind::Failed:
     case AttemptEventKind::Waiting: return;
     }
-    write(object);
+    write(out_, object);
 }
 
 void JsonReport::answered(const Source& source, const std::string& text)
 {
     Json object = objectFor("question", source);
     object["message"] = text;
-    write(object);
+    write(out_, object);
 }
 
 void JsonReport::summary(const RunOutcome& outcome)
 {
-    write({{"event", "summary"},
-           {"status", outcome.status},
-           {"interrupted", outcome.interrupted},
-           {"finished", outcome.finished},
-           {"changed", outcome.changed},
-           {"skipped", outcome.skipped},
-           {"cancelled", outcome.cancelled},
-           {"unreadable", outcome.unreadable},
-           {"gave_up", outcome.gaveUp},
-           {"unfinished", outcome.unfinished},
-           {"untried", outcome.untried},
-           {"bytes", outcome.sentBytes},
-           {"resumed_bytes", outcome.resumedBytes},
-           {"seconds", std::chrono::duration<double>(outcome.elapsed).count()},
-           {"message", summaryText(outcome)}});
-}
-
-void JsonReport::write(const Json& object)
-{
-    const std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
-    std::fwrite(line.data(), 1, line.size(), out_);
-    std::fflush(out_);
+    write(out_, {{"event", "summary"},
+                 {"status", outcome.status},
+                 {"interrupted", outcome.interrupted},
+                 {"finished", outcome.finished},
+                 {"changed", outcome.changed},
+                 {"skipped", outcome.skipped},
+                 {"cancelled", outcome.cancelled},
+                 {"unreadable", outcome.unreadable},
+                 {"gave_up", outcome.gaveUp},
+                 {"unfinished", outcome.unfinished},
+                 {"untried", outcome.untried},
+                 {"bytes", outcome.sentBytes},
+                 {"resumed_bytes", outcome.resumedBytes},
+                 {"seconds", std::chrono::duration<double>(outcome.elapsed).count()},
+                 {"message", summaryText(outcome)}});
 }
 
 } // namespace quenmoor

@@ -1,13 +1,15 @@
 // One JSON object per line, for programs. docs/json.md lists the members of each object.
 #pragma once
 
+#include "cli/check_command.h"
 #include "cli/put_report.h"
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <cstdio>
 
 namespace quenmoor {
+
+// Writes the result of "quenmoor-put check" as one object.
+void writeCheck(std::FILE* out, const CheckOptions& options, const CheckResult& result);
 
 // Writes and flushes each line. Bytes of a name that are not UTF-8 become U+FFFD.
 class JsonReport : public PutReport {
@@ -23,8 +25,6 @@ public:
     void summary(const RunOutcome& outcome) override;
 
 private:
-    void write(const nlohmann::ordered_json& object);
-
     std::FILE* const out_;
 };
 

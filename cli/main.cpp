@@ -1,6 +1,7 @@
 // quenmoor-put: the upload engine on the command line.
 #include "base/fatal_error.h"
 #include "base/process_setup.h"
+#include "cli/check_command.h"
 #include "cli/put_options.h"
 #include "cli/put_run.h"
 #include "engine/clock.h"
@@ -54,6 +55,8 @@ int main(int argc, char** argv)
     const auto parsed = quenmoor::parsePutOptions(argc, argv);
     if (const auto* const exit = std::get_if<quenmoor::EarlyExit>(&parsed))
         return printAndExit(*exit);
+    if (const auto* const check = std::get_if<quenmoor::CheckOptions>(&parsed))
+        return quenmoor::runCheck(*check);
     const auto& options = std::get<quenmoor::PutOptions>(parsed);
     quenmoor::SystemClock clock;
     quenmoor::UdtTransferLink link(options.host, options.port, options.congestion,

@@ -33,7 +33,8 @@ const char* const kFooter = "Exit status:\n"
                             "and 5.";
 
 // Reads "HOST" or "HOST:PORT" into `options`. Returns an error message for any other text.
-std::optional<std::string> splitHost(const std::string& text, PutOptions& options)
+template <typename Options>
+std::optional<std::string> splitHost(const std::string& text, Options& options)
 {
     const std::size_t colon = text.find(':');
     options.host = text.substr(0, colon);
@@ -160,6 +161,13 @@ void addRetryOptions(CLI::App& app, PutOptions& options, Texts& texts)
                  "Go on with the next file after one was given up");
 }
 
+void addHostOption(CLI::App& app, std::string& host)
+{
+    app.add_option("--host", host, "Transfer server; the default port is 65000")
+        ->type_name("HOST[:PORT]")
+        ->capture_default_str();
+}
+
 void addTransferOptions(CLI::App& app, PutOptions& options, Texts& texts)
 {
     const std::map<std::string, ExistingPolicy> existing{{"ask", ExistingPolicy::Ask},
@@ -169,9 +177,6 @@ void addTransferOptions(CLI::App& app, PutOptions& options, Texts& texts)
                                                          {"skip", ExistingPolicy::Skip}};
     const std::map<std::string, Congestion> congestion{{"library", Congestion::Library},
                                                        {"paced", Congestion::Paced}};
-    app.add_option("--host", texts.host, "Transfer server; the default port is 65000")
-        ->type_name("HOST[:PORT]")
-        ->capture_default_str();
     app.add_option("--existing", options.existing,
                    "What to do if the server already holds a copy. The default, ask, asks on a "
                    "terminal and cancels without one")
@@ -245,24 +250,12 @@ std::optional<std::string> readTexts(Texts& texts, PutOptions& options)
     return readInputs(texts.inputs, options);
 }
 
-} // namespace
-
-std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv)
+// Parses `arguments`. Returns what ends the program, or nothing.
+std::optional<EarlyExit> parse(CLI::App& app, std::vector<std::string> arguments)
 {
-    PutOptions options;
-    options.port = kTransferPort;
-    Texts texts;
-
-    CLI::App app("Sends files to a Quenmoor transfer server over UDT.", "quenmoor-put");
-    app.footer(kFooter);
     app.set_version_flag("--version", std::string("quenmoor-put ") + kVersion);
-    addInputOptions(app, options, texts.inputs);
-    addTransferOptions(app, options, texts);
-    addRetryOptions(app, options, texts);
-    addOutputOptions(app, options);
-
     try {
-        app.parse(markedArguments(argc, argv));
+        app.parse(std::move(arguments));
     } catch (const CLI::CallForHelp&) {
         return EarlyExit{kExitFinished, app.help() + "\n"};
     } catch (const CLI::CallForVersion&) {
@@ -270,6 +263,51 @@ std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const*
     } catch (const CLI::Error& error) {
         return usageError(error.what());
     }
+    return std::nullopt;
+}
+
+std::variant<PutOptions, CheckOptions, EarlyExit> parseCheck(std::vector<std::string> arguments)
+{
+    CheckOptions options;
+    options.port = kTransferPort;
+    std::string host = kServiceHost;
+    CLI::App app("Tests the path to a Quenmoor transfer server. No file is sent.",
+                 "quenmoor-put check");
+    app.footer("Exit status:\n"
+               "  0    packets pass in both directions\n"
+               "  1    they do not; the output has the reason and what to do\n"
+               "  2    wrong command line");
+    addHostOption(app, host);
+    app.add_flag("--json", options.json, "Write the result as one JSON object");
+    if (auto exit = parse(app, std::move(arguments)))
+        return *exit;
+    removeMark(host);
+    if (const auto error = splitHost(host, options))
+        return usageError(*error);
+    return options;
+}
+
+} // namespace
+
+std::variant<PutOptions, CheckOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv)
+{
+    if (argc > 1 && std::string_view(argv[1]) == "check")
+        return parseCheck(markedArguments(argc - 1, argv + 1));
+    PutOptions options;
+    options.port = kTransferPort;
+    Texts texts;
+
+    CLI::App app("Sends files to a Quenmoor transfer server over UDT. \"quenmoor-put check\" tests "
+                 "the path to the server: see quenmoor-put check --help.",
+                 "quenmoor-put");
+    app.footer(kFooter);
+    addHostOption(app, texts.host);
+    addInputOptions(app, options, texts.inputs);
+    addTransferOptions(app, options, texts);
+    addRetryOptions(app, options, texts);
+    addOutputOptions(app, options);
+    if (auto exit = parse(app, markedArguments(argc, argv)))
+        return *exit;
     if (const auto error = readTexts(texts, options))
         return usageError(*error);
     return options;

@@ -45,6 +45,13 @@ struct PutOptions {
     std::string logFile;       // diagnostics are appended to it; empty: none
 };
 
+// Of "quenmoor-put check".
+struct CheckOptions {
+    std::string host;
+    std::uint16_t port = 0;
+    bool json = false; // the result as one JSON object
+};
+
 // A command line that ends the program: what to print, on standard output if the status is
 // kExitFinished and on standard error otherwise.
 struct EarlyExit {
@@ -54,6 +61,7 @@ struct EarlyExit {
 
 // Parses the command line and reads the tokens and the list of files that it names. Prints nothing.
 // The text of an error has no control characters.
-std::variant<PutOptions, EarlyExit> parsePutOptions(int argc, const char* const* argv);
+std::variant<PutOptions, CheckOptions, EarlyExit> parsePutOptions(int argc,
+                                                                  const char* const* argv);
 
 } // namespace quenmoor

@@ -1,24 +1,22 @@
 #include "cli/put_run.h"
 
-#include "base/log.h"
 #include "base/signal_pipe.h"
 #include "base/text.h"
 #include "cli/json_report.h"
+#include "cli/put_log.h"
 #include "cli/put_view.h"
 #include "cli/sleep_inhibitor.h"
 #include "cli/terminal_report.h"
 #include "cli/text_reports.h"
 #include "engine/upload_engine.h"
 
-#include <fmt/chrono.h>
-#include <syslog.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <ctime>
 #include <memory>
 #include <system_error>
 
@@ -33,42 +31,6 @@ constexpr auto kInterruptLimit = 500ms;
 constexpr auto kFinishLimit = 5s;
 
 constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
-
-// The diagnostics go to the system log and, if requested, to a file and to standard error; never to
-// standard output, which belongs to the report. Any thread.
-class PutLogSink : public LogSink {
-public:
-    // `logFile` may be null; it is not closed.
-    PutLogSink(bool onStandardError, std::FILE* logFile)
-        : onStandardError_(onStandardError), logFile_(logFile)
-    {
-        openlog("quenmoor-put", LOG_PID, LOG_USER);
-    }
-
-    void systemLine(std::string_view line) override
-    {
-        const std::string text(line);
-        syslog(LOG_INFO, "%s", text.c_str());
-        if (onStandardError_)
-            std::fputs((text + '\n').c_str(), stderr);
-        if (logFile_ != nullptr)
-            std::fputs(fmt::format("{} {}\n", now(), text).c_str(), logFile_);
-    }
-    void outputLine(std::string_view line) override { systemLine(printableLine(line)); }
-
-private:
-    // "2026-11-22T03:43:32.125Z"
-    static std::string now()
-    {
-        timespec time{};
-        clock_gettime(CLOCK_REALTIME, &time);
-        return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:03}Z", fmt::gmtime(time.tv_sec),
-                           time.tv_nsec / 1'000'000);
-    }
-
-    const bool onStandardError_;
-    std::FILE* const logFile_;
-};
 
 // A terminal without a type, or of the type "dumb", prints control sequences.
 bool movesCursor()
@@ -250,10 +212,7 @@ int runPut(const PutOptions& options, Clock& clock, TransferLink& link,
         }
         setvbuf(logFile, nullptr, _IOLBF, BUFSIZ);
     }
-    // Never destroyed: a thread that is still blocked in the link may log after this function.
-    static auto* const log =
-        new PutLogSink(options.output == OutputMode::Json || options.verbose, logFile);
-    setLogSink(log);
+    startLog(options.output == OutputMode::Json || options.verbose, logFile);
     return PutRun(options, clock, link, logFile).run(onInterrupt);
 }
 

@@ -6,11 +6,15 @@
 
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <system_error>
 #include <thread>
 
 namespace quenmoor {
@@ -34,7 +38,8 @@ std::optional<UdtAddress> lookUp(const char* host, const char* service, std::str
     addrinfo* found = nullptr;
     const int failure = getaddrinfo(host, service, &hints, &found);
     if (failure != 0) {
-        error = gai_strerror(failure);
+        error =
+            failure == EAI_SYSTEM ? std::generic_category().message(errno) : gai_strerror(failure);
         return std::nullopt;
     }
     const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> list(found, &freeaddrinfo);
@@ -73,6 +78,32 @@ std::string connectFailure(const UdtSocket& socket, std::string timedOut)
 }
 
 } // namespace
+
+std::optional<UdtAddress> lookUpServer(const std::string& host, std::uint16_t port,
+                                       std::string& error)
+{
+    return lookUp(host.c_str(), std::to_string(port).c_str(), error);
+}
+
+std::optional<std::int32_t> grantedReceiveBuffer()
+{
+    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0)
+        return std::nullopt;
+    const int requested = kConnectSocketOptions.udpReceiveBuffer.value_or(0);
+    int granted = 0;
+    socklen_t length = sizeof granted;
+    const bool known =
+        setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &requested, sizeof requested) == 0 &&
+        getsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &granted, &length) == 0;
+    close(descriptor);
+    if (!known)
+        return std::nullopt;
+#ifdef __linux__
+    granted /= 2; // the system adds as much for its own use, see socket(7)
+#endif
+    return granted;
+}
 
 UdtTransferLink::UdtTransferLink(std::string host, std::uint16_t port, Congestion congestion,
                                  std::int64_t rateLimit)

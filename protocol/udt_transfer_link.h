@@ -29,6 +29,15 @@ inline constexpr UdtOptions kConnectSocketOptions{.udpReceiveBuffer = 5590000};
 inline constexpr UdtOptions kRendezvousSocketOptions{.receiveTimeout = std::chrono::seconds(10),
                                                      .rendezvous = true};
 
+// Returns the first IPv4 address of `host`. Blocks; may ask the network. On failure stores the
+// reason in `error`. Any thread.
+[[nodiscard]] std::optional<UdtAddress> lookUpServer(const std::string& host, std::uint16_t port,
+                                                     std::string& error);
+
+// The bytes that the system grants of the UDP receive buffer that the connect socket requests, or
+// nothing if no socket can be opened. Any thread.
+[[nodiscard]] std::optional<std::int32_t> grantedReceiveBuffer();
+
 // Keeps the sockets that it opened and gives out their handles; an operation on any other handle
 // fails. Opening a socket closes the one of the attempt before. The first attempt starts the
 // library, which then runs until the program ends.

@@ -30,6 +30,9 @@ _quenmoor_put() {
       --keep-going --progress --json --quiet --log-file --verbose --version --help' -- "$cur")
     return
   fi
+  if [[ $cword -eq 1 && -n $cur && check == "$cur"* ]]; then
+    COMPREPLY=(check)
+  fi
   _filedir
 } &&
   complete -F _quenmoor_put quenmoor-put

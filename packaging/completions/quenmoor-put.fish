@@ -20,3 +20,4 @@ complete -c quenmoor-put -s v -l verbose -d 'Write diagnostics to standard error
 complete -c quenmoor-put -l log-file -r -d 'Append diagnostics to a file'
 complete -c quenmoor-put -l version -d 'Show the version'
 complete -c quenmoor-put -s h -l help -d 'Show the help text'
+complete -c quenmoor-put -n __fish_is_first_arg -a check -d 'Test the path to the server'

@@ -1,4 +1,5 @@
 // The command line, and whole runs over a fake link and a fake clock: exit status and output.
+#include "cli/check_command.h"
 #include "cli/put_run.h"
 #include "cli/sources.h"
 #include "tests/fakes/fake_clock.h"
@@ -14,7 +15,7 @@
 namespace quenmoor {
 namespace {
 
-std::variant<PutOptions, EarlyExit> parse(std::vector<const char*> arguments)
+auto parse(std::vector<const char*> arguments)
 {
     arguments.insert(arguments.begin(), "quenmoor-put");
     return parsePutOptions(static_cast<int>(arguments.size()), arguments.data());
@@ -112,6 +113,33 @@ TEST(PutOptionsTest, rejectsAWrongCommandLineWithItsReason)
         ASSERT_NE(exit, nullptr) << text;
         EXPECT_EQ(exit->status, kExitUsage);
         EXPECT_NE(exit->text.find(text), std::string::npos) << exit->text;
+    }
+}
+
+TEST(CheckCommandTest, namesTheStepThatFailedAndWhatToDo)
+{
+    const auto options = std::get<CheckOptions>(parse({"check", "--host", "h:7", "--json"}));
+    EXPECT_EQ(options.host + std::to_string(options.port), "h7");
+    const std::tuple<LinkFault, std::string, std::string> rows[]{
+        {LinkFault::RefuseConnect, "announce", ""},
+        {LinkFault::RefuseRendezvous, "rendezvous", "connection "},
+        {LinkFault::Silent, "response", "connection rendezvous "},
+        {LinkFault::Refuse, "", "connection rendezvous response "},
+        {LinkFault::None, "", "connection rendezvous response "}};
+    for (const auto& [fault, failedAt, steps] : rows) {
+        FakeTransferLink link;
+        link.plans = {{fault}};
+        CheckResult result;
+        std::string lines;
+        checkPath(
+            link, FakeClock(),
+            [&](const auto& line) { lines += line.substr(0, line.find(':')) + ' '; }, result);
+        EXPECT_EQ(result.failedAt, failedAt);
+        EXPECT_EQ(lines, steps);
+        EXPECT_EQ(result.advice.empty(), result.works());
+        EXPECT_TRUE(link.openSockets.empty());
+        EXPECT_EQ(link.sentPerAttempt, (std::vector<std::int64_t>{0}));
+        EXPECT_NE(link.requests[0].find("<token>check</token>"), std::string::npos);
     }
 }
 

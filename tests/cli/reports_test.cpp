@@ -153,7 +153,7 @@ void check(JsonSchema& schema, const nlohmann::json& object)
 {
     const std::string event = object.at("event");
     ASSERT_TRUE(schema.contains(event)) << event;
-    const bool aboutAFile = event != "start" && event != "summary";
+    const bool aboutAFile = event != "start" && event != "summary" && event != "check";
     for (const auto& [name, value] : object.items()) {
         auto& table =
             aboutAFile && schema["Members"].contains(name) ? schema["Members"] : schema[event];
@@ -207,6 +207,14 @@ TEST(JsonReportTest, writesWhatIsDocumented)
     EXPECT_EQ(last["cancelled"], 1);
     EXPECT_EQ(last["skipped"], 1);
     EXPECT_EQ(last["bytes"], 300000);
+    CheckResult result{
+        .address = "192.0.2.1:7", .roundTripMs = 1, .rendezvousMs = 2, .receiveBuffer = 3};
+    for (const char* const step : {"resolve", ""}) {
+        result.failedAt = step;
+        testing::internal::CaptureStdout();
+        writeCheck(stdout, {"h", 7}, result);
+        check(schema, nlohmann::json::parse(testing::internal::GetCapturedStdout()));
+    }
     schema.erase("Steps");
     for (const auto& [event, members] : schema)
         for (const auto& [name, member] : members)
