@@ -1,5 +1,6 @@
 // The command line, and whole runs over a fake link and a fake clock: exit status and output.
 #include "cli/check_command.h"
+#include "cli/existing_question.h"
 #include "cli/put_run.h"
 #include "cli/sources.h"
 #include "tests/fakes/fake_clock.h"
@@ -316,6 +317,16 @@ TEST_F(PutRunTest, skipsWhatTheServerHoldsResumesPartsAndLeavesOtherFiles)
     EXPECT_EQ(link.copies["shorter.mov"].bytes, sampleContent(99));
     expectOutput("{\"event\":\"skipped\",\"file\":\"same.mov\"");
     expectOutput("1 finished, 1 skipped, 1 cancelled; 60 B sent");
+}
+
+TEST(ExistingPolicyTest, skipsNoCopyWithoutAllThreeFacts)
+{
+    const std::pair<ExistingCopy, bool> rows[]{{{true, true, 100}, true},
+                                               {{true, true, 0}, false},
+                                               {{true, false, 100}, false},
+                                               {{false, true, 100}, false}};
+    for (const auto& [copy, skip] : rows)
+        EXPECT_EQ(policyAnswer(ExistingPolicy::Skip, 100, {"", "", {"Cancel"}, copy}).skip, skip);
 }
 
 TEST_F(PutRunTest, listsTheFilesOfADryRunWithoutALink)
