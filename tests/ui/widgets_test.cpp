@@ -163,7 +163,7 @@ private Q_SLOTS:
         };
         QCOMPARE(answersTo(question_, answer), std::vector{kFirstButton});
         desktop_.openModal(nullptr, {}, question_, [](auto) {});
-        QTest::mouseDClick(button(*openBox(), 1), Qt::LeftButton);
+        QTest::mouseClick(button(*openBox(), 1), Qt::LeftButton);
         QVERIFY(openBox() != nullptr);
         openBox()->reject();
     }
