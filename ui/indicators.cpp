@@ -4,6 +4,7 @@
 
 #include <QPainter>
 #include <QPainterPath>
+#include <cmath>
 
 namespace quenmoor {
 namespace {
@@ -180,7 +181,7 @@ void FlatProgressBar::paintEvent(QPaintEvent*)
     QPainter painter(this);
     QRectF bar = rect();
     bar.setHeight(barHeight(fontMetrics()));
-    bar.moveTop((height() - static_cast<int>(bar.height())) / 2);
+    bar.moveTop(std::floor((height() - bar.height()) / 2));
     const QColor line = outline(palette());
     paintBar(painter, bar, value(),
              {active_ ? accent(palette(), QPalette::Window) : line, line,

@@ -56,6 +56,8 @@ void ViewController::viewDidLoad()
 
 void ViewController::connectParts()
 {
+    intakeTimer_.setSingleShot(true);
+    connect(&intakeTimer_, &QTimer::timeout, this, &ViewController::takeIncoming);
     window_.windowShouldClose = [this] { return windowShouldClose(); };
     connect(&window_, &MainWindow::browseRequested, this, &ViewController::browseButtonClick);
     connect(window_.mainView, &DragView::filesDropped, this, &ViewController::addFiles);
@@ -102,7 +104,7 @@ void ViewController::takeIncoming()
     const auto until = std::chrono::steady_clock::now() + kIntakeSlice;
     intake_ += deps_.queues.addFiles(std::span(incoming_).subspan(intake_.taken), until);
     if (intake_.taken < incoming_.size()) {
-        QMetaObject::invokeMethod(this, &ViewController::takeIncoming, Qt::QueuedConnection);
+        intakeTimer_.start();
     } else {
         incoming_.clear();
         if (const QString text = skippedText(intake_); !text.isEmpty())

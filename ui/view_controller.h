@@ -11,6 +11,7 @@
 #include "ui/service_page.h"
 #include "ui/status_table_model.h"
 
+#include <QTimer>
 #include <deque>
 
 namespace quenmoor {
@@ -102,6 +103,7 @@ private:
 
     std::vector<FileUrl> incoming_; // added, the first intake_.taken of them already queued
     Intake intake_;
+    QTimer intakeTimer_; // between two slices of an intake
     std::optional<QString> session_;
     bool starting_ = true;
     bool sessionSeen_ = false; // opened files wait for the first "session"
