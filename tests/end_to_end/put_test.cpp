@@ -141,7 +141,9 @@ TEST_F(PutProgram, copesWithTheDescriptorsLimitsAndSignalsOfItsCaller)
         {R"(set -o pipefail; "$0" "$@" | true)", 5},
         {R"("$0" --log-file /dev/full "$@")", 5},
         {R"("$0" --log-file /nowhere/log "$@")", 2},
+#ifndef __SANITIZE_ADDRESS__ // the undefined behaviour sanitizer needs descriptors itself
         {R"(ulimit -n 4; "$0" "$@" 3>&-)", 6},
+#endif
         {R"("$0" "$@" <&- >&-)", 0},
         {R"("$0" "$@" <&- >&- 2>&-)", 0},
         {R"(trap '' TERM; "$0" "$@" & sleep 0.5; kill $!; wait $!)", 0},

@@ -4,6 +4,7 @@
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QStyleHints>
+#include <algorithm>
 #include <utility>
 
 namespace quenmoor {
@@ -50,9 +51,20 @@ bool PageInputFilter::swallowsPress(const QInputEvent& event)
 
 bool PageInputFilter::eventFilter(QObject* receiver, QEvent* event)
 {
-    const auto* const widget = qobject_cast<QWidget*>(receiver);
-    if (widget == nullptr || !area_ || !area_->isAncestorOf(widget))
-        return false;
+    return event->isInputEvent() && isInArea(receiver) && swallows(event);
+}
+
+bool PageInputFilter::isInArea(const QObject* receiver) const
+{
+    // The receiver may be an object of the browser engine, which is built without type information:
+    // it is only compared.
+    const auto widgets = area_ ? area_->findChildren<QWidget*>() : QList<QWidget*>();
+    return std::any_of(widgets.begin(), widgets.end(),
+                       [&](const QObject* widget) { return widget == receiver; });
+}
+
+bool PageInputFilter::swallows(QEvent* event)
+{
     switch (event->type()) {
     case QEvent::MouseButtonPress:
     case QEvent::MouseButtonDblClick:

@@ -27,6 +27,8 @@ public:
     bool eventFilter(QObject* receiver, QEvent* event) override;
 
 private:
+    bool isInArea(const QObject* receiver) const;
+    bool swallows(QEvent* event);
     bool swallowsPress(const QInputEvent& event);
 
     const QPointer<QWidget> area_;
