@@ -1,7 +1,7 @@
 // The service's upload page in an embedded browser, and the panels that replace it while it loads
 // and when it has failed.
 //
-// Every load has a browser page of its own, and beginning a load deletes the previous one with its
+// Every load has its own browser page, and beginning a load deletes the previous one with its
 // process. No document of an earlier load can therefore signal a title, receive input, return by
 // the history or use the processor. The document may replace itself: every document of the
 // service's origin within a load signals for this load.
