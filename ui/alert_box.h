@@ -54,7 +54,7 @@ public:
 
     // The box is a child of the dialog that currently blocks `window`, or of `window` itself.
     // `subject` is what the alert is about, for example a file name: it is the title of the box and
-    // the first line of its body. An empty one stands for the program.
+    // the first line of its body. It is empty if the alert concerns the program.
     AlertBox(QWidget* window, const QString& subject, const Alert& alert, Now now);
 
     // Shows the box. Requests the user's attention if none of the program's windows is active.

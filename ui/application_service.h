@@ -62,7 +62,7 @@ private:
     enum class Name : quint8 { Taken, OwnedByOther, Unavailable };
 
     Name takeName(const QDeadlineTimer& limit) const;
-    // Returns false if the request came too late: its sender has opened a window of its own.
+    // Returns false if the request came too late: its sender has opened a second window.
     bool accept(const QVariantMap& platformData);
 
     QDBusConnection bus_;

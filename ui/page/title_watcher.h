@@ -33,7 +33,7 @@ public:
     Q_INVOKABLE void receiveTitle(const QJsonObject& message);
 
 Q_SIGNALS:
-    // A document of any origin exists in the main frame. None of its own scripts has run.
+    // A document of any origin exists in the main frame. No script of the page has run.
     void documentCreated(const QString& origin);
 
     // `signal` has no load number.
