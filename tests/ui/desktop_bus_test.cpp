@@ -36,6 +36,7 @@ class StandIns : public QDBusVirtualObject {
 public:
     QStringList absent; // functions that are answered with an error
     QStringList calls;
+    QString caller;              // of the latest call
     QVariantList notice;         // the arguments of the latest Notify
     std::vector<int> inhibitors; // reading ends of pipes, whose writing ends were given away
 
@@ -46,6 +47,7 @@ public:
         const QString function = call.interface().section(u'.', 2) + u'.' + call.member();
         if (call.member() == u"Notify")
             notice = call.arguments();
+        caller = call.service();
         QStringList arguments{function};
         for (const QVariant& argument : call.arguments())
             arguments << argument.toString();
@@ -197,6 +199,8 @@ private Q_SLOTS:
             {QUENMOOR_PUT, "--host", "127.0.0.1:9", "--token", "t", folder.file("a.mov", "x")});
         QVERIFY(awaitCalls({QString(kLogin).replace(u"Quenmoor Upload"_s, u"quenmoor-put"_s)}));
         const auto granted = static_cast<int>(standIns_.inhibitors.size());
+        // The inhibitor outlasts the connection, which ends once the answer was read.
+        QTRY_VERIFY(!bus_.interface()->isServiceRegistered(standIns_.caller));
         QCOMPARE(standIns_.released(), granted - 1);
         put.signal(SIGTERM);
         QTRY_COMPARE(standIns_.released(), granted);
