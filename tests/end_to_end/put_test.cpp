@@ -1,4 +1,4 @@
-// quenmoor-put against quenmoor-devservice, as processes.
+// The programs as processes.
 #include "bench/process.h"
 #include "tests/fakes/temp_folder.h"
 
@@ -56,37 +56,6 @@ TEST_F(PutProgram, keepsTheBytesOfUnusualNames)
     EXPECT_EQ(client.exitStatus(60s), 0) << client.output();
     for (const std::string& name : names)
         EXPECT_TRUE(contentOf(root.path() / name) == contentOf(files.path() / name)) << name;
-}
-
-TEST_F(PutProgram, resumesFromTheSizeOfARestartedService)
-{
-    const std::string content = sampleContent(60'000'000);
-    std::ignore = files.file("clip.mov", content);
-    startService({"--fault", "slow-reading=20000000"});
-    Process client(put({"clip.mov"}, {"--json"}));
-    const auto partSize = [part = root.path() / ".quenmoor/parts/clip.mov"] {
-        std::error_code missing; // the size is -1 then
-        return static_cast<std::int64_t>(std::filesystem::file_size(part, missing));
-    };
-    const auto limit = std::chrono::steady_clock::now() + 30s;
-    while (partSize() < 30'000'000 && std::chrono::steady_clock::now() < limit)
-        std::this_thread::sleep_for(5ms);
-    service->signal(SIGKILL);
-    ASSERT_EQ(service->exitStatus(), 128 + SIGKILL);
-    const std::int64_t held = partSize();
-    EXPECT_GE(held, 30'000'000);
-    EXPECT_LT(held, 60'000'000);
-    startService({"--fault", "slow-reading=20000000"});
-    EXPECT_EQ(client.exitStatus(90s), 0) << client.output();
-    EXPECT_TRUE(contentOf(root.path() / "clip.mov") == content);
-
-    // The first sample after the failure is beyond what the server had.
-    const std::string output = client.output();
-    EXPECT_EQ(output.find("\"event\":\"question\""), std::string::npos);
-    const std::string label = "\"bytes\":";
-    const std::size_t sample = output.find(label, output.find("Waiting (Error)"));
-    ASSERT_NE(sample, std::string::npos);
-    EXPECT_GE(std::stoll(output.substr(sample + label.size())), held);
 }
 
 TEST_F(PutProgram, completesAnUploadDuringWhichTheTransferServerCrashes)
@@ -182,40 +151,16 @@ TEST_F(PutProgram, isSilentWithQuietAndRejectsAWrongCommandLine)
     EXPECT_EQ(Process({QUENMOOR_PUT, "--json"}).exitStatus(), 2);
 }
 
-struct Phase {
-    const char* name;
-    const char* fault; // nullptr: no service
-    const char* sign;  // what the client has written when the phase begins
-
-    friend void PrintTo(const Phase& phase, std::ostream* out) { *out << phase.name; }
-};
-
-struct InterruptedPut : PutProgram, testing::WithParamInterface<Phase> {};
-
-TEST_P(InterruptedPut, exitsWithoutWaitingForTheLink)
+#ifdef QUENMOOR_UPLOAD
+TEST(WindowProgram, reportsAMissingDisplayInOneLine)
 {
-    const Phase& phase = GetParam();
-    std::ignore = files.file("clip.mov", sampleContent(40'000'000));
-    port = phase.fault != nullptr ? "0" : "9";
-    if (phase.fault != nullptr)
-        startService({"--fault", phase.fault});
-    Process client(put({"clip.mov"}, {"--json"}));
-    ASSERT_TRUE(client.waitFor(phase.sign)) << client.output();
-    std::this_thread::sleep_for(400ms); // well inside the phase
-    client.signal(SIGTERM);
-    // The program needs less than a second, a time-out of the link at least ten. The limit between
-    // them leaves room for a machine under load.
-    EXPECT_EQ(client.exitStatus(7s), 143);
-    EXPECT_NE(client.output().find("\"event\":\"summary\""), std::string::npos);
+    Process client({QUENMOOR_UPLOAD},
+                   {.terminal = true, .environment = {"QT_QPA_PLATFORM=xcb", "DISPLAY=:none"}});
+    EXPECT_EQ(client.exitStatus(), 1);
+    EXPECT_EQ(client.output().find("quenmoor-upload: cannot open a window: "), 0U);
+    EXPECT_EQ(client.output().find('\n'), client.output().size() - 1) << client.output();
 }
-
-INSTANTIATE_TEST_SUITE_P(Phases, InterruptedPut,
-                         testing::Values(Phase{"connecting", nullptr, "Connecting"},
-                                         Phase{"rendezvous", "refuse-rendezvous", "Connecting"},
-                                         Phase{"response", "never-answer", "Connecting"},
-                                         Phase{"stalled", "stop-reading=1000000", "Uploading at"},
-                                         Phase{"finish", "no-closing-document", "Connecting"}),
-                         [](const auto& phase) { return phase.param.name; });
+#endif
 
 } // namespace
 } // namespace quenmoor
