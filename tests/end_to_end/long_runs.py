@@ -1,0 +1,187 @@
+"""Long uploads with the real programs: long_runs.py small-files|large-file|window PROGRAMS SIZE.
+
+PROGRAMS is the folder of the programs, SIZE the number of files, or of GiB for large-file. Prints
+figures for each tenth of the run. Fails if a stored byte differs, a file is missing or out of order,
+or if memory, threads, descriptors or the time for a tenth grow.
+"""
+import json
+import os
+import pathlib
+import random
+import subprocess
+import sys
+import time
+
+import psutil
+
+from programs import (close_window, start, start_display, text_after, trust, windows, work_folder)
+
+
+def expect(holds, failure):
+    if not holds:
+        sys.exit(f"long_runs.py: {failure}")
+
+
+def usage(pid):
+    """Returns the MiB in memory, threads and descriptors of a process and its descendants."""
+    parts = [psutil.Process(pid)]
+    parts += parts[0].children(recursive=True)
+    return (sum(part.memory_info().rss for part in parts) >> 20,
+            sum(part.num_threads() for part in parts), sum(part.num_fds() for part in parts))
+
+
+class Growth:
+    """Compares the later tenths of a run with the first one. `programs` are names and children."""
+
+    def __init__(self, **programs):
+        self.programs = programs
+        self.tenths = []
+        self.last = time.monotonic()
+
+    def reached(self, part):
+        """Call it often, with the part of the work that is done, 0 to 1."""
+        # A program may have ended when its last file is reported.
+        if part < (len(self.tenths) + 1) / 10 - 0.01:
+            return
+        now = time.monotonic()
+        tenth = {name: usage(child.pid) for name, child in self.programs.items()}
+        self.tenths.append((now - self.last, tenth))
+        self.last = now
+        print(f"{len(self.tenths)}0 %: {self.tenths[-1][0]:.1f} s;", "; ".join(
+            "{}: {} MiB, {} threads, {} descriptors".format(name, *values)
+            for name, values in tenth.items()), flush=True)
+
+    def check(self):
+        expect(len(self.tenths) == 10, f"{len(self.tenths)} tenths instead of 10")
+        (first_seconds, first), (last_seconds, _) = self.tenths[0], self.tenths[-1]
+        expect(last_seconds < 1.5 * first_seconds + 1, "the time for a tenth has grown")
+        for name, values in first.items():
+            for i, value in enumerate(values):
+                most = max(tenth[name][i] for _, tenth in self.tenths)
+                expect(most <= 1.25 * value + 16, f"{name} has grown from {value} to {most}")
+
+
+def check_store(store, paths):
+    expect({path.name for path in store.glob("*.mov")} == {path.name for path in paths},
+           "the store has other files")
+    expect(not os.listdir(store / ".quenmoor/parts"), "the store has incomplete files")
+    for path in paths:
+        expect(subprocess.run(["cmp", path, store / path.name], check=False).returncode == 0,
+               f"{path.name} differs")
+    print(f"{len(paths)} files are identical")
+
+
+def small_files_in(folder, count):
+    folder.mkdir()
+    sizes = random.Random(count)
+    paths = [folder / f"{i:05}.mov" for i in range(count)]
+    for path in paths:
+        path.write_bytes(sizes.randbytes(sizes.randrange(100_000)))
+    return paths
+
+
+def start_service(work, programs, *options):
+    return start(programs / "quenmoor-devservice", "--root", work / "store", *options,
+                 stderr=subprocess.DEVNULL)
+
+
+def start_put(programs, address, *arguments):
+    return start(programs / "quenmoor-put", "--host", address, "--json", *arguments,
+                 stderr=subprocess.DEVNULL)
+
+
+def small_files(work, programs, count):
+    paths = small_files_in(work / "files", count)
+    (work / "list").write_text("".join(f"t\t{path}\n" for path in paths))
+    service = start_service(work, programs, "--port", "0", "--token", "t")
+    address = text_after("Listening on ", service).split(",")[0]
+    put = start_put(programs, address, "--files-from", work / "list")
+    growth = Growth(put=put, service=service)
+    rows = []
+    for event in map(json.loads, put.stdout):
+        if event["event"] == "finished":
+            rows.append(event["row"])
+            growth.reached(len(rows) / count)
+    expect(put.wait() == 0, f"quenmoor-put ended with {put.returncode}")
+    expect(rows == list(range(count)), "files are missing or out of order")
+    check_store(work / "store", paths)
+    growth.check()
+
+
+def large_file(work, programs, gib):
+    """Kills the client in the middle and the service after three quarters."""
+    size = gib << 30
+    path = work / "large.mov"
+    content = random.Random(gib)
+    with path.open("wb") as file:
+        file.truncate(size)
+        # No other block equals one of these, so that a shifted part is noticed.
+        for position in [*range(0, size, 256 << 20), min(size, 4 << 30) - 40_000, size - 65_536]:
+            file.seek(position)
+            file.write(content.randbytes(65_536))
+    service = start_service(work, programs, "--port", "0", "--token", "t")
+    address = text_after("Listening on ", service).split(",")[0]
+    growth = Growth(service=service)
+
+    def follow(put, until):
+        """Returns when `until` bytes are sent or the file is finished, then with the event."""
+        growth.programs["put"] = put
+        for event in map(json.loads, put.stdout):
+            if event["event"] == "finished":
+                return event
+            if event["event"] == "rate":
+                growth.reached(event["bytes"] / size)
+                if event["bytes"] >= until:
+                    return None
+        sys.exit(f"quenmoor-put ended with {put.wait()}")
+
+    first = start_put(programs, address, "--token", "t", path)
+    follow(first, size // 2)
+    first.kill()
+    second = start_put(programs, address, "--token", "t", "--existing", "resume", path)
+    follow(second, size * 3 // 4)
+    service.kill()
+    service.wait()
+    growth.programs["service"] = start_service(work, programs, "--port", address.split(":")[1],
+                                               "--token", "t")
+    finished = follow(second, size + 1)
+    expect(second.wait() == 0, f"quenmoor-put ended with {second.returncode}")
+    growth.reached(1)
+    resumed, sent = finished["resumed_bytes"], finished["sent_bytes"]
+    print(f"resumed at {resumed} of {size} bytes, sent {sent}")
+    unconfirmed = 64 << 20  # more than the buffers of both ends
+    expect(resumed > size // 2 - unconfirmed, "the copy was not resumed")
+    expect(resumed + sent < size + unconfirmed, "parts were sent twice")
+    check_store(work / "store", [path])
+    growth.check()
+
+
+def window(work, programs, count):
+    paths = small_files_in(work / "files", count)
+    service = start_service(work, programs, "--state", work / "state", "--auto")
+    trust(work, text_after("Certificate: ", service))
+    start_display(work)
+    os.environ["DBUS_SESSION_BUS_ADDRESS"] = "disabled:"
+    with (work / "log").open("w") as log:
+        client = start(programs / "quenmoor-upload", *paths, stderr=log)
+    growth = Growth(window=client, service=service)
+    stored, changed = 0, time.monotonic()
+    while stored < count:
+        time.sleep(0.1)
+        before, stored = stored, len(list((work / "store").glob("*.mov")))
+        growth.reached(stored / count)
+        changed = time.monotonic() if stored > before else changed
+        expect(time.monotonic() < changed + 60 and client.poll() is None,
+               f"the window stopped after {stored} files")
+    times = [(work / "store" / path.name).stat().st_mtime_ns for path in paths]
+    expect(times == sorted(times), "files are out of order")
+    time.sleep(2)  # the last status arrives after the last file
+    close_window(windows(client.pid, "Quenmoor Upload - v")[0])
+    expect(client.wait(20) == 0, f"the window ended with {client.returncode}")
+    check_store(work / "store", paths)
+    growth.check()
+
+
+with work_folder() as folder:
+    {"small-files": small_files, "large-file": large_file, "window": window}[sys.argv[1]](
+        folder, pathlib.Path(sys.argv[2]), int(sys.argv[3]))
