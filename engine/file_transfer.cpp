@@ -35,7 +35,8 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
     if (!head)
         return 0;
     attempt_.bytes = offset;
-    enterStep(AttemptStep::Send);
+    if (!enterStep(AttemptStep::Send))
+        return 0;
     SourceFile file(head->file.path());
     SendResult result{};
     {
@@ -51,10 +52,7 @@ std::int64_t UploadEngine::Upload(std::int64_t offset)
     bool confirmed = false;
     if (result == SendResult::Complete) {
         logSystem("Exited send data loop.");
-        enterStep(AttemptStep::Drain);
-        if (waitForAcknowledgement())
-            enterStep(AttemptStep::Finish);
-        confirmed = receiveFinished();
+        confirmed = enterStep(AttemptStep::Drain) && receiveFinished();
     }
     if (!confirmed) {
         closeSockets();
@@ -164,6 +162,8 @@ bool UploadEngine::waitForAcknowledgement()
 
 bool UploadEngine::receiveFinished()
 {
+    if (waitForAcknowledgement() ? !enterStep(AttemptStep::Finish) : clock_.ending())
+        return false;
     const std::string text = link_.receiveString(rendezvousSocket_);
     logSystem("{}", text);
     if (text.empty()) {

@@ -174,16 +174,17 @@ std::string UploadEngine::requestUpload(const InfoContainer& head)
     const RequestContainer request{head.file.filename(), head.token.value_or(""), head.size};
     const std::string document = buildXML(request.XMLpayload(), "RequestContainer");
     logSystem("Sending XML: {}", document);
-    if (!link_.connectAndSendRequest(connectSocket_, document))
+    if (clock_.ending() || !link_.connectAndSendRequest(connectSocket_, document))
         return {};
     logSystem("Initial connection successful.");
 
-    enterStep(AttemptStep::Rendezvous);
-    if (!link_.rendezvousWithServer(connectSocket_, rendezvousSocket_))
+    if (!enterStep(AttemptStep::Rendezvous) ||
+        !link_.rendezvousWithServer(connectSocket_, rendezvousSocket_))
         return {};
     logSystem("Rendezvous successfully connected.");
 
-    enterStep(AttemptStep::Response);
+    if (!enterStep(AttemptStep::Response))
+        return {};
     return link_.receiveString(rendezvousSocket_);
 }
 
@@ -212,7 +213,8 @@ std::int64_t UploadEngine::handleFile(std::int32_t choice, const ResponseContain
     if (!response.exists)
         return Upload(0);
 
-    enterStep(AttemptStep::Confirm);
+    if (!enterStep(AttemptStep::Confirm))
+        return 0;
     logSystem("Sending {} confirmation.", confirmationName(choice));
     const ConfirmContainer confirmation = confirmationFor(choice);
     const bool sent = link_.sendString(rendezvousSocket_,
@@ -296,10 +298,11 @@ void UploadEngine::report(AttemptEventKind kind)
     view_.attemptChanged(attempt_);
 }
 
-void UploadEngine::enterStep(AttemptStep step)
+bool UploadEngine::enterStep(AttemptStep step)
 {
     attempt_.step = step;
     report(AttemptEventKind::StepChanged);
+    return !clock_.ending();
 }
 
 void UploadEngine::statusUpdate(const std::string& status, std::int32_t percent)

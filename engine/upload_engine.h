@@ -112,7 +112,8 @@ private:
     SendResult sourceEnded(const SourceFile& file);
     // Returns false if the server acknowledged nothing for ten seconds, or the link is broken.
     bool waitForAcknowledgement();
-    // Returns true if the server confirmed at least the bytes that were sent.
+    // Waits until everything is acknowledged, and then for the closing document. Returns true if
+    // the server confirmed at least the bytes that were sent.
     bool receiveFinished();
     void logSendFailure(std::int64_t bytesRead);
     void closeAfterSuccess(SourceFile& file);
@@ -121,7 +122,9 @@ private:
     // Changes the row to what the event shows, if it shows anything, and reports the event. Upload
     // thread, while no monitor runs.
     void report(AttemptEventKind kind);
-    void enterStep(AttemptStep step);
+    // Reports the step. Returns false if the program is ending: then the step must not begin, so
+    // that a decision no longer changes the copy on the server.
+    [[nodiscard]] bool enterStep(AttemptStep step);
     // What the progress monitor calls for the transfer of `head` that `start` describes. Monitor
     // thread.
     void onSample(const std::optional<ProgressSample>& sample, const AttemptEvent& start,
