@@ -4,8 +4,8 @@
 #include "engine/clock.h"
 
 #include <condition_variable>
-#include <functional>
 #include <mutex>
+#include <utility>
 
 namespace quenmoor {
 
@@ -13,17 +13,13 @@ class FakeClock : public Clock {
 public:
     // The program ends at this poll of an empty queue; uploadFile() returns then.
     int idlePolls = 1;
-    // Called for every sleep of the progress monitor. Without it such a sleep lasts until the
-    // transfer has ended, and no sample is taken.
-    std::function<void()> onMonitorSleep;
 
     bool sleep(std::chrono::milliseconds time, std::stop_token wake) override
     {
         if (wake.stop_possible())
-            return monitorSleep(time, std::move(wake));
+            return monitorSleep(std::move(wake));
         const std::lock_guard lock(mutex_);
         now_ += std::chrono::nanoseconds(time).count();
-        total_ += time;
         if (time == std::chrono::milliseconds(200) && --idlePolls <= 0)
             ended_ = true;
         return !ended_;
@@ -42,23 +38,27 @@ public:
         woken_.notify_all();
     }
 
-    // Of all sleeps outside the monitor.
-    std::chrono::milliseconds totalSleep() const
+    // Sending thread, during a transfer. Passes a second and returns after the progress monitor's
+    // sample; there are no others.
+    void sample()
     {
-        const std::lock_guard lock(mutex_);
-        return total_;
+        std::unique_lock lock(mutex_);
+        now_ += std::chrono::nanoseconds(std::chrono::seconds(1)).count();
+        sampleDue_ = true;
+        woken_.notify_all();
+        woken_.wait(lock, [this] { return !sampleDue_ || ended_; });
     }
 
 private:
-    bool monitorSleep(std::chrono::milliseconds time, std::stop_token wake)
+    bool monitorSleep(std::stop_token wake)
     {
-        if (onMonitorSleep)
-            onMonitorSleep();
         std::unique_lock lock(mutex_);
-        if (!onMonitorSleep)
-            woken_.wait(lock, std::move(wake), [this] { return ended_; });
-        else
-            now_ += std::chrono::nanoseconds(time).count();
+        if (std::exchange(sampling_, false)) {
+            sampleDue_ = false;
+            woken_.notify_all();
+        }
+        woken_.wait(lock, std::move(wake), [this] { return sampleDue_ || ended_; });
+        sampling_ = sampleDue_;
         return !ended_;
     }
 
@@ -67,7 +67,8 @@ private:
     // Guarded by mutex_.
     std::int64_t now_ = 1'000'000'000'000;
     bool ended_ = false;
-    std::chrono::milliseconds total_{0};
+    bool sampleDue_ = false;
+    bool sampling_ = false;
 };
 
 } // namespace quenmoor

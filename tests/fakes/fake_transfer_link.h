@@ -5,6 +5,7 @@
 #pragma once
 
 #include "base/text.h"
+#include "protocol/documents.h"
 #include "protocol/transfer_link.h"
 
 #include <fmt/format.h>
@@ -23,13 +24,14 @@ enum class LinkFault {
     None,
     RefuseConnect,
     RefuseRendezvous,
-    Silent,        // no response
-    Refuse,        // a response with code 1
-    LoseConfirm,   // the confirmation cannot be sent
-    BreakAfter,    // the link breaks after `bytes` of this attempt
-    NoFinished,    // no closing document
-    SmallFinished, // a closing document of one byte less than was sent
-    Discard        // the server stores nothing of what arrives
+    Silent,      // no response
+    Refuse,      // a response with code 1
+    LoseConfirm, // the confirmation cannot be sent
+    BreakAfter,  // the link breaks after `bytes` of this attempt
+    NoFinished,  // no closing document
+    Damage,      // for a subclass
+    Lie,         // likewise
+    Stall        // likewise
 };
 
 struct LinkPlan {
@@ -52,7 +54,6 @@ public:
     std::map<std::string, Copy> copies;
     std::int32_t takeAtMost = 1 << 20; // accepted by one send
     std::size_t lostOnBreak = 0;
-    std::function<std::int32_t()> unacknowledgedPackets = [] { return 0; };
     std::optional<std::int32_t> state = kSocketConnected;
     std::function<void()> onSend;
 
@@ -60,11 +61,9 @@ public:
     std::vector<std::string> confirmations; // "resume", "overwrite", "cancel"
     std::vector<std::int64_t> sentPerAttempt;
     std::set<std::int32_t> openSockets;
-    bool leaked = false; // an attempt began while sockets of an earlier one were open
 
     bool connectAndSendRequest(std::int32_t& connectSocket, const std::string& text) override
     {
-        leaked = leaked || !openSockets.empty();
         plan_ = plans.empty() ? LinkPlan{} : plans.front();
         if (!plans.empty())
             plans.pop_front();
@@ -116,16 +115,12 @@ public:
             }
             taken = std::min(taken, plan_.bytes - sent);
         }
-        if (plan_.fault != LinkFault::Discard)
-            copy.bytes.append(block.data(), static_cast<std::size_t>(taken));
+        copy.bytes.append(block.data(), static_cast<std::size_t>(taken));
         sent += taken;
         return static_cast<std::int32_t>(taken);
     }
 
-    std::optional<std::int32_t> unacknowledged(std::int32_t /*socket*/) override
-    {
-        return unacknowledgedPackets();
-    }
+    std::optional<std::int32_t> unacknowledged(std::int32_t /*socket*/) override { return 0; }
 
     std::optional<std::int32_t> socketState(std::int32_t /*socket*/) override { return state; }
     std::string lastErrorMessage() override { return "Connection was broken."; }
@@ -136,6 +131,22 @@ public:
         openSockets.erase(rendezvousSocket);
         openSockets.erase(connectSocket);
     }
+
+protected:
+    Copy& copy() { return copies[name_]; }
+
+    // What the response contains.
+    virtual ResponseContainer describe()
+    {
+        if (!copies.contains(name_))
+            return {.size = 0, .response = 0};
+        return {true, copy().total == announced_, copy().size() == copy().total, copy().size(), 0};
+    }
+
+    // The size that the closing document contains.
+    virtual std::int64_t heldSize() { return copy().size(); }
+
+    LinkPlan plan_;
 
 private:
     static std::string between(const std::string& text, const std::string& open,
@@ -152,26 +163,23 @@ private:
         responded_ = true;
         if (plan_.fault == LinkFault::Silent)
             return {};
-        const bool exists = copies.contains(name_);
-        const Copy copy = exists ? copies[name_] : Copy{};
+        const ResponseContainer is = describe();
         return fmt::format("<ResponseContainer>\n<exists>{}</exists>\n<equal>{}</equal>\n"
                            "<complete>{}</complete>\n<size>{}</size>\n<response>{}</response>\n"
                            "</ResponseContainer>",
-                           exists, copy.total == announced_, exists && copy.size() == copy.total,
-                           copy.size(), plan_.fault == LinkFault::Refuse ? 1 : 0);
+                           is.exists, is.equal, is.complete, is.size,
+                           plan_.fault == LinkFault::Refuse ? 1 : is.response);
     }
 
     std::string finished()
     {
         if (plan_.fault == LinkFault::NoFinished)
             return {};
-        copies[name_].total = announced_;
-        const std::int64_t missing = plan_.fault == LinkFault::SmallFinished ? 1 : 0;
+        copy().total = announced_;
         return fmt::format("<FinishedContainer>\n<size>{}</size>\n</FinishedContainer>",
-                           copies[name_].size() - missing);
+                           heldSize());
     }
 
-    LinkPlan plan_;
     bool responded_ = false;
     std::string name_;
     std::int64_t announced_ = 0;

@@ -3,8 +3,6 @@
 
 #include "engine/upload_view.h"
 
-#include <algorithm>
-#include <deque>
 #include <functional>
 #include <mutex>
 #include <vector>
@@ -12,9 +10,7 @@
 namespace quenmoor {
 
 struct FakeUploadView : UploadView {
-    // Answers to alerts with buttons; the first button when the list is empty.
-    std::deque<std::optional<std::int32_t>> answers;
-    // Used instead of the list if set.
+    // The answer to an alert; the first button if it is not set.
     std::function<std::optional<std::int32_t>(const Alert&)> answer;
     std::function<void()> onReload;
 
@@ -41,13 +37,7 @@ struct FakeUploadView : UploadView {
     std::optional<std::int32_t> runModal(const Alert& alert) override
     {
         alerts.push_back(alert);
-        if (alert.buttons.empty() || (!answer && answers.empty()))
-            return kFirstButton;
-        if (answer)
-            return answer(alert);
-        const auto next = answers.front();
-        answers.pop_front();
-        return next;
+        return answer ? answer(alert) : kFirstButton;
     }
 
     void terminate() override { terminated = true; }
@@ -58,36 +48,8 @@ struct FakeUploadView : UploadView {
         events.push_back(event);
     }
 
-    std::size_t questions() const
-    {
-        return static_cast<std::size_t>(
-            std::count_if(alerts.begin(), alerts.end(),
-                          [](const Alert& alert) { return !alert.buttons.empty(); }));
-    }
-
-    // Any thread. The first event of `kind`, if there is one.
-    std::optional<AttemptEvent> first(AttemptEventKind kind) const
-    {
-        const std::lock_guard lock(mutex_);
-        const auto found = std::find_if(events.begin(), events.end(),
-                                        [kind](const auto& event) { return event.kind == kind; });
-        return found == events.end() ? std::nullopt : std::optional(*found);
-    }
-
-    // The texts that `row` displayed.
-    std::vector<std::string> statuses(std::size_t row) const
-    {
-        std::vector<std::string> texts;
-        for (const AttemptEvent& event : events) {
-            const std::string text = statusText(event);
-            if (event.row == row && event.kind != AttemptEventKind::GaveUp && !text.empty())
-                texts.push_back(text);
-        }
-        return texts;
-    }
-
 private:
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
 };
 
 } // namespace quenmoor

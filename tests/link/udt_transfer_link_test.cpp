@@ -174,7 +174,7 @@ TEST_F(UdtLink, resumesAFileBeyondFourGibibytes)
     std::filesystem::resize_file(part("clip.mov"), kHeld);
     queues.addFiles(std::array{FileUrl::fromPath(path)});
     ASSERT_TRUE(queues.acceptToken(kToken));
-    view.answers = {kThirdButton};
+    view.answer = [](const Alert&) { return kThirdButton; };
     view.onReload = [&] {
         if (queues.tableList().cell("Status", 0) == "Finished")
             clock.end();
