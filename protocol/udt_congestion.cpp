@@ -182,7 +182,7 @@ private:
         }
     }
 
-    // On the connecting and the receiving thread only.
+    // On the receiving thread only.
     template <typename Event>
     void onFeedback(Event event) noexcept
     {

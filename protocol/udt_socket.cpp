@@ -6,12 +6,14 @@
 #include <udt.h>
 
 #include <array>
+#include <thread>
 #include <utility>
 
 namespace quenmoor {
 namespace {
 
 using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 
 constexpr std::int32_t kNoSocket = -1;
 constexpr int kBacklog = 64;
@@ -23,6 +25,9 @@ constexpr int kAcceptedBuffer = 65'536;
 // library's default, above which it never negotiates.
 constexpr std::int32_t kMinPacketSize = 576;
 constexpr std::int32_t kMaxPacketSize = 1500;
+// After its own time limit, 30 seconds, the library keeps a pointer to the socket beyond close().
+constexpr milliseconds kRendezvousTime{29'500};
+constexpr milliseconds kRendezvousPoll{1};
 
 UdtAddress fromSystem(const sockaddr_in& system)
 {
@@ -54,6 +59,14 @@ std::optional<std::int32_t> readOption(std::int32_t socket, UDT::SOCKOPT option)
     if (UDT::getsockopt(socket, 0, option, &value, &length) == UDT::ERROR)
         return std::nullopt;
     return value;
+}
+
+// Whether the library gave up connecting the socket in the background. It then uses the socket
+// beyond its close(). Sets the thread's last error.
+bool isAbandoned(std::int32_t socket)
+{
+    return UDT::getsockstate(socket) == BROKEN && UDT::send(socket, "", 0, 0) == UDT::ERROR &&
+           UDT::getlasterror().getErrorCode() == CUDTException::ENOCONN;
 }
 
 // `getName` is UDT::getsockname or UDT::getpeername.
@@ -126,11 +139,7 @@ std::optional<UdtSocket> UdtSocket::rendezvous(const UdtAddress& local, const Ud
                                                std::string& error)
 {
     UdtSocket socket = open({.receiveTimeout = kReceiveSlice, .rendezvous = true});
-    // Makes the library connect in the background. A blocking rendezvous takes 30 seconds when the
-    // peer does not answer, and nothing can interrupt it.
-    setOption(socket.handle_, UDT_RCVSYN, false);
-    socket.receiveBlocks_ = false;
-    if (!socket.bind(local) || !socket.connect(peer)) {
+    if (!socket.bind(local) || !socket.startRendezvous(peer)) {
         error = "cannot start a rendezvous with " + peer.text() + ": " + lastErrorMessage();
         return std::nullopt;
     }
@@ -162,7 +171,7 @@ UdtSocket& UdtSocket::operator=(UdtSocket&& other) noexcept
 
 void UdtSocket::close()
 {
-    if (handle_ != kNoSocket)
+    if (handle_ != kNoSocket && !isAbandoned(handle_))
         UDT::close(handle_);
     handle_ = kNoSocket;
 }
@@ -184,15 +193,45 @@ std::optional<UdpPort> UdtSocket::bindPort(const UdtAddress& address) const
     return port;
 }
 
-bool UdtSocket::connect(const UdtAddress& peer) const
+bool UdtSocket::connect(const UdtAddress& peer)
 {
     sockaddr_in system = toSystem(peer);
-    return UDT::connect(handle_, generic(system), sizeof system) != UDT::ERROR &&
-           handshakeFault().empty();
+    if (UDT::connect(handle_, generic(system), sizeof system) == UDT::ERROR) {
+        close(); // a few milliseconds later the library would use it beyond close()
+        return false;
+    }
+    return handshakeFault().empty();
+}
+
+// Makes the library connect in the background.
+bool UdtSocket::startRendezvous(const UdtAddress& peer)
+{
+    setOption(handle_, UDT_RCVSYN, false);
+    receiveBlocks_ = false;
+    sockaddr_in system = toSystem(peer);
+    return UDT::connect(handle_, generic(system), sizeof system) != UDT::ERROR;
+}
+
+bool UdtSocket::connectRendezvous(const UdtAddress& peer)
+{
+    const auto deadline = steady_clock::now() + kRendezvousTime;
+    if (!startRendezvous(peer))
+        return false;
+    while (!connected()) {
+        if (steady_clock::now() >= deadline) {
+            close();
+            UDT::getlasterror() = CUDTException(1, 1, 0); // what the library's own limit sets
+            return false;
+        }
+        std::this_thread::sleep_for(kRendezvousPoll);
+    }
+    return handshakeFault().empty();
 }
 
 std::string UdtSocket::handshakeFault() const
 {
+    if (handle_ == kNoSocket)
+        return {}; // and the last error remains
     const std::int32_t size = readOption(handle_, UDT_MSS).value_or(kMaxPacketSize);
     if (size >= kMinPacketSize && size <= kMaxPacketSize)
         return {};
@@ -284,6 +323,11 @@ std::optional<std::int32_t> UdtSocket::unacknowledgedPackets() const
 std::string UdtSocket::lastErrorMessage()
 {
     return UDT::getlasterror().getErrorMessage();
+}
+
+bool UdtSocket::lastErrorIsNoSocket()
+{
+    return UDT::getlasterror().getErrorCode() == CUDTException::EINVSOCK;
 }
 
 bool UdtSocket::lastErrorIsTimeout()

@@ -84,9 +84,12 @@ public:
     // Shares the port, and its filter, of the socket that is bound to `address`.
     [[nodiscard]] bool bind(const UdtAddress& address) const;
 
-    // Blocks for up to 3 seconds, with the rendezvous option for up to 30 seconds, while the peer
-    // does not answer. Nothing can interrupt it. Fails if handshakeFault() returns a fault.
-    [[nodiscard]] bool connect(const UdtAddress& peer) const;
+    // Blocks for up to 3 seconds while the peer does not answer, and nothing can interrupt it.
+    // Fails if handshakeFault() returns a fault. After any other failure the socket is closed.
+    [[nodiscard]] bool connect(const UdtAddress& peer);
+
+    // The same for a socket with the rendezvous option, for up to 29.5 seconds.
+    [[nodiscard]] bool connectRendezvous(const UdtAddress& peer);
 
     // Returns why the connection must be closed, without a full stop; empty for a sound connection,
     // and before it is established. The packet size is the peer's choice, and the library divides
@@ -125,15 +128,19 @@ public:
     // The number of packets that the peer has not acknowledged; nothing once the socket is gone.
     std::optional<std::int32_t> unacknowledgedPackets() const;
 
-    // Closing a closed socket has no effect.
+    // Closing a closed socket has no effect. A rendezvous that the library gave up, because the
+    // process was frozen or the system's time was changed, stays open until the process ends.
     void close();
 
     // Describe the last failed call of any socket on the calling thread.
     static std::string lastErrorMessage();
     static bool lastErrorIsTimeout();
+    static bool lastErrorIsNoSocket();
 
 private:
     explicit UdtSocket(std::int32_t handle) : handle_(handle) {}
+
+    bool startRendezvous(const UdtAddress& peer);
 
     std::int32_t handle_ = -1;
     bool receiveBlocks_ = true;

@@ -60,9 +60,12 @@ std::string rawAddress(const UdtAddress& address)
     return bytes;
 }
 
-// The library's message without its full stop.
+// The library's message without its full stop. It forgets a socket some time after the peer has
+// closed the connection.
 std::string libraryReason()
 {
+    if (UdtSocket::lastErrorIsNoSocket())
+        return "Connection was broken";
     std::string message = UdtSocket::lastErrorMessage();
     if (message.ends_with('.'))
         message.pop_back();
@@ -171,7 +174,7 @@ bool UdtTransferLink::rendezvousWithServer(std::int32_t connectSocket,
         logOutputBytes(rawAddress(*local));
         return false;
     }
-    if (!rendezvousSocket_.connect(*remote)) {
+    if (!rendezvousSocket_.connectRendezvous(*remote)) {
         std::string reason =
             connectFailure(rendezvousSocket_, "no answer to the rendezvous within 30 s");
         logOutput("connect: " + lastErrorMessage());
