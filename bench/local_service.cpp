@@ -6,37 +6,48 @@
 #include <stdexcept>
 
 namespace quenmoor {
-namespace {
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-std::vector<std::string> serviceCommand(const Settings& settings, const fs::path& root,
-                                        const fs::path& state,
-                                        const std::vector<std::string>& options)
+LocalService::LocalService(const Settings& settings, const std::vector<std::string>& options)
+    : program_(settings.programs / "quenmoor-devservice")
 {
-    std::vector<std::string> command{settings.programs / "quenmoor-devservice", "--root", root,
-                                     "--state", state};
-    command.insert(command.end(), options.begin(), options.end());
-    return command;
+    start(options);
 }
 
-} // namespace
-
-LocalService::LocalService(const Settings& settings, const std::vector<std::string>& options)
-    : process_(serviceCommand(settings, root_.path(), state_.path(), options),
-               {.errorFile = state_.path() / "service.log"}),
-      port_(static_cast<std::uint16_t>(std::stoi(require("Listening on 127.0.0.1:"))))
+void LocalService::start(const std::vector<std::string>& options)
 {
+    std::vector<std::string> command{program_, "--root", root_.path(), "--state", state_.path()};
+    command.insert(command.end(), options.begin(), options.end());
+    process_.emplace(std::move(command),
+                     ProcessOptions{.errorFile = state_.path() / "service.log"});
+    port_ = static_cast<std::uint16_t>(std::stoi(require("Listening on 127.0.0.1:")));
 }
 
 std::string LocalService::require(const std::string& prefix)
 {
-    const auto text = process_.textAfter(prefix, 10s);
+    const auto text = process_->textAfter(prefix, 10s);
     if (!text)
         throw std::runtime_error("the local service does not start: " +
                                  contentOf(state_.path() / "service.log"));
     return *text;
+}
+
+pid_t LocalService::transferPart() const
+{
+    const std::string process = std::to_string(process_->id());
+    std::ifstream children("/proc/" + process + "/task/" + process + "/children");
+    pid_t part = 0;
+    if (!(children >> part))
+        throw std::runtime_error("the local service has no transfer part");
+    return part;
+}
+
+void LocalService::restart()
+{
+    (void)process_->exitStatus();
+    start({"--port", std::to_string(port_), "--token", kToken});
 }
 
 std::string LocalService::certificate()
@@ -58,10 +69,10 @@ std::int64_t LocalService::heldBytes() const
 
 double LocalService::end()
 {
-    process_.signal(SIGTERM);
-    if (!process_.exitStatus(20s))
+    process_->signal(SIGTERM);
+    if (!process_->exitStatus(20s))
         throw std::runtime_error("the local service does not end");
-    return process_.cpuSeconds();
+    return process_->cpuSeconds();
 }
 
 std::vector<std::string> putCommand(const Settings& settings, std::uint16_t port,

@@ -20,6 +20,19 @@ public:
 
     std::uint16_t port() const { return port_; }
 
+    // The folder of its uploads.
+    const std::filesystem::path& root() const { return root_.path(); }
+
+    // Sends a signal to the supervising process of the service.
+    void signal(int number) const { process_->signal(number); }
+
+    // The child process that receives uploads. Throws std::runtime_error if there is none.
+    [[nodiscard]] pid_t transferPart() const;
+
+    // Waits until the service, which was signalled, has ended. Runs its transfer server alone
+    // again, with the storage and the port that it had and without faults.
+    void restart();
+
     // The path of the page's certificate. Requires options with a page.
     [[nodiscard]] std::string certificate();
 
@@ -30,11 +43,13 @@ public:
     [[nodiscard]] double end();
 
 private:
+    void start(const std::vector<std::string>& options);
     [[nodiscard]] std::string require(const std::string& prefix);
 
+    const std::filesystem::path program_;
     const TempFolder root_;
     const TempFolder state_;
-    Process process_;
+    std::optional<Process> process_;
     std::uint16_t port_ = 0;
 };
 

@@ -17,8 +17,8 @@ struct Settings {
     std::filesystem::path programs; // the folder of quenmoor-put and the others
     int rounds = 5;                 // measurements of each figure and of its limit
     std::int64_t largeFile = 1LL << 30;
-    int smallFiles = 40;            // in a round
-    std::vector<std::string> links; // names, or "all"; empty: the default links
+    int smallFiles = 40;                 // in a round
+    std::vector<std::string> links = {}; // names, or "all"; empty: the default links
     int linkRounds = 2;
     double linkSeconds = 5; // of a transfer over a link
 };

@@ -14,6 +14,7 @@
 #include <optional>
 #include <random>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace quenmoor {
@@ -96,8 +97,10 @@ class Wire {
 public:
     Wire(const PathQuality& quality, unsigned seed) : quality_(quality), random_(seed) {}
 
+    void setQuality(const PathQuality& quality) { quality_ = quality; }
+
     // Returns false if the queue dropped the packet.
-    bool enqueue(const Packet& packet, Time now)
+    bool enqueue(Packet& packet, Time now)
     {
         const Time begins = std::max(now, free_);
         const auto wait = duration_cast<microseconds>(begins - now);
@@ -112,6 +115,8 @@ public:
         }
         if (happens(quality_.loss))
             return true;
+        if (packet.size > kTransportHeader && happens(quality_.damaged))
+            damage(packet);
         const Time due = free_ + quality_.delay;
         if (happens(quality_.reordered)) {
             ++reordered_;
@@ -149,6 +154,7 @@ public:
 
     std::int64_t duplicated() const { return duplicated_; }
     std::int64_t reordered() const { return reordered_; }
+    std::int64_t damaged() const { return damaged_; }
 
     microseconds medianWait()
     {
@@ -164,13 +170,31 @@ private:
     // settings.
     bool happens(double share) { return share > 0 && uniform_(random_) < share; }
 
+    void damage(Packet& packet)
+    {
+        ++damaged_;
+        const bool spares = (packet.bytes[0] & 0x80) == 0 && !quality_.damagesContent;
+        if (!spares && below(8) == 0) {
+            packet.size = below(packet.size);
+            return;
+        }
+        // The first word of a data packet is its sequence number.
+        const std::size_t at = spares ? 4 + below(kTransportHeader - 4) : below(packet.size);
+        packet.bytes[at] = static_cast<char>(packet.bytes[at] ^ (1 << below(8)));
+    }
+
+    std::size_t below(std::size_t limit)
+    {
+        return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random_);
+    }
+
     static void push(std::deque<Packet>& packets, const Packet& packet, Time due)
     {
         packets.push_back(packet);
         packets.back().due = due;
     }
 
-    const PathQuality quality_;
+    PathQuality quality_;
     std::minstd_rand random_;
     std::uniform_real_distribution<double> uniform_{0, 1};
     Time free_; // the end of the latest packet's transmission
@@ -180,14 +204,15 @@ private:
     std::vector<std::uint32_t> waits_; // the queueing delay of each packet in microseconds
     std::int64_t duplicated_ = 0;
     std::int64_t reordered_ = 0;
+    std::int64_t damaged_ = 0;
 };
 
 } // namespace
 
 class UdpRelay::Path {
 public:
-    Path(std::uint16_t servicePort, const PathQuality& quality, unsigned seed)
-        : uplink_(quality, seed), downlink_(quality, seed + 1)
+    Path(std::uint16_t servicePort, const PathQuality& quality, unsigned seed, Edit edit)
+        : edit_(std::move(edit)), uplink_(quality, seed), downlink_(quality, seed + 1)
     {
         const sockaddr_in service = loopbackAddress(servicePort);
         if (connect(toService_, reinterpret_cast<const sockaddr*>(&service), sizeof service) != 0)
@@ -200,34 +225,43 @@ public:
         close(toService_);
     }
 
-    void relay(const std::atomic<bool>& cut, const std::atomic<bool>& stopping)
+    void setQuality(const PathQuality& quality)
     {
-        while (!stopping) {
-            waitForWork();
-            const bool isCut = cut;
-            receiveBatch(toSender_, [&](const Packet& packet, Time now) {
-                counter_.count(packet, counts_);
-                if (!isCut && !uplink_.enqueue(packet, now))
-                    ++counts_.queueDrops;
-            });
-            receiveBatch(toService_, [&](const Packet& packet, Time now) {
-                if (!isCut)
-                    downlink_.enqueue(packet, now);
-            });
-            const Time now = steady_clock::now();
-            uplink_.deliver(now, [&](const Packet& packet) {
-                if (!isCut)
-                    (void)::send(toService_, packet.bytes.data(), packet.size, 0);
-            });
-            downlink_.deliver(now, [&](const Packet& packet) {
-                if (!isCut)
-                    (void)sendto(toSender_, packet.bytes.data(), packet.size, 0,
-                                 reinterpret_cast<const sockaddr*>(&sender_), sizeof sender_);
-            });
-        }
+        uplink_.setQuality(quality);
+        downlink_.setQuality(quality);
+    }
+
+    void relayOnce()
+    {
+        waitForWork();
+        receiveBatch(toSender_, [&](Packet& packet, Time now) {
+            counter_.count(packet, counts_);
+            if (!uplink_.enqueue(packet, now))
+                ++counts_.queueDrops;
+        });
+        receiveBatch(toService_, [&](Packet& packet, Time now) {
+            if (edit_)
+                edit(packet);
+            downlink_.enqueue(packet, now);
+        });
+        const Time now = steady_clock::now();
+        uplink_.deliver(now, [&](const Packet& packet) {
+            (void)::send(toService_, packet.bytes.data(), packet.size, 0);
+        });
+        downlink_.deliver(now, [&](const Packet& packet) {
+            (void)sendto(toSender_, packet.bytes.data(), packet.size, 0,
+                         reinterpret_cast<const sockaddr*>(&sender_), sizeof sender_);
+        });
+    }
+
+    // Requires that relayOnce() is not called any more.
+    PathCounts finalCounts()
+    {
         counts_.medianWait = uplink_.medianWait();
         counts_.duplicated = uplink_.duplicated();
         counts_.reordered = uplink_.reordered();
+        counts_.damaged = uplink_.damaged();
+        return counts_;
     }
 
     std::uint16_t port() const
@@ -238,9 +272,14 @@ public:
         return ntohs(address.sin_port);
     }
 
-    PathCounts counts() const { return counts_; }
-
 private:
+    void edit(Packet& packet) const
+    {
+        std::string bytes(packet.bytes.data(), packet.size);
+        edit_(bytes);
+        packet.size = bytes.copy(packet.bytes.data(), packet.bytes.size());
+    }
+
     void waitForWork()
     {
         const Time now = steady_clock::now();
@@ -270,6 +309,7 @@ private:
         }
     }
 
+    const Edit edit_;
     const int toSender_ = openSocket();
     const int toService_ = openSocket();
     sockaddr_in sender_{}; // of the latest packet
@@ -280,9 +320,14 @@ private:
     PathCounts counts_;
 };
 
-UdpRelay::UdpRelay(std::uint16_t servicePort, PathQuality quality, unsigned seed)
-    : path_(std::make_unique<Path>(servicePort, quality, seed)),
-      thread_([this] { path_->relay(cut_, stopping_); })
+UdpRelay::UdpRelay(std::uint16_t servicePort, PathQuality quality, unsigned seed, Edit edit)
+    : path_(std::make_unique<Path>(servicePort, quality, seed, std::move(edit))), thread_([this] {
+          while (!stopping_) {
+              if (const auto next = takeQuality())
+                  path_->setQuality(*next);
+              path_->relayOnce();
+          }
+      })
 {
 }
 
@@ -296,12 +341,24 @@ std::uint16_t UdpRelay::port() const
     return path_->port();
 }
 
+void UdpRelay::setQuality(const PathQuality& quality)
+{
+    const std::lock_guard lock(mutex_);
+    nextQuality_ = quality;
+}
+
+std::optional<PathQuality> UdpRelay::takeQuality()
+{
+    const std::lock_guard lock(mutex_);
+    return std::exchange(nextQuality_, std::nullopt);
+}
+
 PathCounts UdpRelay::stop()
 {
     stopping_ = true;
     if (thread_.joinable())
         thread_.join();
-    return path_->counts();
+    return path_->finalCounts();
 }
 
 } // namespace quenmoor

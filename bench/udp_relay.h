@@ -1,14 +1,18 @@
 // Emulates a network path between a sender and a service on this machine with two UDP sockets. It
 // needs neither privileges nor a kernel module.
 //
-// Both directions have the same quality: a drop-tail queue, a link rate, random loss, duplication
-// and reordering, a delay. A lost packet has taken its transmission time.
+// Both directions have the same quality: a drop-tail queue, a link rate, random loss, damage,
+// duplication and reordering, a delay. A lost packet has taken its transmission time.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
 #include <thread>
 
 namespace quenmoor {
@@ -20,6 +24,11 @@ struct PathQuality {
     std::chrono::microseconds queue = std::chrono::seconds(1); // the longest queueing delay
     double duplicated = 0;                                     // share of the delivered packets
     double reordered = 0; // share of the delivered packets; each arrives 2 ms late
+    // Share of the delivered packets with damage that UDP's checksum does not detect: one bit is
+    // inverted, or the end is missing. Spares the sequence numbers, lengths and contents of data
+    // packets unless `damagesContent`.
+    double damaged = 0;
+    bool damagesContent = false;
 };
 
 // Counts of the direction from the sender to the service.
@@ -29,6 +38,7 @@ struct PathCounts {
     std::int64_t queueDrops = 0;
     std::int64_t duplicated = 0;
     std::int64_t reordered = 0;
+    std::int64_t damaged = 0;
     std::chrono::microseconds medianWait{0}; // the queueing delay of all packets
 };
 
@@ -36,8 +46,12 @@ struct PathCounts {
 // thread, except for construction and destruction.
 class UdpRelay {
 public:
+    // Changes a packet of the service. Called by the relay's thread.
+    using Edit = std::function<void(std::string& packet)>;
+
     // Relays to 127.0.0.1:`servicePort`. Throws std::runtime_error if a socket cannot be opened.
-    explicit UdpRelay(std::uint16_t servicePort, PathQuality quality, unsigned seed = 1);
+    explicit UdpRelay(std::uint16_t servicePort, PathQuality quality, unsigned seed = 1,
+                      Edit edit = {});
     ~UdpRelay();
     UdpRelay(const UdpRelay&) = delete;
     UdpRelay& operator=(const UdpRelay&) = delete;
@@ -45,8 +59,8 @@ public:
     // The port to which the sender connects instead of the service's.
     std::uint16_t port() const;
 
-    // While the path is cut, it drops all packets.
-    void setCut(bool cut) { cut_ = cut; }
+    // Applies to the packets that enter the path from then on.
+    void setQuality(const PathQuality& quality);
 
     // Stops relaying and returns the final counts.
     PathCounts stop();
@@ -54,8 +68,11 @@ public:
 private:
     class Path;
 
+    std::optional<PathQuality> takeQuality();
+
     std::unique_ptr<Path> path_; // used by the thread while it runs
-    std::atomic<bool> cut_ = false;
+    std::mutex mutex_;
+    std::optional<PathQuality> nextQuality_; // guarded by mutex_
     std::atomic<bool> stopping_ = false;
     std::thread thread_;
 };

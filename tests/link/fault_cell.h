@@ -1,15 +1,18 @@
-// One upload over real UDT with one fault, and what came out.
+// One upload over real UDT to a service in a process of its own, with one fault that begins in one
+// phase, and what came out.
 #pragma once
 
+#include "bench/local_service.h"
 #include "bench/udp_relay.h"
-#include "devservice/transfer_server.h"
-#include "devservice/upload_store.h"
 #include "engine/clock.h"
 #include "engine/upload_engine.h"
+#include "protocol/udt_transfer_link.h"
 #include "tests/fakes/fake_upload_view.h"
-#include "tests/fakes/temp_folder.h"
 
-#include <array>
+#include <fmt/format.h>
+#include <sys/fsuid.h>
+#include <unistd.h>
+
 #include <functional>
 
 namespace quenmoor {
@@ -18,190 +21,262 @@ using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 using Kind = AttemptEventKind;
 
-inline constexpr std::size_t kSize = 6'000'000;
-inline constexpr PathQuality kPath{2ms, 0, 20e6, 50ms}; // 2.5 s for a file
-inline constexpr auto kCellLimit = 200s;
-
-// When a fault begins: at the first event of its kind, and of its step if the kind is StepChanged.
-struct Phase {
-    const char* name;
-    Kind kind;
-    AttemptStep step{};
+// In their order. A confirmation belongs to an upload that broke in the middle before.
+enum class Phase : std::uint8_t {
+    LookUp,
+    Connect,
+    Request,
+    Rendezvous,
+    Response,
+    Confirmation,
+    First, // block of the file, when it was read and is going to be sent
+    Middle,
+    Last,
+    Drain, // the last block was passed to the library
+    Closing,
 };
-struct Running;
+inline constexpr std::array kPhaseNames{"look-up",    "connect",      "request",     "rendezvous",
+                                        "response",   "confirmation", "first block", "middle",
+                                        "last block", "drain",        "closing"};
 
-struct Cell {
+inline constexpr std::size_t kSize = 3'000'000;
+inline constexpr PathQuality kPath{2ms, 0, 10e6, 50ms}; // 2.5 s for a file
+
+struct Running;
+using Action = std::function<void(Running&)>;
+
+// A row of the matrix.
+struct Fault {
     std::string name;
-    Phase phase;
-    std::function<void(Running&)> inject = {}; // on a thread of its own
-    std::vector<Fault> service = {};           // of the first attempt
-    PathQuality path = kPath;
-    std::optional<int> failures = {}; // before the file arrives; any number if there is none
-    const char* reason = "";          // part of the first failure's reason
-    bool arrives = true;
+    unsigned phases = 0;                  // the cells of the short form, a bit for each phase
+    unsigned longPhases = 0;              // and further ones
+    std::chrono::seconds time{0};         // from begin to end
+    Action begin = {};                    // on the thread that reaches the phase
+    Action end = {};                      // on another thread
+    std::optional<PathQuality> path = {}; // from begin to end, or for the rest of the upload
+    bool freezesClient = false;           // for `time`
+
+    // What must come out.
+    std::optional<int> failures = {}; // since the fault began; nothing: any number
+    std::string reason = {};          // a part of the first failure's reason
+    bool arrives = true;              // otherwise the attempt fails, which ends the cell
+    bool sameBytes = true;
     bool resumes = false; // the last attempt continues a copy
+
+    // The upload before the fault begins.
+    std::string service = {};  // a fault of the service in the first attempt
+    std::string copySize = {}; // of the copy in the service's second response; empty: the true one
+    std::string host = "127.0.0.1";
     std::size_t size = kSize;
+    PathQuality pathBefore = kPath;
     Congestion congestion = Congestion::Paced;
 };
 
-// One upload and its service.
+struct Cell {
+    const Fault& fault;
+    Phase phase;
+
+    std::string name() const
+    {
+        return kPhaseNames.at(static_cast<std::size_t>(phase)) + (": " + fault.name);
+    }
+};
+
+// One upload, its service and the path between them.
 struct Running {
-    explicit Running(const Cell& what) : cell(what)
+    explicit Running(const Cell& cell)
+        : fault(cell.fault),
+          service({.programs = PROGRAMS}, options(cell)),
+          relay(service.port(), fault.pathBefore, 1, lie())
     {
-        tokens.add("token");
-        startServer(0);
-        relay.emplace(server->port(), cell.path);
-        if (cell.phase.step == AttemptStep::Confirm) // is asked about a shorter copy
-            std::ofstream(root.path() / "clip.mov") << content.substr(0, cell.size / 2);
         queues.addFiles(std::array{FileUrl::fromPath(path)});
-        queues.acceptToken("token");
-        server->setFaults(cell.service, 1);
+        queues.acceptToken(LocalService::kToken);
+        std::filesystem::permissions(folder.path(), std::filesystem::perms(0755)); // not only root
     }
 
-    // The library releases the port of a former server after some seconds.
-    void startServer(std::uint16_t port)
+    static std::vector<std::string> options(const Cell& cell)
     {
-        std::string error;
-        server.reset();
-        store.reset();
-        store = UploadStore::open(root.path(), error);
-        for (int tries = 0; tries < 600; ++tries) {
-            TransferServerSettings settings;
-            settings.port = port;
-            server.emplace(settings, *store, tokens);
-            if (server->start(error))
-                return;
-            std::this_thread::sleep_for(50ms);
-        }
-        throw std::runtime_error(error);
+        std::vector<std::string> all{"--port",        "0", "--token", LocalService::kToken,
+                                     "--fault-count", "1"};
+        if (cell.phase == Phase::Confirmation)
+            all.push_back(fmt::format("--fault=drop-after={}", cell.fault.size / 2));
+        if (!cell.fault.service.empty())
+            all.push_back("--fault=" + cell.fault.service);
+        return all;
     }
 
-    void cutFor(std::chrono::seconds time)
+    // Replaces the size of the copy in the service's packets until the next attempt fails.
+    UdpRelay::Edit lie()
     {
-        relay->setCut(true);
-        std::this_thread::sleep_for(time);
-        relay->setCut(false);
+        if (fault.copySize.empty())
+            return {};
+        return [this, truth = fmt::format("<size>{}<", fault.size / 2)](std::string& packet) {
+            if (const std::size_t at = packet.find(truth); at != std::string::npos && !failed)
+                packet.replace(at, truth.size(), "<size>" + fault.copySize + "<");
+        };
     }
 
-    const Cell& cell;
-    const TempFolder root; // of the service
+    const Fault& fault;
     const TempFolder folder;
-    const std::string content = sampleContent(cell.size);
+    const std::string content = sampleContent(fault.size);
     const std::filesystem::path path = folder.file("clip.mov", content);
-    TokenStore tokens;
-    std::unique_ptr<UploadStore> store;
-    std::optional<TransferServer> server;
-    std::optional<UdpRelay> relay;
+    LocalService service;
+    UdpRelay relay;
+    std::atomic<bool> failed = false; // since the fault began
+    int frozenFile = -1;
     UploadQueues queues;
     SystemClock clock;
 };
 
 struct Outcome {
-    std::string problem;              // empty: as expected
-    double noticed = -1, ended = -1;  // seconds since the fault began
-    std::vector<std::string> reasons; // of the failed attempts
-    std::string rowText;
+    std::string problem; // empty: as expected
+    std::string times;   // in seconds since the fault began: the first failure, the end
+    std::string reasons; // of the failures
 };
 
-// Watches the events of an upload, and injects its fault.
-struct Watch : FakeUploadView {
-    void attemptChanged(const AttemptEvent& event) override
-    {
-        FakeUploadView::attemptChanged(event);
-        onEvent(event);
-    }
-    std::function<void(const AttemptEvent&)> onEvent;
-};
-
-class CellRun {
+class CellRun : Running, FakeUploadView, UdtTransferLink {
 public:
-    explicit CellRun(const Cell& cell) : cell_(cell), running_(cell) {}
+    explicit CellRun(const Cell& cell)
+        : Running(cell),
+          UdtTransferLink(fault.host, relay.port(), fault.congestion),
+          phase_(cell.phase)
+    {
+        answer = [](const Alert&) { return kThirdButton; };
+    }
 
     Outcome run()
     {
-        Watch view;
-        view.answer = [](const Alert&) { return kSecondButton; };
-        view.onEvent = [this](const AttemptEvent& event) { onEvent(event); };
-        UdtTransferLink link("127.0.0.1", running_.relay->port(), cell_.congestion);
-        UploadEngine engine(running_.queues, link, view, running_.clock);
+        UploadEngine engine(queues, *this, *this, clock);
         {
             std::jthread limit([this](const std::stop_token& stop) {
-                SystemClock clock;
-                if (clock.sleep(kCellLimit, stop) && !stop.stop_requested())
-                    running_.clock.end();
+                SystemClock other;
+                if (other.sleep(fault.time + 150s, stop) && !stop.stop_requested())
+                    clock.end();
             });
             engine.uploadFile();
         }
-        if (injector_.joinable())
-            injector_.join();
-        outcome_.rowText = running_.queues.tableList().cell("Status", 0);
-        outcome_.problem = problem();
-        return outcome_;
+        setfsuid(geteuid()); // a fault may have changed it
+        if (ending_.joinable())
+            ending_.join();
+        const auto text = [](double time) { return time < 0 ? "-" : fmt::format("{:.1f}", time); };
+        return {problem(), text(noticed_) + ", " + text(ended_),
+                fmt::format("{}", fmt::join(reasons_, "; "))};
     }
 
 private:
-    double sinceFault() const
+    void attemptChanged(const AttemptEvent& event) override
     {
-        return std::chrono::duration<double>(steady_clock::now() - begin_).count();
-    }
-
-    // Upload and monitor thread, never both at a time.
-    void onEvent(const AttemptEvent& event)
-    {
-        if (event.kind == cell_.phase.kind &&
-            (event.kind != Kind::StepChanged || event.step == cell_.phase.step) && !began_) {
-            began_ = true;
-            begin_ = steady_clock::now();
-            if (cell_.inject)
-                injector_ = std::thread([this] { cell_.inject(running_); });
+        if (event.kind == Kind::StepChanged)
+            enter(event);
+        if (event.kind == Kind::Started) {
+            sent_ = 0;
+            reach(Phase::LookUp);
+            reach(Phase::Connect);
         }
-        if (event.kind == Kind::StepChanged && event.step == AttemptStep::Send)
-            resumed_ = event.bytes > 0;
-        if (event.kind == Kind::Failed) {
-            outcome_.noticed = outcome_.reasons.empty() ? sinceFault() : outcome_.noticed;
-            outcome_.reasons.push_back(event.reason);
+        const double time = std::chrono::duration<double>(steady_clock::now() - began_).count();
+        if (event.kind == Kind::Failed && reached_) {
+            noticed_ = reasons_.empty() ? time : noticed_;
+            reasons_.push_back(event.reason);
+            failed = true;
         }
-        if (event.kind == Kind::Finished || (event.kind == Kind::Failed && !cell_.arrives)) {
-            outcome_.ended = sinceFault();
-            finished_ = event.kind == Kind::Finished;
-            running_.clock.end();
+        finished_ = finished_ || event.kind == Kind::Finished;
+        if (finished_ || (failed && !fault.arrives)) {
+            ended_ = time;
+            clock.end();
         }
     }
 
-    std::string problem() const
+    void enter(const AttemptEvent& event)
     {
-        const auto& reasons = outcome_.reasons;
-        if (!began_)
-            return "the phase was not reached";
-        if (finished_ != cell_.arrives)
-            return "the upload did not end as expected";
-        if (outcome_.rowText != (cell_.arrives ? "Finished" : "Waiting (Error)"))
-            return "wrong row text: " + outcome_.rowText;
-        if (cell_.arrives && contentOf(running_.root.path() / "clip.mov") != running_.content)
-            return "the stored bytes differ";
-        if (cell_.failures && std::ssize(reasons) != *cell_.failures)
-            return "expected failures: " + std::to_string(*cell_.failures);
-        if (std::ranges::count(reasons, "") > 0)
-            return "a failure has no reason";
-        if (*cell_.reason != '\0' &&
-            (reasons.empty() || reasons[0].find(cell_.reason) == std::string::npos))
-            return std::string("expected the reason: ") + cell_.reason;
-        if (cell_.resumes && !resumed_)
-            return "the copy was not resumed";
-        const PathCounts counts = const_cast<Running&>(running_).relay->stop();
-        if ((cell_.path.loss > 0 && counts.retransmitted == 0) ||
-            (cell_.path.duplicated > 0 && counts.duplicated == 0) ||
-            (cell_.path.reordered > 0 && counts.reordered == 0))
-            return "the path injected nothing";
+        switch (event.step) {
+        case AttemptStep::Rendezvous: return reach(Phase::Rendezvous);
+        case AttemptStep::Response: return reach(Phase::Response);
+        case AttemptStep::Confirm: return reach(Phase::Confirmation);
+        case AttemptStep::Send: resumed_ = event.bytes > 0; return reach(Phase::First);
+        case AttemptStep::Drain: return reach(Phase::Drain);
+        case AttemptStep::Finish: return reach(Phase::Closing);
+        default: return;
+        }
+    }
+
+    bool sendString(std::int32_t socket, const std::string& text) override
+    {
+        reach(Phase::Request);
+        return UdtTransferLink::sendString(socket, text);
+    }
+
+    std::int32_t send(std::int32_t socket, std::span<const char> block) override
+    {
+        if (sent_ >= fault.size / 2)
+            reach(Phase::Middle);
+        if (sent_ + block.size() >= fault.size)
+            reach(Phase::Last);
+        const std::int32_t taken = UdtTransferLink::send(socket, block);
+        sent_ += static_cast<std::size_t>(std::max(taken, 0));
+        return taken;
+    }
+
+    void reach(Phase phase)
+    {
+        if (phase != phase_ || reached_)
+            return;
+        reached_ = true;
+        began_ = steady_clock::now();
+        if (fault.path)
+            relay.setQuality(*fault.path);
+        if (fault.begin)
+            fault.begin(*this);
+        if (fault.freezesClient) { // by the process that awaits the line
+            fmt::print("frozen\n");
+            std::fflush(stdout);
+            std::this_thread::sleep_for(100ms);
+        } else if (fault.time > 0s) {
+            ending_ = std::thread([this] {
+                std::this_thread::sleep_for(fault.time);
+                relay.setQuality(kPath);
+                if (fault.end)
+                    fault.end(*this);
+            });
+        }
+    }
+
+    std::string problem()
+    {
+        const std::string row = queues.tableList().cell("Status", 0);
+        const bool same = contentOf(service.root() / "clip.mov") == content;
+        const PathCounts counts = relay.stop();
+        const PathQuality quality = fault.path.value_or(kPath);
+        const std::tuple<bool, std::string> rows[]{
+            {!reached_, "the phase was not reached"},
+            {finished_ != fault.arrives, "the upload did not end as expected"},
+            {row != (fault.arrives ? "Finished" : "Waiting (Error)"), "wrong row text: " + row},
+            {fault.arrives && fault.sameBytes && !same, "the stored bytes differ"},
+            {std::ssize(reasons_) != fault.failures.value_or(std::ssize(reasons_)), "failures"},
+            {std::ranges::count(reasons_, "") > 0, "a failure has no reason"},
+            {fmt::format("{}", fmt::join(reasons_, ";")).find(fault.reason) != 0, "not the reason"},
+            {fault.resumes && !resumed_, "the copy was not resumed"},
+            // Few packets follow the middle.
+            {phase_ <= Phase::Middle && ((quality.duplicated > 0 && counts.duplicated == 0) ||
+                                         (quality.reordered > 0 && counts.reordered == 0) ||
+                                         (quality.damaged > 0 && counts.damaged == 0)),
+             "the path injected nothing"}};
+        if (!fault.sameBytes && !same)
+            reasons_.emplace_back("(the stored bytes differ)");
+        for (const auto& [isWrong, what] : rows) {
+            if (isWrong)
+                return what;
+        }
         return {};
     }
 
-    const Cell& cell_;
-    Running running_;
-    Outcome outcome_;
-    std::thread injector_;
-    steady_clock::time_point begin_ = steady_clock::now();
-    bool began_ = false, finished_ = false, resumed_ = false;
+    // Upload thread.
+    const Phase phase_;
+    std::thread ending_;
+    steady_clock::time_point began_ = steady_clock::now();
+    std::vector<std::string> reasons_;
+    std::size_t sent_ = 0; // in this attempt
+    double noticed_ = -1, ended_ = -1;
+    bool reached_ = false, finished_ = false, resumed_ = false;
 };
 
 } // namespace quenmoor

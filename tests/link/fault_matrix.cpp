@@ -1,238 +1,371 @@
 // Uploads over real UDT, in real time, with one fault in one phase each. Prints a line for every
-// cell and fails unless each file arrives with identical bytes, or fails with the right reason.
+// cell, then the matrix, and fails unless each file arrives with identical bytes, or fails with the
+// right reason, and nothing remains of any.
 //
 // link_fault_matrix [--long] [TEXT]: the cells whose name contains TEXT; --long adds those that
-// take minutes.
+// take minutes. --cell NAME: this cell, for another process that freezes this one.
 #include "tests/fakes/quiet_log.h"
 #include "tests/link/fault_cell.h"
 
-#include <fmt/format.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <netdb.h>
+#include <sys/fanotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <csignal>
-#include <iostream>
+#include <map>
 
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kParallel = 24;
+namespace fs = std::filesystem;
 
-constexpr Phase kConnect{"connect", Kind::Started}, kMiddle{"middle", Kind::Progress},
-    kFirst{"first block", Kind::StepChanged, AttemptStep::Send};
-constexpr Phase kPhases[]{
-    kConnect,
-    {"rendezvous", Kind::StepChanged, AttemptStep::Rendezvous},
-    {"response", Kind::StepChanged, AttemptStep::Response},
-    {"confirmation", Kind::StepChanged, AttemptStep::Confirm},
-    kFirst,
-    kMiddle,
-    {"drain", Kind::StepChanged, AttemptStep::Drain}, // the last block was passed to the library
-    {"closing", Kind::StepChanged, AttemptStep::Finish}};
+constexpr std::size_t kParallel = 56;
+constexpr PathQuality kMixed{2ms, 0.05, 10e6, 50ms, 0.05, 0.05};
+constexpr const char* kSilent = "no message from the server within 10 s";
 
-// Every phase with the faults that can begin in each.
-void addPhaseCells(std::vector<Cell>& cells, bool isLong)
+constexpr unsigned at(Phase phase)
 {
-    const auto cut = [](std::chrono::seconds time) {
-        return [time](Running& with) { with.cutFor(time); };
-    };
-    const auto restart = [](Running& with) { with.startServer(with.server->port()); };
-    for (const Phase& phase : kPhases) {
-        const std::string at = std::string(phase.name) + ": ";
-        if (isLong)
-            cells.push_back({at + "path cut for 60 s", phase, cut(60s)});
-        cells.push_back({at + "server restarted", phase, restart});
-        cells.push_back({at + "path cut for 8 s", phase, cut(8s)});
-    }
+    return 1U << static_cast<unsigned>(phase);
 }
 
-// Faults of the service's documents and of its reading.
-void addServiceCells(std::vector<Cell>& cells)
+constexpr unsigned kAll = (1U << kPhaseNames.size()) - 1 - at(Phase::LookUp);
+constexpr unsigned kSome = at(Phase::Request) | at(Phase::Confirmation) | at(Phase::Middle) |
+                           at(Phase::Drain) | at(Phase::Closing);
+constexpr unsigned kMiddle = at(Phase::Middle);
+constexpr unsigned kUnopened = at(Phase::Connect); // the file is not open yet
+constexpr unsigned kOpen = kMiddle | at(Phase::Last);
+
+// What the resolver answers for the names of some cells, each used by one.
+struct LookUp {
+    const char* fault;
+    const char* host;
+    std::chrono::seconds delay;
+    int result;
+    int count; // later calls succeed at once
+    const char* reason;
+} lookUps[]{{"name unknown, twice", "unknown.test", 0s, EAI_NONAME, 2, "unknown.test: Name or"},
+            {"resolver silent", "silent.test", 10s, EAI_AGAIN, 1, "silent.test: Temporary failure"},
+            {"resolver 4 s late", "late.test", 4s, 0, 0, ""}};
+
+Action signalPart(int number)
 {
-    const auto add = [&](std::string name, Fault fault, int failures, const char* reason = "",
-                         bool resumes = false) -> Cell& {
-        cells.push_back({std::move(name), kConnect, {}, {fault}, kPath, failures, reason});
-        cells.back().resumes = resumes;
-        return cells.back();
-    };
-    using enum FaultKind;
-    add("rendezvous: refused", {RefuseRendezvous}, 1, "no answer to the rendezvous within 30 s");
-    add("response: none", {NeverAnswer}, 1, "no message from the server within 10 s");
-    add("response: 2 s late", {AnswerLate, 2000}, 0);
-    // A missing flag counts as true: an equal and complete copy, about which the user is asked.
-    add("response: garbage", {GarbageResponse}, 1);
-    add("response: truncated", {CutOffResponse}, 1);
-    add("middle: link closed", {DropAfter, 1'000'000}, 1, "Connection was broken", true);
-    add("middle: server stops reading", {StopReading, 500'000}, 1, "accepted no data for 10 s")
-        .size = 20'000'000;
-    add("closing: none", {NoClosingDocument}, 1, "", true);
-    add("closing: garbage", {GarbageClosing}, 1, "the server holds 0 of", true);
-    add("closing: smaller size", {SmallerFinalSize}, 1, "the server holds", true);
-    add("closing: larger size", {LargerFinalSize}, 0);
-    // The buffers of both ends hold some 24 MB when the last byte is passed to the link. The server
-    // reads them for longer than the 10 s in which the closing document has to arrive.
-    Cell& slow = add("drain: server reads slowly", {SlowReading, 1'600'000}, 0);
-    slow.size = 32'000'000;
-    slow.path = {};
-    slow.congestion = Congestion::Library;
+    return [number](Running& with) { kill(with.service.transferPart(), number); };
 }
 
-void addPathCells(std::vector<Cell>& cells)
+Action limitFiles(rlim_t bytes)
 {
-    const auto add = [&](const char* name, PathQuality quality) {
-        cells.push_back({std::string("whole: ") + name, kConnect, {}, {}, quality, 0});
+    return [limit = rlimit{bytes, RLIM_INFINITY}](Running& with) {
+        prlimit(with.service.transferPart(), RLIMIT_FSIZE, &limit, nullptr);
     };
-    for (const std::size_t size : {0U, 1U, 16384U}) {
-        add(fmt::format("{} bytes", size).c_str(), {});
-        cells.back().size = size;
-    }
-    add("2 % lost", {2ms, 0.02, 20e6, 50ms});
-    add("5 % duplicated", {2ms, 0, 20e6, 50ms, 0.05});
-    add("5 % reordered", {2ms, 0, 20e6, 50ms, 0, 0.05});
-    add("delayed by 150 ms", {150ms, 0, 20e6, 50ms});
-    add("limited to 8 Mbit/s", {2ms, 0, 8e6, 50ms});
-    add("lost, duplicated, reordered", {10ms, 0.01, 20e6, 50ms, 0.01, 0.02});
-    cells.push_back(cells.back());
-    cells.back().name += ", library's control";
-    cells.back().congestion = Congestion::Library;
 }
 
-void addFileCells(std::vector<Cell>& cells)
+template <typename Make>
+Action replaceFile(Make make)
 {
-    namespace fs = std::filesystem;
-    const auto add = [&](const Phase& phase, const char* name, std::function<void(Running&)> fault,
-                         const char* reason) {
-        cells.push_back({std::string(phase.name) + ": file " + name, phase, std::move(fault)});
-        cells.back().reason = reason;
-        cells.back().arrives = *reason == '\0';
-        cells.back().failures = *reason == '\0' ? 0 : 1;
-    };
-    for (const Phase& phase : {kConnect, kFirst, kMiddle}) {
-        add(
-            phase, "grown", [](Running& with) { std::ofstream(with.path, std::ios::app) << "x"; },
-            "");
-        add(
-            phase, "truncated", [](Running& with) { fs::resize_file(with.path, 100'000); },
-            "the file");
-    }
-    const auto replace = [](Running& with, auto make) {
-        fs::remove(with.path);
+    return [make](Running& with) {
+        fs::rename(with.path, with.folder.path() / "aside");
         make(with.path.c_str());
     };
-    const auto fifo = [=](Running& with) {
-        replace(with, [](const char* path) { mkfifo(path, 0600); });
+}
+
+// Reads of the file, if it is opened later, block until the descriptor is closed. Requires root.
+void freezeFile(Running& with)
+{
+    with.frozenFile = fanotify_init(FAN_CLASS_CONTENT | FAN_CLOEXEC, O_RDONLY);
+    fanotify_mark(with.frozenFile, FAN_MARK_ADD, FAN_ACCESS_PERM, AT_FDCWD, with.path.c_str());
+}
+
+// The longest first.
+std::vector<Fault> networkFaults()
+{
+    const Action end = [](Running& with) { with.service.signal(SIGTERM); };
+    const Action killService = [](Running& with) { with.service.signal(SIGKILL); };
+    const Action restart = [](Running& with) { with.service.restart(); };
+    constexpr PathQuality cut{.loss = 1};
+    constexpr PathQuality damaged{2ms, 0, 10e6, 50ms, 0, 0, 0.02};
+    std::vector<Fault> faults{
+        {"path cut for 60 s", 0, kAll, 60s, {}, {}, cut},
+        {"service frozen for 60 s", 0, kAll, 60s, signalPart(SIGSTOP), signalPart(SIGCONT)},
+        {"client frozen for 60 s", 0, kAll, 60s, {}, {}, {}, true},
+        // The service refuses the file for a minute after it.
+        {"service's disk full", 0, kMiddle, 5s, limitFiles(1'000'000), limitFiles(RLIM_INFINITY)},
+        {"path cut for 8 s", kAll, 0, 8s, {}, {}, cut},
+        {"service frozen for 8 s", kSome, kAll, 8s, signalPart(SIGSTOP), signalPart(SIGCONT)},
+        {"client frozen for 8 s", kSome, kAll, 8s, {}, {}, {}, true},
+        {"service ended for 3 s", kAll, 0, 3s, end, restart},
+        {"service killed for 3 s", kSome, kAll, 3s, killService, restart},
+        {"transfer part killed", kSome, kAll, 0s, signalPart(SIGKILL)},
+        {"10 % lost", 0, kAll, 0s, {}, {}, PathQuality{2ms, 0.1, 10e6, 50ms}},
+        {"10 % duplicated", 0, kAll, 0s, {}, {}, PathQuality{2ms, 0, 10e6, 50ms, 0.1}},
+        {"10 % reordered", 0, kAll, 0s, {}, {}, PathQuality{2ms, 0, 10e6, 50ms, 0, 0.1}},
+        {"5 % lost, duplicated, reordered", kAll, 0, 0s, {}, {}, kMixed},
+        {"2 % damaged", kAll, 0, 0s, {}, {}, damaged},
+        {"2 % damaged, also content", kSome, kAll, 0s, {}, {}, damaged},
+        {"delayed by 250 ms", kMiddle, kAll, 0s, {}, {}, PathQuality{250ms, 0, 10e6, 50ms}},
+        {"limited to 2 Mbit/s", kMiddle, kAll, 0s, {}, {}, PathQuality{2ms, 0, 2e6, 50ms}},
+        {"lost, library's control", kMiddle, kAll, 0s, {}, {}, kMixed}};
+    faults.back().congestion = Congestion::Library;
+    Fault& content = faults[15];
+    content.path->damagesContent = true;
+    content.sameBytes = false;
+    return faults;
+}
+
+// What the service answers, and how it reads, in the first attempt.
+std::vector<Fault> serviceFaults()
+{
+    struct Answer {
+        const char* name;
+        Phase phase;
+        const char* service;
+        int failures = 1;
+        const char* reason = "";
     };
-    const auto folder = [=](Running& with) {
-        replace(with, [](const char* path) { mkdir(path, 0700); });
+    std::vector<Fault> faults;
+    // A missing flag counts as true: garbage is the response about an equal and complete copy.
+    for (const Answer& answer : std::initializer_list<Answer>{
+             {"no rendezvous", Phase::Rendezvous, "refuse-rendezvous", 1, "no answer to the rende"},
+             {"service stops reading", Phase::Middle, "stop-reading=500000", 1, "the server accep"},
+             {"service reads slowly", Phase::Drain, "slow-reading=1600000", 0},
+             {"no document", Phase::Response, "never-answer", 1, kSilent},
+             {"no document", Phase::Closing, "no-closing-document", 1, kSilent},
+             {"document 2 s late", Phase::Response, "answer-late=2000", 0},
+             {"garbage", Phase::Response, "garbage-response"},
+             {"garbage", Phase::Closing, "garbage-closing", 1, "the server holds 0 of 3000000"},
+             {"truncated document", Phase::Response, "cut-off-response"},
+             {"link closed", Phase::Middle, "drop-after=1500000", 1, "Connection was broken"},
+             {"size too small", Phase::Closing, "smaller-final-size", 1,
+              "the server holds 2999999"},
+             {"size too large", Phase::Closing, "larger-final-size", 0}}) {
+        Fault& fault = faults.emplace_back(Fault{answer.name, at(answer.phase)});
+        fault.service = answer.service;
+        fault.failures = answer.failures;
+        fault.reason = answer.reason;
+    }
+    faults[1].size = 20'000'000;
+    faults[1].pathBefore.rate = 80e6;
+    // The buffers of both ends hold some 24 MB when the last byte is passed to the link. The
+    // service reads them for longer than the closing document may take.
+    faults[2].size = 32'000'000;
+    faults[2].pathBefore = {};
+    faults[2].congestion = Congestion::Library;
+    for (const char* const size : {"99999999", "3000000", "-5", "99999999999999999999"}) {
+        Fault& lie = faults.emplace_back();
+        lie.name = std::string("copy of ") + size + " bytes";
+        lie.phases = at(Phase::Confirmation);
+        lie.copySize = size;
+        lie.failures = 1;
+        lie.reason = *size == '-' ? "the server reports a copy of -5 bytes" : kSilent;
+        lie.resumes = true;
+    }
+    return faults;
+}
+
+std::vector<Fault> fileFaults()
+{
+    const auto make = [](const char* name, unsigned phases, Action begin, const char* reason = "") {
+        Fault fault{name, phases, 0, 0s, std::move(begin)};
+        fault.failures = *reason == '\0' ? 0 : 1;
+        fault.reason = reason;
+        fault.arrives = *reason == '\0';
+        return fault;
     };
-    add(
-        kConnect, "deleted", [](Running& with) { fs::remove(with.path); }, "the file");
-    add(kConnect, "replaced by a FIFO", fifo, "the file");
-    add(kConnect, "replaced by a folder", folder, "the file");
-    // The open file keeps its content.
-    add(
-        kMiddle, "deleted", [](Running& with) { fs::remove(with.path); }, "");
-    add(kMiddle, "replaced by a FIFO", fifo, "");
+    const Action truncate = [](Running& with) { fs::resize_file(with.path, 100'000); };
+    const auto none = replaceFile([](const char*) {});
+    const auto fifo = replaceFile([](const char* path) { mkfifo(path, 0600); });
+    const auto folder = replaceFile([](const char* path) { mkdir(path, 0700); });
+    const auto memory = // its first bytes cannot be read
+        replaceFile([](const char* path) { fs::create_symlink("/proc/self/mem", path); });
+    const auto forbid = [](Running& with) {
+        fs::permissions(with.path, fs::perms::none);
+        setfsuid(geteuid() == 0 ? 65534 : geteuid()); // root may read every file
+    };
+    std::vector<Fault> faults{
+        make("file grown", kUnopened | kOpen,
+             [](Running& with) { std::ofstream(with.path, std::ios::app) << "x"; }),
+        make("file truncated", kUnopened | kMiddle, truncate, "the file ends after "),
+        make("file truncated", at(Phase::Drain), truncate),
+        make("file deleted", kUnopened, none, "the file cannot be opened: No such file"),
+        make("file deleted", kOpen, none), // the open file keeps its content
+        make("file replaced by a FIFO", kUnopened, fifo, "the file cannot be opened: it is not a"),
+        make("file replaced by a FIFO", kOpen, fifo),
+        make("file replaced by a folder", kUnopened, folder,
+             "the file cannot be opened: it is a d"),
+        make("file not permitted", kUnopened, forbid, "the file cannot be opened: Permission"),
+        make("file unreadable for 15 s", kUnopened, memory,
+             "the file cannot be read: Input/output"),
+        make("file frozen for 8 s", at(Phase::First), freezeFile),
+        make("file frozen for 60 s", 0, freezeFile, "Connection was broken")};
+    for (Fault& fault : std::span(faults).last(3)) {
+        fault.arrives = true;
+        fault.time = 8s;
+        fault.end = [](Running& with) { close(with.frozenFile); };
+    }
+    faults[9].time = 15s;
+    faults[9].end = [](Running& with) { fs::rename(with.folder.path() / "aside", with.path); };
+    faults[11].time = 60s;
+    faults[11].longPhases = at(Phase::First);
+    if (geteuid() != 0)
+        faults.resize(10);
+    for (const std::size_t size : {0U, 1U, 16384U}) {
+        faults.push_back({fmt::format("none, {} bytes", size), kUnopened});
+        faults.back().size = size;
+    }
+    for (const LookUp& lookUp : lookUps) {
+        faults.push_back({lookUp.fault, at(Phase::LookUp)});
+        faults.back().host = lookUp.host;
+        faults.back().failures = lookUp.count;
+        faults.back().reason = lookUp.reason;
+    }
+    return faults;
 }
 
-// Lasts for 5 s; of the whole process, so no other cell may run. The service then refuses the file
-// for a minute.
-Cell diskFullCell()
+// Runs the cell in another process, which is frozen when it has reached the phase.
+Outcome runFrozen(const Cell& cell)
 {
-    return {"first block: server's disk full", kFirst, [](Running&) {
-                const auto limit = [](rlim_t bytes) {
-                    const rlimit files{bytes, RLIM_INFINITY};
-                    setrlimit(RLIMIT_FSIZE, &files);
-                };
-                limit(1'000'000);
-                std::this_thread::sleep_for(5s);
-                limit(RLIM_INFINITY);
-            }};
+    Process client({"/proc/self/exe", "--cell", cell.name()});
+    (void)client.waitFor("frozen");
+    client.signal(SIGSTOP);
+    std::this_thread::sleep_for(cell.fault.time);
+    client.signal(SIGCONT);
+    (void)client.exitStatus(300s);
+    return {client.textAfter("problem: ").value_or("the client ended"),
+            client.textAfter("times: ").value_or(""), client.textAfter("reasons: ").value_or("")};
 }
 
-std::mutex outputMutex;
-
-bool runCell(const Cell& cell)
+std::vector<Outcome> runAll(const std::vector<Cell>& cells)
 {
-    const Outcome outcome = CellRun(cell).run();
-    std::string reasons;
-    for (const std::string& reason : outcome.reasons)
-        reasons += (reasons.empty() ? "" : "; ") + reason;
-    const std::lock_guard lock(outputMutex);
-    const auto seconds = [](double time) { return time < 0 ? "-" : fmt::format("{:.1f}", time); };
-    fmt::print("| {} | {} | {} | {} | {} | {} |\n", cell.name, outcome.rowText,
-               outcome.reasons.size(), seconds(outcome.noticed), seconds(outcome.ended), reasons);
-    if (!outcome.problem.empty())
-        fmt::print("FAILED {}: {}\n", cell.name, outcome.problem);
-    std::fflush(stdout);
-    return outcome.problem.empty();
-}
-
-int runAll(const std::vector<Cell>& cells, std::size_t parallel)
-{
+    std::vector<Outcome> outcomes(cells.size());
+    std::mutex output;
     std::atomic<std::size_t> next{0};
-    std::atomic<int> failed{0};
     std::vector<std::jthread> workers;
-    for (std::size_t i = 0; i < parallel; ++i)
+    for (std::size_t i = 0; i < kParallel; ++i)
         workers.emplace_back([&] {
-            for (std::size_t at = 0; (at = next++) < cells.size();)
-                failed += runCell(cells[at]) ? 0 : 1;
+            for (std::size_t at = 0; (at = next++) < cells.size();) {
+                const Cell& cell = cells[at];
+                outcomes[at] = cell.fault.freezesClient ? runFrozen(cell) : CellRun(cell).run();
+                const std::lock_guard lock(output);
+                fmt::print("{}: {} s: {}\n", cell.name(), outcomes[at].times, outcomes[at].reasons);
+                if (!outcomes[at].problem.empty())
+                    fmt::print("FAILED {}: {}\n", cell.name(), outcomes[at].problem);
+                std::fflush(stdout);
+            }
         });
-    workers.clear();
-    return failed;
+    return (workers.clear(), outcomes);
 }
 
-std::ptrdiff_t entries(const char* folder)
+// A row for each fault with its times in each phase.
+void printMatrix(const std::vector<Cell>& cells, const std::vector<Outcome>& outcomes)
 {
-    return std::distance(std::filesystem::directory_iterator(folder), {});
+    std::vector<std::string> order;
+    std::map<std::string, std::array<std::string, kPhaseNames.size()>> rows;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const std::string& name = cells[i].fault.name;
+        if (!rows.contains(name))
+            order.push_back(name);
+        rows[name].at(static_cast<std::size_t>(cells[i].phase)) = outcomes[i].times;
+    }
+    fmt::print("| fault | {} |\n|{}\n", fmt::join(kPhaseNames, " | "),
+               fmt::join(std::vector<std::string>(kPhaseNames.size() + 1, "---|"), ""));
+    for (const std::string& name : order)
+        fmt::print("| {} | {} |\n", name, fmt::join(rows[name], " | "));
 }
 
-// The library frees the threads and descriptors of a connection some seconds after its end.
-bool leftNothing(std::ptrdiff_t threads, std::ptrdiff_t descriptors)
+// The threads, descriptors and heap of this process.
+struct Resources {
+    static std::ptrdiff_t entries(const char* folder)
+    {
+        return std::distance(fs::directory_iterator(folder), {});
+    }
+
+    std::ptrdiff_t threads = entries("/proc/self/task");
+    std::ptrdiff_t descriptors = entries("/proc/self/fd");
+    std::size_t heap = mallinfo2().uordblks; // bytes; 0 with some sanitizers
+};
+
+// Waits until threads and descriptors are those of `idle`: the library frees the resources of a
+// connection some seconds after its end.
+Resources resourcesAfter(const Resources& idle)
 {
+    Resources now;
     for (int tries = 0; tries < 60; ++tries) {
-        if (entries("/proc/self/task") <= threads && entries("/proc/self/fd") <= descriptors)
-            return true;
+        now = {};
+        if (now.threads <= idle.threads && now.descriptors <= idle.descriptors)
+            break;
         std::this_thread::sleep_for(500ms);
     }
-    fmt::print("FAILED: {} threads of {}, {} descriptors of {}\n", entries("/proc/self/task"),
-               threads, entries("/proc/self/fd"), descriptors);
-    return false;
+    return now;
 }
 
-int runMatrix(bool isLong, std::string_view text)
+int runMatrix(bool isLong, bool isCell, std::string_view text)
 {
+    std::vector<Fault> faults = networkFaults();
+    for (const auto& more : {serviceFaults(), fileFaults()})
+        faults.insert(faults.end(), more.begin(), more.end());
     std::vector<Cell> cells;
-    addPhaseCells(cells, isLong); // the longest first
-    addServiceCells(cells);
-    addFileCells(cells);
-    addPathCells(cells);
-    std::erase_if(cells,
-                  [&](const Cell& cell) { return cell.name.find(text) == std::string::npos; });
-    fmt::print("| phase: fault | row | failures | noticed, s | ended, s | reasons |\n"
-               "|---|---|---|---|---|---|\n");
-    UdtSocket::startLibrary(); // its own thread remains
-    const auto threads = entries("/proc/self/task");
-    const auto descriptors = entries("/proc/self/fd");
-    int failed = runAll(cells, kParallel);
-    std::size_t count = cells.size();
-    if (const Cell full = diskFullCell(); isLong && full.name.find(text) != std::string::npos) {
-        failed += runAll({full}, 1);
-        ++count;
+    for (const Fault& fault : faults) {
+        for (std::size_t phase = 0; phase < kPhaseNames.size(); ++phase) {
+            const Cell cell{fault, static_cast<Phase>(phase)};
+            const unsigned phases = fault.phases | (isLong || isCell ? fault.longPhases : 0);
+            if ((phases & at(cell.phase)) == 0)
+                continue;
+            if (isCell && cell.name() == text) {
+                const auto [problem, times, reasons] = CellRun(cell).run();
+                fmt::print("problem: {}\ntimes: {}\nreasons: {}\n", problem, times, reasons);
+                return EXIT_SUCCESS;
+            }
+            if (cell.name().find(text) != std::string::npos)
+                cells.push_back(cell);
+        }
     }
-    failed += leftNothing(threads, descriptors) ? 0 : 1;
-    fmt::print("{} cells, {} failed\n", count, failed);
-    return failed == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    UdtSocket::startLibrary(); // its own thread remains
+    const Resources idle;
+    const Fault none{"none"};
+    const std::string problem = CellRun(Cell{none, Phase::Connect}).run().problem;
+    const Resources before = resourcesAfter(idle); // with what the first upload allocated for good
+    const std::vector<Outcome> outcomes = runAll(cells);
+    printMatrix(cells, outcomes);
+    const Resources after = resourcesAfter(idle);
+    const bool isClean = after.threads <= idle.threads && after.descriptors <= idle.descriptors &&
+                         after.heap <= before.heap + 100'000 + 1000 * cells.size();
+    fmt::print("{}: {} threads of {}, {} descriptors of {}, {} bytes of {}\n",
+               isClean ? "nothing remains" : "FAILED", after.threads, idle.threads,
+               after.descriptors, idle.descriptors, after.heap, before.heap);
+    const auto failed = std::ranges::count_if(
+        outcomes, [](const Outcome& outcome) { return !outcome.problem.empty(); });
+    fmt::print("{} cells, {} failed {}\n", cells.size(), failed, problem);
+    return isClean && failed == 0 && problem.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 } // namespace
 } // namespace quenmoor
 
+// Answers for the product in place of the system's resolver.
+extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints,
+                           addrinfo** found)
+{
+    static const auto system =
+        reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    const auto at = std::ranges::find(
+        quenmoor::lookUps, std::string_view(host != nullptr ? host : ""), &quenmoor::LookUp::host);
+    if (at == std::end(quenmoor::lookUps))
+        return system(host, service, hints, found);
+    std::this_thread::sleep_for(at->delay);
+    if (at->count-- > 0)
+        return at->result;
+    return system("127.0.0.1", service, hints, found);
+}
+
 int main(int argc, char** argv)
 {
     const quenmoor::SilentLog silent;
-    std::signal(SIGXFSZ, SIG_IGN); // a write beyond the limit fails instead
-    const bool isLong = argc > 1 && std::string_view(argv[1]) == "--long";
-    const int text = isLong ? 2 : 1;
-    return quenmoor::runMatrix(isLong, argc > text ? argv[text] : "");
+    const std::string_view option = argc > 1 ? argv[1] : "";
+    const bool isLong = option == "--long";
+    const bool isCell = option == "--cell";
+    const int text = isLong || isCell ? 2 : 1;
+    return quenmoor::runMatrix(isLong, isCell, argc > text ? argv[text] : "");
 }
