@@ -10,6 +10,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import signal
 import subprocess
 import sys
@@ -22,6 +23,12 @@ SIGNALS = [signal.SIGTERM, signal.SIGINT, signal.SIGHUP]
 FAULTS = ["no-closing-document", "never-answer", "refuse-rendezvous", None, "stop-reading=1000000",
           "slow-reading=2000000", "answer-late=700", "drop-after=300000"]
 LIMIT = 8  # seconds; below the 10 and 30 seconds after which a blocked link returns
+
+
+def handles_signals(pid):
+    """Returns whether the process has a handler for one of SIGNALS."""
+    caught = re.search(r"SigCgt:\s+(\w+)", pathlib.Path(f"/proc/{pid}/status").read_text())[1]
+    return any(int(caught, 16) >> (number - 1) & 1 for number in SIGNALS)
 
 
 class Ends:
@@ -64,8 +71,8 @@ class Ends:
         if not holds:
             sys.exit(f"random_ends.py: {failure}; {self.label}")
 
-    def end(self, client, age):
-        """Ends the client after `age` seconds and returns the statuses that this may have."""
+    def end(self, client):
+        """Ends the client and returns the statuses that this may have."""
         how = self.random.choice([*SIGNALS, *(["close"] if self.kind == "window" else [])])
         shown = windows(client.pid, "Quenmoor Upload - v") if how == "close" else []
         if shown:
@@ -77,13 +84,13 @@ class Ends:
                 if self.answer_yes(client):
                     return [0]
         number = how if how != "close" else signal.SIGTERM
+        handled = handles_signals(client.pid)
         client.send_signal(number)
         twice = self.random.random() < 0.1
         if twice:
             client.send_signal(number)
-        # A program that starts handles no signal yet, and only the first one.
-        starts = age < (2 if self.kind == "put" else 8)
-        return [128 + number, *([-number] if starts or twice else [])]
+        # A program that starts handles no signal yet, and later only the first one.
+        return [128 + number, *([-number] if twice or not handled else [])]
 
     def answer_yes(self, client):
         questions = windows(client.pid, "^Quenmoor Upload$")
@@ -97,7 +104,7 @@ class Ends:
     def end_after(self, age, client, started):
         time.sleep(max(0, started + age - time.monotonic()))
         finished = client.poll()
-        statuses = [0] if finished is not None else self.end(client, age)
+        statuses = [0] if finished is not None else self.end(client)
         began = time.monotonic()
         try:
             client.wait(LIMIT)
