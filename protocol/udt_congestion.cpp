@@ -211,16 +211,30 @@ private:
     std::shared_ptr<Sender> sender_; // until the destructor
 };
 
+// Created on the thread that opens the socket, used on the library's receiving thread.
 class UdtCongestionFactory : public CCCVirtualFactory {
 public:
-    explicit UdtCongestionFactory(std::shared_ptr<Sender> sender) : sender_(std::move(sender)) {}
+    explicit UdtCongestionFactory(std::shared_ptr<Sender> sender)
+    {
+        const std::lock_guard lock(mutex_);
+        sender_ = std::move(sender);
+    }
 
     // The library owns both results and reports a failed allocation as an error of its own.
-    CCC* create() override { return new UdtCongestion(sender_); }
-    CCCVirtualFactory* clone() override { return new UdtCongestionFactory(sender_); }
+    CCC* create() override
+    {
+        const std::lock_guard lock(mutex_);
+        return new UdtCongestion(sender_);
+    }
+    CCCVirtualFactory* clone() override
+    {
+        const std::lock_guard lock(mutex_);
+        return new UdtCongestionFactory(sender_);
+    }
 
 private:
-    const std::shared_ptr<Sender> sender_;
+    std::mutex mutex_;
+    std::shared_ptr<Sender> sender_; // guarded by mutex_
 };
 
 } // namespace
