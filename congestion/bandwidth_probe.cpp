@@ -4,6 +4,11 @@
 #include <cmath>
 
 namespace quenmoor {
+namespace {
+
+constexpr double kShallow = 0.6;
+
+} // namespace
 
 void BandwidthProbe::begin(const SentPackets& packets, double rate, bool standingQueue)
 {
@@ -37,8 +42,19 @@ bool BandwidthProbe::evaluate()
     const double tolerated = usual + 2 * std::sqrt(usual) + 0.02 * count + 4;
     const bool shallow = !queueBefore_ && static_cast<double>(losses_) > tolerated;
     const bool grew = rate() > rateBefore_ * (1 + (gain_ - 1) / 2);
-    gain_ = std::clamp(1 + (gain_ - 1) * (shallow ? 0.6 : 1.3), kMinGain, kMaxGain);
+    scaleExcess(shallow ? kShallow : 1.3);
     return grew && !shallow;
+}
+
+void BandwidthProbe::onHeavyLoss(double share, bool standingQueue)
+{
+    if (!standingQueue && share > 2 * usualLoss_)
+        scaleExcess(kShallow);
+}
+
+void BandwidthProbe::scaleExcess(double factor)
+{
+    gain_ = std::clamp(1 + (gain_ - 1) * factor, kMinGain, kMaxGain);
 }
 
 } // namespace quenmoor

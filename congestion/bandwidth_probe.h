@@ -29,6 +29,10 @@ public:
     // more than half of the gain's excess: rate() is then the better estimate.
     bool evaluate();
 
+    // Records a round whose loss lowered the bandwidth estimate. If the loss was over twice the
+    // usual and no queue preceded it, the path has a shallow buffer, as in evaluate().
+    void onHeavyLoss(double share, bool standingQueue);
+
     // True while the gain is reduced: the path's buffer overflows before its delay can be measured.
     bool shallowBuffer() const { return gain_ < kMaxGain; }
 
@@ -39,6 +43,8 @@ public:
     void learnUsualLoss(double share) { usualLoss_ += (share - usualLoss_) / 4; }
 
 private:
+    void scaleExcess(double factor); // of the gain over 1
+
     static constexpr double kMaxGain = 1.25;
     static constexpr double kMinGain = 1.06;
 

@@ -1,12 +1,12 @@
 #include "congestion/pacer.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace quenmoor {
 namespace {
 
 constexpr std::size_t kPayload = 1456; // bytes in a packet; the last packet of a block is shorter
+constexpr std::int64_t kBlockPackets = 12;
 constexpr double kMinBacklogPackets = 48; // four blocks
 constexpr double kMinBacklogTime = 1'000;
 constexpr double kBurstTime = 12'000; // one and a half of the library's longest sleeps
@@ -16,9 +16,46 @@ constexpr double kMaxLimitCatchUp = 50'000;
 constexpr double kSignalInterval = 250;
 constexpr Micros kStallTimeout = 10'000'000; // also the library's limit for room in its buffer
 constexpr Micros kCheckInterval = 10'000;
-constexpr Micros kNever = std::numeric_limits<Micros>::max();
 
 } // namespace
+
+bool ReleaseSchedule::setPath(const PathState& path)
+{
+    path_ = path;
+    const auto burst = static_cast<std::int64_t>(kMaxCatchUp / path.packetInterval);
+    const std::int64_t most =
+        path.shallowBuffer ? std::clamp(burst, kBlockPackets, minBacklog()) : minBacklog();
+    return path.retransmitting || backlog_ > most;
+}
+
+std::int64_t ReleaseSchedule::minBacklog() const
+{
+    return static_cast<std::int64_t>(
+        std::max(kMinBacklogPackets, kMinBacklogTime / path_.packetInterval));
+}
+
+std::int64_t ReleaseSchedule::backlogLimit() const
+{
+    if (!path_.retransmitting || path_.shallowBuffer)
+        return minBacklog();
+    return static_cast<std::int64_t>(kMinBacklogPackets + kBurstTime / path_.packetInterval);
+}
+
+Micros ReleaseSchedule::releaseTime(std::int64_t packets) const
+{
+    if (backlog_ > 0 && backlog_ + packets > backlogLimit())
+        return kNever;
+    const bool timed = !path_.retransmitting || path_.shallowBuffer;
+    return timed ? static_cast<Micros>(nextRelease_) : 0;
+}
+
+void ReleaseSchedule::onReleased(std::int64_t packets, Micros now)
+{
+    const double catchUp = path_.shallowBuffer ? kMaxCatchUpShallow : kMaxCatchUp;
+    nextRelease_ = std::max(nextRelease_, static_cast<double>(now) - catchUp) +
+                   path_.packetInterval * static_cast<double>(packets);
+    backlog_ += packets;
+}
 
 bool Pacer::setPath(const PathState& path)
 {
@@ -26,8 +63,7 @@ bool Pacer::setPath(const PathState& path)
     bool libraryPaces = false;
     {
         const std::lock_guard lock(mutex_);
-        path_ = path;
-        libraryPaces = libraryPaces_ = path.retransmitting || backlog_ > minBacklog();
+        libraryPaces = schedule_.setPath(path);
         wake = waiterMayRunEarlier();
     }
     if (wake)
@@ -40,7 +76,7 @@ void Pacer::onPacketSent(Micros now)
     bool wake = false;
     {
         const std::lock_guard lock(mutex_);
-        backlog_ = std::max<std::int64_t>(backlog_ - 1, 0); // messages do not pass the pacer
+        schedule_.onPacketSent();
         lastProgress_ = now;
         wake = waiterMayRunEarlier();
     }
@@ -51,36 +87,13 @@ void Pacer::onPacketSent(Micros now)
 void Pacer::onRepairSent()
 {
     const std::lock_guard lock(mutex_);
-    nextRelease_ += path_.packetInterval;
+    schedule_.onRepairSent();
 }
 
 void Pacer::onAcknowledged(Micros now)
 {
     const std::lock_guard lock(mutex_);
     lastProgress_ = now;
-}
-
-std::int64_t Pacer::minBacklog() const
-{
-    return static_cast<std::int64_t>(
-        std::max(kMinBacklogPackets, kMinBacklogTime / path_.packetInterval));
-}
-
-std::int64_t Pacer::backlogLimit() const
-{
-    if (!path_.retransmitting || path_.shallowBuffer)
-        return minBacklog();
-    return static_cast<std::int64_t>(kMinBacklogPackets + kBurstTime / path_.packetInterval);
-}
-
-// The earliest time for a block of this size; kNever while the backlog has no room for it. A block
-// larger than the limit needs an empty backlog.
-Micros Pacer::releaseTime(std::int64_t packets) const
-{
-    if (backlog_ > 0 && backlog_ + packets > backlogLimit())
-        return kNever;
-    const bool timed = !libraryPaces_ || path_.shallowBuffer;
-    return timed ? static_cast<Micros>(nextRelease_) : 0;
 }
 
 // True once for each change by which the waiting block may be released before its thread wakes. The
@@ -91,8 +104,8 @@ bool Pacer::waiterMayRunEarlier()
 {
     if (waiting_ == 0)
         return false;
-    const auto room = static_cast<std::int64_t>(kSignalInterval / path_.packetInterval);
-    const Micros release = releaseTime(std::max(waiting_, room));
+    const auto room = static_cast<std::int64_t>(kSignalInterval / schedule_.packetInterval());
+    const Micros release = schedule_.releaseTime(std::max(waiting_, room));
     if (release >= wakeTime_)
         return false;
     wakeTime_ = release;
@@ -105,8 +118,8 @@ bool Pacer::waitToSend(std::size_t bytes, const std::function<bool()>& check)
     std::unique_lock lock(mutex_);
     Micros now = clock_->now();
     const Micros began = now;
-    Micros nextCheck = check ? now + kCheckInterval : kNever;
-    while (releaseTime(packets) > now) {
+    Micros nextCheck = check ? now + kCheckInterval : ReleaseSchedule::kNever;
+    while (schedule_.releaseTime(packets) > now) {
         const Micros deadline = std::max(began, lastProgress_) + kStallTimeout;
         if (now >= deadline)
             return false;
@@ -118,16 +131,13 @@ bool Pacer::waitToSend(std::size_t bytes, const std::function<bool()>& check)
             if (!linkIsUp)
                 break;
         }
-        wakeTime_ = std::min({releaseTime(packets), deadline, nextCheck});
+        wakeTime_ = std::min({schedule_.releaseTime(packets), deadline, nextCheck});
         waiting_ = packets;
         clock_->waitUntil(condition_, lock, wakeTime_);
         waiting_ = 0;
         now = clock_->now();
     }
-    const double catchUp = path_.shallowBuffer ? kMaxCatchUpShallow : kMaxCatchUp;
-    nextRelease_ = std::max(nextRelease_, static_cast<double>(now) - catchUp) +
-                   path_.packetInterval * static_cast<double>(packets);
-    backlog_ += packets;
+    schedule_.onReleased(packets, now);
     return true;
 }
 

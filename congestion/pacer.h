@@ -40,19 +40,50 @@ struct PathState {
     bool shallowBuffer = false;  // the path's queue overflows before its delay can be measured
 };
 
-// Any thread, except for waitToSend(). Every time that is passed comes from the pacer's clock.
+// The decision when a block may be given to the library. Used by one thread at a time; times never
+// decrease.
+class ReleaseSchedule {
+public:
+    static constexpr Micros kNever = INT64_MAX;
+
+    // Sets the rate of the blocks that follow. Returns true if the library must pace what it sends
+    // until the next call: retransmissions, and the backlog that they left if it is more than the
+    // path's queue may take. False if the library may send its backlog at once.
+    [[nodiscard]] bool setPath(const PathState& path);
+
+    // The earliest time for a block of this many packets; kNever while the backlog has no room for
+    // it. A block larger than the limit needs an empty backlog.
+    Micros releaseTime(std::int64_t packets) const;
+
+    // Records that a block was given to the library.
+    void onReleased(std::int64_t packets, Micros now);
+
+    // Records that the library sent a packet for the first time.
+    void onPacketSent() { backlog_ -= backlog_ > 0 ? 1 : 0; } // messages have no release
+
+    // Delays the blocks that follow by one packet, which was sent without the library.
+    void onRepairSent() { nextRelease_ += path_.packetInterval; }
+
+    double packetInterval() const { return path_.packetInterval; }
+
+private:
+    std::int64_t minBacklog() const;   // packets the library may always hold
+    std::int64_t backlogLimit() const; // packets the library may hold now
+
+    PathState path_;
+    std::int64_t backlog_ = 0; // packets given to the library and not yet sent
+    double nextRelease_ = 0;   // when the next block is due
+};
+
+// The thread that gives blocks to the library by a ReleaseSchedule. Any thread, except for
+// waitToSend(). Every time that is passed comes from the pacer's clock.
 class Pacer {
 public:
     explicit Pacer(std::shared_ptr<const PacingClock> clock) : clock_(std::move(clock)) {}
 
-    // Sets the rate of the blocks that follow. Returns true if the library must pace what it sends
-    // until the next call, false if it may send its backlog at once.
+    // The same as for ReleaseSchedule.
     [[nodiscard]] bool setPath(const PathState& path);
-
-    // Records that the library sent a packet for the first time.
     void onPacketSent(Micros now);
-
-    // Delays the blocks that follow by one packet, which was sent without the library.
     void onRepairSent();
 
     // Records that the peer acknowledged packets.
@@ -66,11 +97,7 @@ public:
     [[nodiscard]] bool waitToSend(std::size_t bytes, const std::function<bool()>& check = {});
 
 private:
-    // All with mutex_ held.
-    std::int64_t minBacklog() const;   // packets the library may always hold
-    std::int64_t backlogLimit() const; // packets the library may hold now
-    Micros releaseTime(std::int64_t packets) const;
-    bool waiterMayRunEarlier();
+    bool waiterMayRunEarlier(); // requires mutex_
 
     // Set once at construction.
     const std::shared_ptr<const PacingClock> clock_;
@@ -79,11 +106,8 @@ private:
     std::condition_variable condition_; // signals that a block may be released before wakeTime_
 
     // Guarded by mutex_.
-    PathState path_;
-    bool libraryPaces_ = false;
-    std::int64_t backlog_ = 0; // packets given to the library and not yet sent
+    ReleaseSchedule schedule_;
     Micros lastProgress_ = 0;  // when a packet was last sent or acknowledged
-    double nextRelease_ = 0;   // when the next block is due
     std::int64_t waiting_ = 0; // packets of the block that waits, 0 for none
     Micros wakeTime_ = 0;      // when its thread wakes without a signal
 };

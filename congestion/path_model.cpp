@@ -251,6 +251,7 @@ void PathModel::learnRate(const Round& round)
 
 void PathModel::cutBandwidth(const Round& round)
 {
+    probe_.onHeavyLoss(round.lossShare, round.standingQueue || standingQueue_);
     const double before = bandwidth();
     if (before <= 0)
         return;

@@ -1,6 +1,7 @@
 // A link and the library's sender and receiver at its ends, in simulated time. Drives one PathModel
-// per flow by the library's rules: window, retransmissions before new packets, pace, one loss
-// report per gap, acknowledgements for blocks and by timer, and the retransmission timeout.
+// and one ReleaseSchedule per flow by the library's rules: window, retransmissions before new
+// packets, pace, one loss report per gap, acknowledgements for blocks and by timer, and the
+// retransmission timeout.
 #pragma once
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <random>
 #include <set>
 
+#include "congestion/pacer.h"
 #include "congestion/path_model.h"
 
 namespace quenmoor {
@@ -27,6 +29,8 @@ struct SimulatedLink {
     Micros deadFrom = INT64_MAX, deadUntil = INT64_MAX;
     Micros idleTimer = 10'000; // between acknowledgements by timer without arrivals
     Micros jitter = 0;         // added to the delay of each packet, in order
+    Micros burst = 1;          // packets arrive at multiples of this time, as over Wi-Fi
+    Micros ackTimer = 10'000;  // between acknowledgements by timer while packets arrive
     double reordered = 0;      // share of the data packets that arrive 5 ms late, behind later ones
     double duplicated = 0;     // share of data packets and feedback that arrive twice
     std::uint64_t seed = 7;
@@ -54,9 +58,11 @@ struct SimulatedFlow {
     std::int64_t next = first;
     std::int64_t acknowledged = first;
     std::set<std::int64_t> retransmissions;
-    Micros due = 0;    // when the next packet is to be sent, 0 if none waits
-    Micros target = 0; // `due` at the last packet
-    Micros lateness = 0;
+    ReleaseSchedule schedule;
+    std::int64_t released = first; // one above the last packet that the library has
+    Micros supplyAt = INT64_MAX;   // when the application's thread wakes
+    bool libraryPaces = false;
+    Micros due = 0; // when the library sends its next packet, 0 if none waits
     Micros lastFeedback = 0;
     Micros advancedAt = 0; // the acknowledgement
     int timerExpiries = 1;
@@ -88,9 +94,12 @@ public:
             flow.due = flow.lastFeedback = flow.advancedAt = now_;
             repeat(link_.sleep, [this, &flow] { wake(flow); });
             repeat(kTimerInterval, [this, &flow] { checkTimeout(flow); });
-            repeat(kSampleInterval, [&flow] { flow.samples.push_back(flow.payload()); });
-            repeat(kAckInterval, [this, &flow] {
-                if (now_ - flow.arrivedAt <= kAckInterval ||
+            repeat(kSampleInterval, [this, &flow] {
+                flow.samples.push_back(flow.payload());
+                measureStall(flow);
+            });
+            repeat(link_.ackTimer, [this, &flow] {
+                if (now_ - flow.arrivedAt <= link_.ackTimer ||
                     now_ - flow.lastAckAt >= link_.idleTimer)
                     acknowledge(flow);
             });
@@ -149,8 +158,8 @@ public:
 
 private:
     static constexpr Micros kPacketCost = 3; // the sending thread's time for a packet
+    static constexpr Micros kWakeUp = 60;    // until a thread whose sleep has ended runs
     static constexpr Micros kTimerInterval = 100'000;
-    static constexpr Micros kAckInterval = 10'000;
     static constexpr Micros kSampleInterval = 100'000;
     static constexpr Micros kReorderDelay = 5'000;
     static constexpr std::int64_t kBlockPackets = 12;
@@ -174,15 +183,51 @@ private:
         return now_ >= link_.longerFrom ? link_.roundTrip : link_.roundTrip / 2;
     }
 
-    // The sending thread sends every packet that is due.
+    // The library's sending thread sends every packet that is due, and the application's thread
+    // adds the blocks that may follow.
     void wake(SimulatedFlow& flow)
     {
         repair(flow);
-        if (flow.due == 0 && flow.supplied(now_) > flow.next - flow.first)
-            flow.due = now_;
         Micros time = now_;
-        while (flow.brokenAt < 0 && flow.due != 0 && flow.due <= time && time < now_ + link_.sleep)
-            time += sendOne(flow, time) ? kPacketCost : 0;
+        do {
+            while (flow.brokenAt < 0 && flow.due != 0 && flow.due <= time &&
+                   time < now_ + link_.sleep)
+                time += sendOne(flow, time) ? kPacketCost : 0;
+        } while (supply(flow));
+    }
+
+    // Returns true if the library has packets to send that it had not before.
+    bool supply(SimulatedFlow& flow)
+    {
+        bool added = false;
+        while (flow.brokenAt < 0) {
+            const std::int64_t block =
+                std::min(kBlockPackets, flow.supplied(now_) - (flow.released - flow.first));
+            const Micros time =
+                block > 0 ? flow.schedule.releaseTime(block) : ReleaseSchedule::kNever;
+            if (time > now_) {
+                wakeSupplier(flow, time);
+                break;
+            }
+            flow.schedule.onReleased(block, now_);
+            flow.released += block;
+            added = flow.due == 0;
+            flow.due = added ? now_ : flow.due;
+        }
+        return added;
+    }
+
+    void wakeSupplier(SimulatedFlow& flow, Micros time)
+    {
+        if (time >= flow.supplyAt)
+            return;
+        flow.supplyAt = time;
+        at(time + kWakeUp, [this, &flow, time] {
+            if (flow.supplyAt != time)
+                return;
+            flow.supplyAt = INT64_MAX;
+            wake(flow);
+        });
     }
 
     void repair(SimulatedFlow& flow)
@@ -192,6 +237,7 @@ private:
             if (!number)
                 return;
             ++flow.repairs;
+            flow.schedule.onRepairSent();
             if (*number <= flow.highest && !flow.gaps.contains(*number))
                 ++flow.needlessRepairs;
             transmit(flow, *number, now_);
@@ -200,27 +246,27 @@ private:
 
     bool sendOne(SimulatedFlow& flow, Micros time)
     {
-        const auto interval = static_cast<Micros>(std::lround(flow.model.pace().libraryPeriod));
-        if (flow.target != 0)
-            flow.lateness += std::max<Micros>(time - flow.target, 0);
         const bool repeated = !flow.retransmissions.empty();
         const auto window =
             std::min(kFlowWindow, static_cast<std::int64_t>(flow.model.pace().window));
-        if (!repeated && (flow.next + 1 - flow.acknowledged > window ||
-                          flow.next - flow.first >= flow.supplied(now_))) {
-            flow.due = flow.target = flow.lateness = 0;
+        if (!repeated &&
+            (flow.next + 1 - flow.acknowledged > window || flow.next == flow.released)) {
+            flow.due = 0;
             return false;
         }
+        if (flow.next == flow.acknowledged)
+            flow.advancedAt = time;
         const std::int64_t number =
             repeated ? flow.retransmissions.extract(flow.retransmissions.begin()).value()
                      : flow.next++;
         flow.model.onSent(wrapped(number, flow), time);
+        if (!repeated)
+            flow.schedule.onPacketSent();
         transmit(flow, number, time);
         // The second packet of a pair follows at once.
-        const Micros wait = !repeated && number % 16 == 0 ? 0 : interval;
-        const Micros caughtUp = std::min(flow.lateness, wait);
-        flow.lateness -= caughtUp;
-        flow.due = flow.target = time + wait - caughtUp;
+        const bool pair = !repeated && number % 16 == 0;
+        const double wait = flow.libraryPaces && !pair ? flow.model.pace().libraryPeriod : 0;
+        flow.due = (flow.libraryPaces ? flow.due : time) + std::lround(wait);
         return true;
     }
 
@@ -248,7 +294,8 @@ private:
         lastArrival_ = std::max(lastArrival_, time + queueing + delay);
         const Micros late = chance(link_.reordered) ? kReorderDelay : 0;
         for (int copies = chance(link_.duplicated) ? 2 : 1; copies > 0; --copies)
-            at(lastArrival_ + late, [this, &flow, number] { arrive(flow, number); });
+            at((lastArrival_ + late + link_.burst - 1) / link_.burst * link_.burst,
+               [this, &flow, number] { arrive(flow, number); });
     }
 
     void arrive(SimulatedFlow& flow, std::int64_t number)
@@ -290,6 +337,15 @@ private:
             at(now_ + oneWay(), received);
     }
 
+    void measureStall(SimulatedFlow& flow) const
+    {
+        if (flow.next == flow.acknowledged)
+            flow.advancedAt = now_;
+        flow.longestStall =
+            std::max(flow.longestStall, static_cast<double>(now_ - flow.advancedAt) /
+                                            static_cast<double>(flow.model.resendTimeout()));
+    }
+
     void onAck(SimulatedFlow& flow, std::int64_t ack)
     {
         if (!chance(link_.loss))
@@ -297,9 +353,7 @@ private:
                [&flow, ack] { flow.confirmedAck = std::max(flow.confirmedAck, ack); });
         if (ack > flow.acknowledged) {
             flow.acknowledged = ack;
-            flow.longestStall =
-                std::max(flow.longestStall, static_cast<double>(now_ - flow.advancedAt) /
-                                                static_cast<double>(flow.model.resendTimeout()));
+            measureStall(flow);
             flow.advancedAt = now_;
             flow.retransmissions.erase(flow.retransmissions.begin(),
                                        flow.retransmissions.lower_bound(ack));
@@ -316,11 +370,16 @@ private:
         onFeedback(flow);
     }
 
+    void sendAtOnce(SimulatedFlow& flow) const
+    {
+        flow.due = flow.due == 0 ? now_ : std::min(flow.due, now_);
+    }
+
     void retransmit(SimulatedFlow& flow, std::int64_t from, std::int64_t to)
     {
         for (; from <= to; ++from)
             flow.retransmissions.insert(from);
-        flow.due = now_;
+        sendAtOnce(flow);
     }
 
     void onFeedback(SimulatedFlow& flow)
@@ -328,7 +387,15 @@ private:
         flow.lastFeedback = now_;
         flow.timerExpiries = 1;
         checkTimeout(flow);
+        applyPace(flow);
         wake(flow);
+    }
+
+    void applyPace(SimulatedFlow& flow)
+    {
+        flow.libraryPaces =
+            flow.schedule.setPath({flow.model.pace().libraryPeriod / kPacketPairFactor,
+                                   flow.model.retransmitting(), flow.model.shallowBuffer()});
     }
 
     void checkTimeout(SimulatedFlow& flow)
@@ -345,7 +412,8 @@ private:
                 retransmit(flow, flow.acknowledged, flow.next - 1);
             ++flow.timeouts;
             flow.model.onTimeout(now_);
-            flow.due = now_;
+            applyPace(flow);
+            sendAtOnce(flow);
         }
         ++flow.timerExpiries;
         flow.lastFeedback = now_;
