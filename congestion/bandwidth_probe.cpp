@@ -17,7 +17,7 @@ void BandwidthProbe::begin(const SentPackets& packets, double rate, bool standin
     begin_ = packets.next();
     end_ = 0;
     first_ = last_ = packets.lastArrival();
-    lossesBefore_ = packets.countedLosses();
+    lossesBefore_ = packets.losses();
     losses_ = 0;
 }
 
@@ -26,10 +26,10 @@ void BandwidthProbe::onFeedback(const SentPackets& packets)
     const Arrival& newest = packets.lastArrival();
     if (newest.high <= begin_) {
         first_ = last_ = newest;
-        lossesBefore_ = packets.countedLosses();
+        lossesBefore_ = packets.losses();
     } else if (end_ == 0 || last_.high < end_) {
         last_ = newest;
-        losses_ = packets.countedLosses() - lossesBefore_;
+        losses_ = packets.losses() - lossesBefore_;
     }
 }
 

@@ -208,7 +208,7 @@ PathModel::Round PathModel::measureRound() const
     const auto count = static_cast<double>(end.high - roundStart_.high);
     round.paceLimited = paceLimited(roundStart_, end);
     round.standingQueue = rtt_.roundMinRtt() > rtt_.minRttPlus(1.0 / 8, 4000);
-    round.lost = packets_.countedLosses() - lossesBeforeRound_;
+    round.lost = packets_.losses() - lossesBeforeRound_;
     round.lossShare = count > 0 ? std::min(static_cast<double>(round.lost) / count, 1.0) : 0;
     return round;
 }
@@ -230,7 +230,7 @@ void PathModel::endRound(Micros now)
     roundStart_ = packets_.lastArrival();
     roundBegan_ = now;
     roundEnd_ = packets_.next();
-    lossesBeforeRound_ = packets_.countedLosses();
+    lossesBeforeRound_ = packets_.losses();
     rtt_.beginRound();
     previousLongestGap_ = longestGap_;
     longestGap_ = 0;
@@ -258,7 +258,6 @@ void PathModel::cutBandwidth(const Round& round)
     const double delivered =
         std::max(round.rate.value_or(0), previousSendRate_ * (1 - round.lossShare));
     rates_.restart(std::min(before, std::max(delivered, before / 2)));
-    packets_.ignoreLossesOfSentPackets();
 }
 
 void PathModel::advancePhase(const Round& round, Micros now)

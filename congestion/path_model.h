@@ -122,7 +122,7 @@ private:
     Arrival roundStart_;
     Micros roundBegan_;
     std::int64_t roundEnd_;              // the round ends once a packet above has arrived
-    std::int64_t lossesBeforeRound_ = 0; // SentPackets::countedLosses()
+    std::int64_t lossesBeforeRound_ = 0; // SentPackets::losses()
     double previousSendRate_ = 0;        // first transmissions per second
     Micros lastArrivalAt_;               // or the end of a pause of the application
     Micros longestGap_ = 0;              // between two arrivals

@@ -61,7 +61,6 @@ SentPackets::SentPackets(std::int64_t first, Micros now)
     : records_(kRecords),
       next_(first),
       ack_(first),
-      countFrom_(first),
       last_{now, now, first, first, 0},
       timedOutAt_(now),
       timeoutEnd_(first)
@@ -109,9 +108,7 @@ std::optional<Micros> SentPackets::onReportedLost(NumberRange range, Micros now)
     const NumberRange valid{std::max(range.first, ack_), std::min(range.last, next_ - 2)};
     if (valid.first > valid.last)
         return std::nullopt;
-    const std::int64_t added = missing_.insert(valid);
-    lost_ += added;
-    countedLosses_ += std::min(added, std::max<std::int64_t>(valid.last + 1 - countFrom_, 0));
+    lost_ += missing_.insert(valid);
     raiseHighestArrived(valid.last + 2, now);
     const Record& cause = record(valid.last + 1);
     if (cause.retransmitted)

@@ -83,16 +83,13 @@ public:
     // Starts the next delivery rate sample at `now`, after a pause with nothing in flight.
     void restartRateSample(Micros now, double unused);
 
-    // Excludes the packets sent so far from countedLosses().
-    void ignoreLossesOfSentPackets() { countFrom_ = next_; }
-
     std::int64_t next() const { return next_; }            // one above the highest number sent
     std::int64_t acknowledgedUpTo() const { return ack_; } // the next number the peer expects
     std::int64_t inFlight() const { return next_ - ack_; } // sent and not acknowledged
     std::int64_t sentAboveArrived() const { return next_ - last_.high; }
     std::int64_t arrivedAboveAck() const { return last_.high - ack_; } // missing ones included
     std::int64_t missing() const { return missing_.count(); }
-    std::int64_t countedLosses() const { return countedLosses_; }
+    std::int64_t losses() const { return lost_; }
     const Arrival& lastArrival() const { return last_; }
 
     // True while reported packets, or packets in flight at a timeout, were not yet retransmitted.
@@ -127,10 +124,8 @@ private:
     std::vector<Record> records_; // a ring, indexed by number
     std::int64_t next_;
     std::int64_t ack_;
-    std::int64_t lost_ = 0;  // packets ever reported lost
-    std::int64_t countFrom_; // losses below are not counted
-    std::int64_t countedLosses_ = 0;
-    LossRanges missing_; // reported and not acknowledged
+    std::int64_t lost_ = 0; // packets ever reported lost
+    LossRanges missing_;    // reported and not acknowledged
     Arrival last_;
     Micros timedOutAt_;
     std::int64_t timeoutEnd_; // one above the highest number in flight at the last timeout
