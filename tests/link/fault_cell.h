@@ -121,8 +121,8 @@ struct Running {
     const std::string content = sampleContent(fault.size);
     const std::filesystem::path path = folder.file("clip.mov", content);
     LocalService service;
-    UdpRelay relay;
     std::atomic<bool> failed = false; // since the fault began
+    UdpRelay relay;                   // its thread reads the members above
     int frozenFile = -1;
     UploadQueues queues;
     SystemClock clock;
