@@ -160,7 +160,8 @@ protected:
         const std::int32_t percent = statusPercent(event);
         check(kText, text.empty() || shown.status == text);
         check(kPercent, shown.percent >= 0 && shown.percent <= 100 &&
-                            (percent < 0 || shown.percent == percent));
+                            (percent < 0 || shown.percent == percent) &&
+                            (event.kind != AttemptEventKind::Finished || percent == 100));
         check(kFinal, event.row == a_.row);
         check(kCounts, event.sentBytes == row().sent && event.total == row().total() &&
                            event.elapsed.count() == now - row().startedAt);

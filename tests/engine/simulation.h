@@ -62,8 +62,8 @@ public:
         begin();
         const RequestContainer request{source().path.filename(), row().token, row().total()};
         check(kOrder, text == buildXML(request.XMLpayload(), "RequestContainer"));
-        check(kSockets, openSockets.empty());
         check(kOneAttempt, !std::exchange(a_.connected, true));
+        check(kSockets, openSockets.empty());
         drawFault();
         return passed(FakeTransferLink::connectAndSendRequest(connectSocket, text),
                       AttemptStep::Announce, std::chrono::seconds(pick(2) * 3));
@@ -92,6 +92,8 @@ public:
         std::string text = FakeTransferLink::receiveString(socket);
         if (!text.empty() && plan_.fault == LinkFault::Damage && chance(2))
             damage(text);
+        if (a_.undrained && chance(2))
+            text.clear();
         const AttemptStep step = !a_.seen       ? AttemptStep::Response
                                  : a_.undrained ? AttemptStep::Drain
                                                 : AttemptStep::Finish;
@@ -313,7 +315,7 @@ private:
     {
         LinkPlan plan{LinkFault::None, away_ || chance(3) ? 0 : pick(row().total() + 1)};
         if (away_ ? nanoseconds() < backAt_ : pick(10) < failingInTen_)
-            plan.fault = away_.value_or(static_cast<LinkFault>(pick(12)));
+            plan.fault = away_.value_or(static_cast<LinkFault>(1 + pick(10)));
         plans = {plan};
         lostOnBreak = pick(20000U);
         inFlight_ = pick(50);
