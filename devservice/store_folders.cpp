@@ -3,44 +3,53 @@
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <limits>
+#include <vector>
 
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kMaxRecordBytes = 4096;
+constexpr std::size_t kMaxRecordBytes = 65'536;
 constexpr mode_t kFileMode = 0644;
 
 } // namespace
 
-std::optional<std::int64_t> readRecord(const StoreFolders& folders, const std::string& name)
+UploadRecord readRecord(const StoreFolders& folders, const std::string& name)
 {
     // O_NONBLOCK: opening a FIFO of this name would block otherwise.
     const FileHandle file(openat(folders.records.get(), name.c_str(),
                                  O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file)
-        return std::nullopt;
-    std::array<char, kMaxRecordBytes> text{};
+        return {};
+    std::vector<char> text(kMaxRecordBytes);
     const ssize_t length = read(file.get(), text.data(), text.size());
     if (length <= 0)
-        return std::nullopt;
+        return {};
     const auto record =
         nlohmann::json::parse(text.data(), text.data() + length, nullptr, /*exceptions*/ false);
-    if (!record.is_object() || !record.contains("size"))
-        return std::nullopt;
-    const auto& size = record["size"];
-    if (!size.is_number_unsigned() ||
-        size.get<std::uint64_t>() > std::uint64_t{std::numeric_limits<std::int64_t>::max()})
-        return std::nullopt;
-    return size.get<std::int64_t>();
+    if (!record.is_object())
+        return {};
+    const auto numberAt = [&record](const char* key) -> std::optional<std::uint64_t> {
+        const auto value = record.find(key);
+        return value != record.end() && value->is_number_unsigned()
+                   ? std::optional(value->get<std::uint64_t>())
+                   : std::nullopt;
+    };
+    const auto version = record.contains("version") ? numberAt("version") : kRecordVersion;
+    if (version != kRecordVersion)
+        return {{}, version};
+    const auto size = numberAt("size");
+    if (!size || *size > std::uint64_t{std::numeric_limits<std::int64_t>::max()})
+        return {};
+    return {static_cast<std::int64_t>(*size), {}};
 }
 
 bool writeRecord(const StoreFolders& folders, const std::string& name, std::int64_t size)
 {
-    const std::string text = nlohmann::json{{"size", size}}.dump() + "\n";
+    const std::string text =
+        nlohmann::json{{"size", size}, {"version", kRecordVersion}}.dump() + "\n";
     // Whatever has the name is removed: a draft that a kill left, or a FIFO, on which open()
     // blocks.
     unlinkat(folders.drafts.get(), name.c_str(), 0);

@@ -2,6 +2,10 @@
 //
 // Every file of the store is reached relative to one of these descriptors, so that no name and no
 // symbolic link leads out of the store.
+//
+// A record carries the version of the format in which the upload is stored. Nothing else that the
+// service keeps needs one: a part holds the bytes of the upload and no others, the certificate and
+// its key are PEM files, and the key of the tokens is never stored.
 #pragma once
 
 #include <unistd.h>
@@ -50,10 +54,19 @@ struct StoreFolders {
     FileHandle drafts;  // records that are being written
 };
 
-// Returns the recorded size of the whole file `name`, or nothing if there is no valid record. An
-// unfinished file without a record, or a record without one, identifies no upload.
-[[nodiscard]] std::optional<std::int64_t> readRecord(const StoreFolders& folders,
-                                                     const std::string& name);
+// The version that this program reads and writes. A record without a version has version 1. Later
+// versions must remain JSON objects with a number "version", of at most 64 KiB.
+inline constexpr std::uint64_t kRecordVersion = 1;
+
+// What a record contains; nothing at all if it is missing or not valid.
+struct UploadRecord {
+    std::optional<std::int64_t> size;            // of the whole file
+    std::optional<std::uint64_t> unknownVersion; // the upload belongs to another program
+};
+
+// Returns the record of `name`. An unfinished file without a valid record, or a record without an
+// unfinished file, identifies no upload.
+[[nodiscard]] UploadRecord readRecord(const StoreFolders& folders, const std::string& name);
 
 // Replaces the record of `name` atomically: after a crash either the old one or the new one
 // exists. Waits for the disk. Returns false, with errno set, if writing failed.

@@ -1,6 +1,7 @@
 #include "devservice/upload_store.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -152,9 +153,16 @@ bool StoredUpload::inspect()
         error_ = "something other than a file has this name";
         return false;
     }
+    const UploadRecord record = readRecord(folders_, name_);
+    if (record.unknownVersion) {
+        error_ = fmt::format("the record {}/records/{} has version {}, and this service reads "
+                             "version {}. Use a newer service to resume the upload, or delete the "
+                             "record to start over",
+                             kReservedFolder, name_, *record.unknownVersion, kRecordVersion);
+        return false;
+    }
     if (part == Entry::File && partSize > 0) {
-        const std::optional<std::int64_t> whole = readRecord(folders_, name_);
-        held_ = {true, whole == size_ && partSize <= size_, false, partSize};
+        held_ = {true, record.size == size_ && partSize <= size_, false, partSize};
     } else if (file == Entry::File) {
         held_ = {true, fileSize == size_, true, fileSize};
     }

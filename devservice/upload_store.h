@@ -115,9 +115,10 @@ public:
     //
     // `name` is any file name of 1 to 255 bytes. Returns nullptr, with the reason in `error`, if
     // the name would leave the folder, is the store's own or is in use by another writer, if the
-    // size is negative, if something other than a regular file has the name, if the disk has no
-    // space for the missing bytes, or for a minute after an error of the disk: a client that has
-    // sent bytes retries at once, so that a full disk would keep it sending them without end.
+    // size is negative, if something other than a regular file has the name, if its record has a
+    // version of another program, which can still resume the upload, if the disk has no space for
+    // the missing bytes, or for a minute after an error of the disk: a client that has sent bytes
+    // retries at once, so that a full disk would keep it sending them without end.
     [[nodiscard]] std::unique_ptr<StoredUpload> upload(const std::string& name, std::int64_t size,
                                                        std::string& error);
 

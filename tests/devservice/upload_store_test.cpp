@@ -80,11 +80,20 @@ TEST_F(UploadStoreTest, anOverwriteKeepsTheFinishedCopyUntilTheNewOneIsComplete)
     EXPECT_EQ(contentOf(file), "the new one");
 }
 
-TEST_F(UploadStoreTest, aPartWithoutAValidRecordOfTheSameSizeIsAnotherFile)
+TEST_F(UploadStoreTest, aPartBelongsToTheFileWhoseSizeAndVersionAreInItsRecord)
 {
-    for (const char* const text : {"", "{", "[]", "{\"size\":\"8\"}", "{\"size\":-8}",
-                                   "{\"size\":18446744073709551615}", "{\"size\":3}"}) {
-        leave("half", 8);
+    leave("half", 8);
+    EXPECT_EQ(contentOf(record), "{\"size\":8,\"version\":1}\n"); // every program reads this
+    std::ofstream(record) << R"({"size":8})";
+    expectHeld(8, {true, true, false, 4});
+    for (const char* const version : {"0", "2", "18446744073709551615"}) {
+        std::ofstream(record) << R"({"size":8,"version":)" << version << "}";
+        EXPECT_EQ(upload(8), nullptr);
+        EXPECT_NE(error.find("records/clip.mov has version "s + version), std::string::npos);
+    }
+    for (const char* const text :
+         {"", "{", "[]", R"({"size":"8"})", R"({"size":-8})", R"({"size":18446744073709551615})",
+          R"({"size":3})", R"({"size":8,"version":"1"})", R"({"size":8,"version":1)"}) {
         std::ofstream(record) << text;
         expectHeld(8, {true, false, false, 4});
         expectHeld(3, {true, false, false, 4});
