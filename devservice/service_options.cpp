@@ -1,11 +1,11 @@
 #include "devservice/service_options.h"
 
 #include "base/text.h"
-#include "devservice/page_server.h"
 #include "protocol/udt_transfer_link.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace quenmoor {
@@ -90,6 +90,22 @@ std::string defaultStateFolder()
         return std::string(state) + "/quenmoor-devservice";
     const char* const home = std::getenv("HOME");
     return std::string(home != nullptr ? home : ".") + "/.local/state/quenmoor-devservice";
+}
+
+// Returns the three numbers of a text such as "1.4.2", or nothing for any other form.
+std::optional<std::array<std::string, 3>> parseNewestVersion(std::string_view text)
+{
+    std::array<std::string, 3> numbers;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        const std::size_t end = i + 1 < numbers.size() ? text.find('.') : text.size();
+        const std::string_view number = text.substr(0, end);
+        if (end == std::string_view::npos || number.empty() ||
+            number.find_first_not_of("0123456789") != std::string_view::npos)
+            return std::nullopt;
+        numbers[i] = number;
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return numbers;
 }
 
 // Completes `page`. Returns an empty text, or a message if a value is not valid.
