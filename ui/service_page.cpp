@@ -3,6 +3,7 @@
 #include "base/log.h"
 #include "base/text.h"
 
+#include <QJsonObject>
 #include <QRegularExpression>
 #include <algorithm>
 #include <array>
@@ -21,7 +22,35 @@ std::int32_t number(const std::optional<QString>& text)
     return text ? leadingInt32(text->toStdString()) : 0;
 }
 
+// Returns nothing for a value that is not a text, and for one that is too long.
+std::optional<QString> valueOf(const QJsonObject& message, const char* key, PageLog& log)
+{
+    const QJsonValue value = message.value(QLatin1StringView(key));
+    if (!value.isString())
+        return std::nullopt;
+    QString text = value.toString();
+    if (text.size() > kMaxPageText) {
+        log.write(
+            fmt::format("The value of the page's element {} is too long and is ignored.", key));
+        return std::nullopt;
+    }
+    return text;
+}
+
 } // namespace
+
+PageSignal readPageSignal(const QJsonObject& message, PageLog& log)
+{
+    PageSignal signal;
+    signal.title = message.value(QLatin1StringView("title")).toString().left(kMaxPageText);
+    signal.session = valueOf(message, "session", log);
+    signal.token = valueOf(message, "token", log);
+    signal.macMajor = valueOf(message, "mac_major", log);
+    signal.macMinor = valueOf(message, "mac_minor", log);
+    signal.macBuild = valueOf(message, "mac_build", log);
+    signal.updateUrl = valueOf(message, "update_url", log);
+    return signal;
+}
 
 void PageLog::write(std::string_view line, Time now)
 {

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+class QJsonObject;
 class QWidget;
 
 namespace quenmoor {
@@ -78,6 +79,12 @@ private:
     double available_ = 100; // lines
     std::uint64_t omitted_ = 0;
 };
+
+inline constexpr qsizetype kMaxPageText = 65'536; // UTF-16 units; above any session, token or URL
+
+// Returns the title and the values in a message of the page's script, without a load number. A
+// title that is too long is cut; a value that is too long is logged to `log` and absent.
+PageSignal readPageSignal(const QJsonObject& message, PageLog& log);
 
 // The URL of the page on `host`. The scheme is always https; port 443 is omitted.
 QString baseUrl(const QString& host, std::uint16_t port);

@@ -7,11 +7,6 @@
 #include <QWebEngineScriptCollection>
 
 namespace quenmoor {
-namespace {
-
-constexpr qsizetype kMaxValueLength = 65'536; // characters; far above any session, token or URL
-
-} // namespace
 
 QString originOf(const QUrl& url)
 {
@@ -45,34 +40,12 @@ TitleWatcher::TitleWatcher(QWebEnginePage* page, const QUrl& service, PageLog& l
 
 void TitleWatcher::receiveDocument(const QString& origin)
 {
-    Q_EMIT documentCreated(origin.left(kMaxValueLength));
+    Q_EMIT documentCreated(origin.left(kMaxPageText));
 }
 
 void TitleWatcher::receiveTitle(const QJsonObject& message)
 {
-    PageSignal signal;
-    signal.title = message.value(QStringLiteral("title")).toString().left(kMaxValueLength);
-    signal.session = valueOf(message, QStringLiteral("session"));
-    signal.token = valueOf(message, QStringLiteral("token"));
-    signal.macMajor = valueOf(message, QStringLiteral("mac_major"));
-    signal.macMinor = valueOf(message, QStringLiteral("mac_minor"));
-    signal.macBuild = valueOf(message, QStringLiteral("mac_build"));
-    signal.updateUrl = valueOf(message, QStringLiteral("update_url"));
-    Q_EMIT titleReceived(signal);
-}
-
-std::optional<QString> TitleWatcher::valueOf(const QJsonObject& message, const QString& key) const
-{
-    const QJsonValue value = message.value(key);
-    if (!value.isString())
-        return std::nullopt;
-    QString text = value.toString();
-    if (text.size() > kMaxValueLength) {
-        log_.write("The value of the page's element " + key.toStdString() +
-                   " is too long and is ignored.");
-        return std::nullopt;
-    }
-    return text;
+    Q_EMIT titleReceived(readPageSignal(message, log_));
 }
 
 } // namespace quenmoor

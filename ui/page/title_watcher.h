@@ -40,8 +40,6 @@ Q_SIGNALS:
     void titleReceived(const quenmoor::PageSignal& signal);
 
 private:
-    std::optional<QString> valueOf(const QJsonObject& message, const QString& key) const;
-
     PageLog& log_;
 };
 
