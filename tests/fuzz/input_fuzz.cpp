@@ -1,19 +1,27 @@
-// Every text that comes from outside and needs no window, read in bounded time and memory. The
-// first byte selects the reader.
+// Every kind of text that comes from outside, read in bounded time and memory. The variable
+// FUZZ_READER selects the reader.
 #include "base/text.h"
-#include "devservice/faults.h"
+#include "cli/inputs.h"
+#include "devservice/page_requests.h"
 #include "devservice/service_documents.h"
+#include "devservice/service_options.h"
 #include "devservice/store_folders.h"
 #include "devservice/tokens.h"
 #include "protocol/xml_parser.h"
 #include "queue/file_url.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
+#include "ui/service_page.h"
 
 #include <fcntl.h>
+#include <httplib.h>
 
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <algorithm>
-#include <limits>
+#include <array>
+#include <cstdio>
+#include <map>
 
 namespace quenmoor {
 namespace {
@@ -24,40 +32,21 @@ void require(bool holds)
         std::abort();
 }
 
-// leadingInt..() in 128-bit arithmetic.
-template <typename Integer>
-Integer reference(std::string_view text)
+void requirePrintable(std::string_view text, std::string_view kept)
 {
-    std::size_t at = text.find_first_not_of(" \t\n\v\f\r");
-    if (at == std::string_view::npos)
-        return 0;
-    const bool negative = text[at] == '-';
-    if (text[at] == '-' || text[at] == '+')
-        ++at;
-    __extension__ __int128 value = 0;
-    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
-        if (value <= std::numeric_limits<std::int64_t>::max())
-            value = value * 10 + (text[at] - '0');
-    }
-    __extension__ using Wide = __int128;
-    return static_cast<Integer>(std::clamp<Wide>(negative ? -value : value,
-                                                 std::numeric_limits<Integer>::min(),
-                                                 std::numeric_limits<Integer>::max()));
+    require(isUtf8(text));
+    for (const char c : text)
+        require(static_cast<unsigned char>(c) >= 0x20 || kept.find(c) != std::string_view::npos);
 }
 
 void readText(std::string_view text)
 {
-    require(leadingInt64(text) == reference<std::int64_t>(text));
-    require(leadingInt32(text) == reference<std::int32_t>(text));
+    const std::int64_t number = std::strtoll(std::string(text).c_str(), nullptr, 10);
+    require(leadingInt64(text) == number);
+    require(leadingInt32(text) == std::clamp<std::int64_t>(number, INT32_MIN, INT32_MAX));
     require(percentDecode(percentEncodeQuery(text)) == text);
-    const auto printable = [](const std::string& line, std::string_view kept) {
-        require(isUtf8(line));
-        for (const char c : line)
-            require(static_cast<unsigned char>(c) >= 0x20 ||
-                    kept.find(c) != std::string_view::npos);
-    };
-    printable(printableLine(text), "");
-    printable(printableText(text), "\t\n");
+    requirePrintable(printableLine(text), "");
+    requirePrintable(printableText(text), "\t\n");
 }
 
 void readResponse(std::string_view text)
@@ -75,7 +64,7 @@ void readResponse(std::string_view text)
     FinishedContainer().parseXML(text);
 }
 
-void readByTheService(std::string_view text)
+void readRequestOrConfirmation(std::string_view text)
 {
     if (const auto request = readRequest(text))
         require(request->originFilename.size() + request->token.size() <= text.size());
@@ -88,10 +77,61 @@ void readByTheService(std::string_view text)
     require(!tokens.accepts(text, "clip.mov", 1)); // none was issued
 }
 
-void readFault(std::string_view text)
+// One value on each line.
+void readOptions(std::string_view text)
 {
-    const std::optional<Fault> fault = parseFault(text);
-    require(!fault || fault->value >= 0);
+    std::array<std::string, 7> values;
+    for (std::string& value : values) {
+        value = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(value.size() + 1, text.size()));
+    }
+    const auto& [host, retries, time, rate, version, url, fault] = values;
+    const auto parse = [](auto parser, const std::vector<std::string>& arguments) {
+        std::vector<const char*> pointers;
+        for (const std::string& argument : arguments)
+            pointers.push_back(argument.c_str());
+        return parser(static_cast<int>(pointers.size()), pointers.data());
+    };
+    const auto put =
+        parse(parsePutOptions, {"put", "--host", host, "--retries", retries, "--give-up-after",
+                                time, "--limit-rate", rate, "--token", "t", "--", "file"});
+    if (const auto* const options = std::get_if<PutOptions>(&put)) {
+        require(!options->host.empty() && options->port > 0);
+        require(options->retry.attempts >= 1 && options->retry.attempts <= 10'000);
+        require(options->rateLimit == 0 ||
+                (options->rateLimit >= 1024 && options->rateLimit <= std::int64_t{1} << 40U));
+        require(!options->retry.timeLimit || options->retry.timeLimit->count() > 0);
+    } else {
+        requirePrintable(std::get<EarlyExit>(put).text, "\n");
+    }
+    const auto service =
+        parse(parseServiceOptions, {"service", "--root", "root", "--newest-version", version,
+                                    "--update-url", url, "--fault", fault});
+    if (const auto* const options = std::get_if<ServiceOptions>(&service)) {
+        require(isUtf8(options->page->updateUrl) && options->faults.at(0).value >= 0);
+        for (const std::string& number : options->page->newestVersion)
+            require(std::ranges::all_of(number, [](char c) { return c >= '0' && c <= '9'; }));
+    } else {
+        requirePrintable(std::get<ServiceExit>(service).text, "\n");
+    }
+}
+
+// Lists of tokens and files.
+void readLists(std::string_view text)
+{
+    static const TempFolder folder;
+    const std::string list = folder.file("list", std::string(text));
+    for (const InputOptions& inputs :
+         {InputOptions{list, {}}, InputOptions{{}, list}, InputOptions{{}, list, true}}) {
+        PutOptions options;
+        if (!inputs.tokenFile.empty())
+            options.files.emplace_back("clip.mov");
+        const auto error = readInputs(inputs, options);
+        require(error || options.files.size() == options.tokens.size());
+        for (std::size_t i = 0; !error && i < options.files.size(); ++i)
+            require(!options.files[i].empty() && !options.tokens[i].empty() &&
+                    (options.files[i] + options.tokens[i]).find('\0') == std::string::npos);
+    }
 }
 
 void readRecordFile(std::string_view text)
@@ -103,7 +143,9 @@ void readRecordFile(std::string_view text)
         return opened;
     }();
     folder.file("record", std::string(text));
-    require(readRecord(folders, "record").value_or(0) >= 0);
+    const UploadRecord record = readRecord(folders, "record");
+    require(record.size.value_or(0) >= 0 && !(record.size && record.unknownVersion));
+    require(record.unknownVersion != kRecordVersion);
 }
 
 void readFileUrl(std::string_view text)
@@ -116,8 +158,114 @@ void readFileUrl(std::string_view text)
     require(FileUrl::fromPath(path).path() == path);
 }
 
-constexpr void (*kReaders[])(std::string_view){readText,  readResponse,   readByTheService,
-                                               readFault, readRecordFile, readFileUrl};
+// A connection that receives a text.
+class TextStream : public httplib::Stream {
+public:
+    explicit TextStream(std::string_view text) : text_(text) {}
+
+    std::string sent;
+
+    bool is_readable() const override { return true; }
+    bool is_writable() const override { return true; }
+    ssize_t read(char* bytes, std::size_t size) override
+    {
+        const std::size_t count = text_.copy(bytes, size);
+        text_.remove_prefix(count);
+        return static_cast<ssize_t>(count);
+    }
+    ssize_t write(const char* bytes, std::size_t size) override
+    {
+        sent.append(bytes, size);
+        return static_cast<ssize_t>(size);
+    }
+    void get_remote_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
+    void get_local_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
+    socket_t socket() const override { return -1; }
+
+private:
+    std::string_view text_;
+};
+
+struct PageService : httplib::Server {
+    PageService()
+    {
+        std::filesystem::create_directory(settings.pageFolder);
+        std::ignore = folder.file("page/index.html", "page");
+        std::ignore = folder.file("secret.html", "secret content");
+        requests.addTo(*this);
+    }
+
+    std::string reply(std::string_view request)
+    {
+        TextStream stream(request);
+        bool closed = false;
+        std::ignore = process_request(stream, /*close_connection*/ true, closed, nullptr);
+        return stream.sent;
+    }
+
+    const TempFolder folder;
+    const PageSettings settings{.pageFolder = folder.path() / "page"};
+    const TokenStore tokens;
+    const SessionStore sessions{tokens, {}, std::chrono::steady_clock::now};
+    const std::string session = sessions.open("").value();
+    const PageRequests requests{settings, sessions};
+};
+
+// An https request without its encryption. "@" stands for a valid session.
+void readPageRequest(std::string_view text)
+{
+    static PageService service;
+    std::string request(text);
+    if (const std::size_t at = request.find('@'); at != std::string::npos)
+        request.replace(at, 1, service.session);
+    const std::string reply = service.reply(request);
+    require(reply.empty() || reply.starts_with("HTTP/1."));
+    require(reply.find("secret content") == std::string::npos);
+    // A session or token is issued only to a request whose host is this machine.
+    const bool issued = reply.ends_with("\"}") && reply.find(R"({"error":)") == std::string::npos;
+    constexpr auto kNone = std::string::npos;
+    require(!issued || request.find("localhost") != kNone || request.find("127.0.0.1") != kNone ||
+            request.find("[::1]") != kNone);
+}
+
+// What the page sends to the window, as JSON.
+void readPageMessage(std::string_view text)
+{
+    static const QString base = baseUrl(QStringLiteral("service.example"), 8443);
+    PageLog log;
+    const auto bytes = QByteArray(text.data(), static_cast<qsizetype>(text.size()));
+    const PageSignal signal = readPageSignal(QJsonDocument::fromJson(bytes).object(), log);
+    (void)isOutOfDate({1, 2, 3}, pageVersion(signal));
+    if (const auto download = downloadUrl(signal))
+        require(download->isValid() && download->scheme().startsWith(QLatin1String("http")));
+    const std::string name = signal.token.value_or(QString()).toStdString();
+    const QUrl url = pageUrl(base, signal.session, name, 1);
+    require(url.isValid() && url.toEncoded().startsWith(base.toLatin1() + "?session="));
+    require(url.hasFragment() || url.toEncoded().endsWith("&size=1"));
+    (void)parseVersion(name);
+}
+
+using Reader = void (*)(std::string_view);
+
+Reader selectedReader()
+{
+    static const std::map<std::string_view, Reader> readers{{"text", readText},
+                                                            {"response", readResponse},
+                                                            {"request", readRequestOrConfirmation},
+                                                            {"record", readRecordFile},
+                                                            {"file_url", readFileUrl},
+                                                            {"options", readOptions},
+                                                            {"lists", readLists},
+                                                            {"page_request", readPageRequest},
+                                                            {"page_message", readPageMessage}};
+    const char* const name = std::getenv("FUZZ_READER");
+    const auto found = readers.find(name != nullptr ? name : "");
+    if (found == readers.end()) {
+        std::fputs("FUZZ_READER must be the name of a folder in tests/fuzz/seeds.\n", stderr);
+        std::exit(EXIT_FAILURE);
+    }
+    return found->second;
+}
 
 } // namespace
 } // namespace quenmoor
@@ -125,8 +273,7 @@ constexpr void (*kReaders[])(std::string_view){readText,  readResponse,   readBy
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
     static const quenmoor::SilentLog silent;
-    if (size > 0)
-        quenmoor::kReaders[data[0] % std::size(quenmoor::kReaders)](
-            {reinterpret_cast<const char*>(data) + 1, size - 1});
+    static const quenmoor::Reader read = quenmoor::selectedReader();
+    read({reinterpret_cast<const char*>(data), size});
     return 0;
 }
