@@ -1,6 +1,6 @@
-"""Long uploads with the real programs: long_runs.py small-files|large-file|window PROGRAMS SIZE.
+"""Long runs of the real programs: long_runs.py small-files|large-file|window|clients PROGRAMS SIZE.
 
-PROGRAMS is the folder of the programs, SIZE the number of files, or of GiB for large-file. Prints
+PROGRAMS is the folder of the programs, SIZE the number of files or clients, or of GiB. Prints
 figures for each tenth of the run. Fails if a stored byte differs, a file is missing or out of order,
 or if memory, threads, descriptors or the time for a tenth grow.
 """
@@ -8,6 +8,8 @@ import json
 import os
 import pathlib
 import random
+import socket
+import struct
 import subprocess
 import sys
 import time
@@ -186,6 +188,58 @@ def window(work, programs, count):
     growth.check()
 
 
+def abandoned_client(port, steps):
+    """Returns the socket of a client without a valid token that has taken 1 to 4 steps."""
+    client = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    client.settimeout(3)
+    client.connect(("127.0.0.1", port))
+
+    def handshake(kind, cookie):
+        # UDT 4: a header of four words, then version, stream type, first number, packet size,
+        # window, kind, socket, cookie and address.
+        client.send(struct.pack("!9Ii6I", 1 << 31, 0, 0, 0, 4, 1, 1000, 1500, 25600, kind, 77,
+                                cookie, 0, 0, 0, 0))
+        reply = b""
+        while len(reply) != 64 or reply[:4] != b"\x80\0\0\0":
+            reply = client.recv(2048)
+        return struct.unpack("!16I", reply)
+
+    cookie = handshake(1, 0)[11]
+    if steps > 1:
+        peer = handshake(-1, cookie)[10]
+    if steps > 2:
+        request = (b"<RequestContainer><size>10</size><token>unknown</token>"
+                   b"<originFilename>a.mov</originFilename></RequestContainer>")
+        client.send(struct.pack("!4I", 1000, 0xE0000001, 0, peer) +
+                    request[:40 if steps == 3 else None])
+    return client
+
+
+def clients(work, programs, count):
+    """300 clients at a time, with pauses, of which none completes its attempt. Then an upload."""
+    service = start_service(work, programs, "--port", "0", "--token", "t")
+    address = text_after("Listening on ", service).split(",")[0]
+    parts = psutil.Process(service.pid).children()
+    first = usage(service.pid)
+    growth = Growth(service=service)
+    for done in range(0, count, 300):
+        group = [abandoned_client(int(address.split(":")[1]), i % 4 + 1) for i in range(300)]
+        time.sleep(31)
+        growth.reached((done + len(group)) / count)
+    del group
+    time.sleep(31)
+    last = usage(service.pid)
+    print("before: {} MiB, {} threads, {} descriptors".format(*first))
+    print("after: {} MiB, {} threads, {} descriptors".format(*last))
+    expect(last[1:] == first[1:], "sessions remain")
+    expect(psutil.Process(service.pid).children() == parts, "the transfer server was restarted")
+    paths = small_files_in(work / "files", 1)
+    put = start_put(programs, address, "--token", "t", *paths)
+    expect(put.wait() == 0, f"quenmoor-put ended with {put.returncode}")
+    check_store(work / "store", paths)
+    growth.check()
+
+
 with work_folder() as folder:
-    {"small-files": small_files, "large-file": large_file, "window": window}[sys.argv[1]](
-        folder, pathlib.Path(sys.argv[2]), int(sys.argv[3]))
+    {"small-files": small_files, "large-file": large_file, "window": window, "clients": clients}[
+        sys.argv[1]](folder, pathlib.Path(sys.argv[2]), int(sys.argv[3]))
