@@ -119,9 +119,9 @@ std::vector<Fault> networkFaults()
 std::vector<Fault> serviceFaults()
 {
     struct Answer {
-        const char* name;
-        Phase phase;
-        const char* service;
+        const char* name{};
+        Phase phase{};
+        const char* service{};
         int failures = 1;
         const char* reason = "";
     };
