@@ -1,12 +1,15 @@
 #include "ui/alert_box.h"
 
 #include "ui/appearance.h"
+#include "ui/indicators.h"
 
 #include <QApplication>
 #include <QCloseEvent>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
+#include <QStyle>
 #include <QWindow>
 
 namespace quenmoor {
@@ -40,6 +43,21 @@ bool isInput(QEvent::Type type)
     }
 }
 
+// The icons of most styles are bitmaps of 32 pixels.
+QPixmap warningIcon(const QWidget& box)
+{
+    const int side = box.style()->pixelMetric(QStyle::PM_MessageBoxIconSize, nullptr, &box);
+    const double ratio = box.devicePixelRatioF();
+    QPixmap icon(QSize(side, side) * ratio);
+    icon.setDevicePixelRatio(ratio);
+    icon.fill(Qt::transparent);
+    QPainter painter(&icon);
+    paintState(painter, QRectF(0, 0, side, side), UploadState::Retrying,
+               stateColor(UploadState::Retrying, box.palette()),
+               box.palette().color(QPalette::Window));
+    return icon;
+}
+
 } // namespace
 
 bool AnswerGuard::acceptKey(Time now, const QKeyEvent& press)
@@ -53,12 +71,13 @@ bool AnswerGuard::acceptKey(Time now, const QKeyEvent& press)
 }
 
 AlertBox::AlertBox(QWidget* window, const QString& subject, const Alert& alert, Now now)
-    : QMessageBox(Warning, subject.isEmpty() ? kProductName.toString() : subject,
+    : QMessageBox(NoIcon, subject.isEmpty() ? kProductName.toString() : subject,
                   QString::fromStdString(alert.messageText), NoButton, parentFor(window)),
       now_(std::move(now)),
       guard_(now_())
 {
     setAttribute(Qt::WA_DeleteOnClose);
+    setIconPixmap(warningIcon(*this));
     setTexts(subject, alert);
     addAnswers(alert);
     for (QWidget* const child : findChildren<QWidget*>())

@@ -9,6 +9,7 @@
 
 #include <QDBusConnection>
 #include <QString>
+#include <chrono>
 #include <functional>
 
 class QDBusMessage;
@@ -20,9 +21,11 @@ namespace quenmoor {
 // The application id: the name on the session bus, of the desktop file and of the icon.
 inline constexpr QStringView kApplicationId = u"com.quenmoor.Upload";
 
-// Keeps the D-Bus library from starting a session bus where none runs. Call it before the
-// application object is created.
-void useRunningBusOnly();
+// Keeps the D-Bus library from starting a session bus where none runs, and from connecting to a
+// session or system bus that does not respond within `limit`: it would wait for 25 seconds, more
+// than once. Blocks for `limit` at most for each bus. Call it before the application object is
+// created.
+void useRunningBusOnly(std::chrono::milliseconds limit = std::chrono::milliseconds(1500));
 
 // Sends `call`. `onReply` gets the reply, which may be an error, on the thread of `context`; never
 // if `context` is destroyed first. The main thread only.

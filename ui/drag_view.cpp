@@ -94,7 +94,8 @@ std::vector<FileUrl> DragView::draggedFiles(const QMimeData& mimeData)
 
 void DragView::dragEnterEvent(QDragEnterEvent* event)
 {
-    if (!event->mimeData()->hasFormat(kUriList))
+    // A drag that began in this window has content that the page has chosen.
+    if (event->source() != nullptr || !event->mimeData()->hasFormat(kUriList))
         return;
     event->setDropAction(Qt::CopyAction);
     event->accept();

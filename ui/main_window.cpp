@@ -56,6 +56,7 @@ MainWindow::MainWindow(QWidget* page)
       infoLabel(named(new QLabel, u"infoLabel"_s)),
       filenameLabel(named(new ElidedLabel, u"filenameLabel"_s)),
       queueLabel(named(new QLabel, u"queueLabel"_s)),
+      skipButton(named(new QPushButton(u"&Skip"_s), u"skipButton"_s)),
       browseButton(named(new QPushButton(u"&Browse…"_s), u"browseButton"_s)),
       noticeLine(named(new NoticeLine, u"noticeLine"_s)),
       webView(named(page, u"webView"_s)),
@@ -103,6 +104,8 @@ void MainWindow::makeHeader(QVBoxLayout& rows)
     infoLabel->setText(u"To upload this file, complete the page below."_s);
     for (QLabel* const label : {infoLabel, hint_, queueLabel, summary_})
         label->setForegroundRole(QPalette::PlaceholderText);
+    skipButton->setAccessibleName(u"Skip this file"_s);
+    skipButton->setToolTip(u"Remove this file from the queue without uploading it."_s);
     browseButton->setAccessibleName(u"Browse"_s);
     browseButton->setToolTip(u"Choose files to upload (Ctrl+O). F1 lists all keys."_s);
 
@@ -123,6 +126,7 @@ void MainWindow::makeHeader(QVBoxLayout& rows)
     auto* const header = new QHBoxLayout;
     header->setSpacing(fontMetrics().height());
     header->addLayout(texts, 1);
+    header->addWidget(skipButton);
     header->addWidget(browseButton);
     rows.addLayout(header);
 }
@@ -193,6 +197,7 @@ void MainWindow::makeShortcuts()
                 [this] { showShortcuts(*this); });
     addRowActions(*progressGrid);
     connect(browseButton, &QPushButton::clicked, this, &MainWindow::browseRequested);
+    connect(skipButton, &QPushButton::clicked, this, &MainWindow::skipRequested);
 }
 
 void MainWindow::switchFocus()
@@ -220,6 +225,7 @@ void MainWindow::setQuestionShown(bool shown)
 {
     infoLabel->setVisible(shown);
     filenameLabel->setVisible(shown);
+    skipButton->setVisible(shown);
     if (!shown)
         queueLabel->hide();
     updateParts();

@@ -34,6 +34,7 @@ public:
     QLabel* infoLabel;
     ElidedLabel* filenameLabel;
     QLabel* queueLabel;
+    QPushButton* skipButton;
     QPushButton* browseButton;
     NoticeLine* noticeLine;
     QWidget* webView;
@@ -48,7 +49,7 @@ public:
     // Shows `uploads` in the table and in the texts about it. The model must outlive the window.
     void setUploads(StatusTableModel& uploads);
 
-    // Shows or hides the labels about the file that the page asks about.
+    // Shows or hides what concerns the file that the page asks about: the labels and Skip.
     void setQuestionShown(bool shown);
     void setPanelsShown(bool drop, bool progress);
     bool isProgressPanelShown() const;
@@ -63,6 +64,7 @@ public:
 
 Q_SIGNALS:
     void browseRequested();
+    void skipRequested();
     void quitRequested();
     void windowClosed();
 

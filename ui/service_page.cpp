@@ -14,8 +14,6 @@ namespace quenmoor {
 namespace {
 
 constexpr std::uint16_t kHttpsPort = 443;
-constexpr double kMaxLogBurst = 100; // lines
-constexpr double kLogLinesPerSecond = 5;
 
 std::int32_t number(const std::optional<QString>& text)
 {
@@ -52,16 +50,23 @@ PageSignal readPageSignal(const QJsonObject& message, PageLog& log)
     return signal;
 }
 
-void PageLog::write(std::string_view line, Time now)
+bool EventLimit::take(Time now, double events)
 {
     const std::chrono::duration<double> passed = now - latest_.value_or(now);
     latest_ = now;
-    available_ = std::min(kMaxLogBurst, available_ + passed.count() * kLogLinesPerSecond);
-    if (available_ < 1) {
+    available_ = std::min(burst_, available_ + passed.count() * perSecond_);
+    if (available_ < events)
+        return false;
+    available_ -= events;
+    return true;
+}
+
+void PageLog::write(std::string_view line, EventLimit::Time now)
+{
+    if (!limit_.take(now)) {
         ++omitted_;
         return;
     }
-    --available_;
     if (omitted_ > 0)
         logSystem("{} lines about the page were omitted.", std::exchange(omitted_, 0));
     writeSystemLine(line);

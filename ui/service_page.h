@@ -35,9 +35,6 @@ struct PageSignal {
     LoadNumber load = 0;
 };
 
-// What a load is for. The user can skip a file, but not the start page.
-enum class PageFor { Start, File };
-
 // Implemented by the embedded browser and by the tests. Main thread only.
 class ServicePage : public QObject {
     Q_OBJECT
@@ -51,7 +48,11 @@ public:
     // Starts to load `url` into the main frame with a plain GET request and returns at once, with
     // the number of the load. It ends the document of the previous load, also if the URL is the
     // same. A reload by the user or by the document keeps the number.
-    virtual LoadNumber load(const QUrl& url, PageFor purpose) = 0;
+    virtual LoadNumber load(const QUrl& url) = 0;
+
+    // Ends the document of the latest load, because it does something without end, and shows that
+    // to the user. `what` is a sentence for a support person, for example "Too many sessions."
+    virtual void endOverload(const QString& what) = 0;
 
     // Returns true if the latest load failed or its document ended.
     virtual bool hasFailed() const = 0;
@@ -60,9 +61,26 @@ Q_SIGNALS:
     // Emitted once for each title of the main frame, in the order in which the page set them, if
     // the document has the service's own origin.
     void titleReceived(const quenmoor::PageSignal& signal);
+};
 
-    // The user skips the file of this load, whose page has failed.
-    void skipRequested(quenmoor::LoadNumber load);
+// Permits `burst` events at once and `perSecond` events a second on average.
+class EventLimit {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    EventLimit(double burst, double perSecond)
+        : burst_(burst), perSecond_(perSecond), available_(burst)
+    {
+    }
+
+    // Returns whether `events` more events are within the limit.
+    [[nodiscard]] bool take(Time now = std::chrono::steady_clock::now(), double events = 1);
+
+private:
+    double burst_;
+    double perSecond_;
+    double available_;
+    std::optional<Time> latest_;
 };
 
 // The lines about a page in the system log. A page can set titles and write to its console without
@@ -70,13 +88,10 @@ Q_SIGNALS:
 // omitted lines is written with the next line.
 class PageLog {
 public:
-    using Time = std::chrono::steady_clock::time_point;
-
-    void write(std::string_view line, Time now = std::chrono::steady_clock::now());
+    void write(std::string_view line, EventLimit::Time now = std::chrono::steady_clock::now());
 
 private:
-    std::optional<Time> latest_;
-    double available_ = 100; // lines
+    EventLimit limit_{100, 5};
     std::uint64_t omitted_ = 0;
 };
 

@@ -9,7 +9,9 @@
 #include "ui/indicators.h"
 #include "ui/notice_line.h"
 
+#include <QGuiApplication>
 #include <QPushButton>
+#include <QStyleHints>
 #include <QTableView>
 #include <QUrl>
 #include <utility>
@@ -19,6 +21,12 @@ namespace {
 
 // How long the window may stop reacting while files are added.
 constexpr std::chrono::milliseconds kIntakeSlice{100};
+
+constexpr std::chrono::seconds kStartRetry{15};
+
+// How often the page for one file may be loaded anew because it has set another session.
+constexpr double kMaxSessions = 20;
+constexpr double kSessionsPerSecond = 0.1;
 
 // "2 folders were skipped, 1 file cannot be read.", or nothing if no file was skipped.
 QString skippedText(const Intake& intake)
@@ -50,7 +58,7 @@ void ViewController::viewDidLoad()
     connectParts();
     addFiles(deps_.delegate.takeDroppedFiles());
     window_.setUploads(tableModel_);
-    loadPage(QUrl(client_.baseUrl), PageFor::Start);
+    loadPage(QUrl(client_.baseUrl));
     logSystem("Byte length of long: {}", sizeof(long));
 }
 
@@ -58,6 +66,10 @@ void ViewController::connectParts()
 {
     intakeTimer_.setSingleShot(true);
     connect(&intakeTimer_, &QTimer::timeout, this, &ViewController::takeIncoming);
+    startTimer_.setObjectName(QStringLiteral("startTimer"));
+    startTimer_.setSingleShot(true);
+    startTimer_.setInterval(kStartRetry);
+    connect(&startTimer_, &QTimer::timeout, this, &ViewController::startUpload);
     window_.windowShouldClose = [this] { return windowShouldClose(); };
     connect(&window_, &MainWindow::browseRequested, this, &ViewController::browseButtonClick);
     connect(window_.mainView, &DragView::filesDropped, this, &ViewController::addFiles);
@@ -67,7 +79,7 @@ void ViewController::connectParts()
     });
     connect(&deps_.page, &ServicePage::titleReceived, this,
             &ViewController::webViewDidReceiveTitle);
-    connect(&deps_.page, &ServicePage::skipRequested, this, &ViewController::skipFile);
+    connect(&window_, &MainWindow::skipRequested, this, &ViewController::skipFile);
     connect(&deps_.view, &QtUploadView::progressGridChanged, this,
             &ViewController::reloadProgressGrid);
     connect(&deps_.view, &QtUploadView::attemptReported, &tableModel_,
@@ -138,15 +150,20 @@ void ViewController::showHeadFile()
     window_.queueLabel->setText(QStringLiteral("(%1 more in Queue)").arg(fileQueue.size() - 1));
     window_.queueLabel->setVisible(fileQueue.size() > 1);
     const QUrl url = pageUrl(client_.baseUrl, session_, head.file.filename(), head.size);
-    if (!awaitsAnswer_ || url != url_ || deps_.page.hasFailed())
-        loadPage(url, PageFor::File);
+    if (!awaitsAnswer_)
+        sessionLimit_ = EventLimit(kMaxSessions, kSessionsPerSecond);
+    if (awaitsAnswer_ && url != url_ && !sessionLimit_.take()) {
+        deps_.page.endOverload(QStringLiteral("Too many sessions."));
+    } else if (!awaitsAnswer_ || url != url_ || deps_.page.hasFailed()) {
+        loadPage(url);
+        awaitsAnswer_ = true;
+    }
 }
 
-void ViewController::loadPage(const QUrl& url, PageFor purpose)
+void ViewController::loadPage(const QUrl& url)
 {
     url_ = url;
-    awaitsAnswer_ = purpose == PageFor::File;
-    load_ = deps_.page.load(url, purpose);
+    load_ = deps_.page.load(url);
 }
 
 void ViewController::showIdle()
@@ -227,9 +244,19 @@ void ViewController::tokenReceived(const PageSignal& signal)
         tableModel_.appendRow(file);
         Q_EMIT fileAccepted(size);
     }
-    // A refused thread is logged; the next token tries again.
-    static_cast<void>(deps_.engine.initiateUpload());
+    startUpload();
     updateView();
+}
+
+void ViewController::startUpload()
+{
+    if (deps_.engine.initiateUpload())
+        return;
+    window_.noticeLine->showNotice(
+        QStringLiteral("The upload cannot start, because the system refuses to create a thread. "
+                       "The next attempt follows in %1 seconds.")
+            .arg(kStartRetry.count()));
+    startTimer_.start();
 }
 
 void ViewController::cancelReceived(const PageSignal& signal)
@@ -241,11 +268,16 @@ void ViewController::cancelReceived(const PageSignal& signal)
     updateView();
 }
 
-void ViewController::skipFile(LoadNumber load)
+void ViewController::skipFile()
 {
-    if (load != load_ || !std::exchange(awaitsAnswer_, false))
+    // The second click of a double click would skip the next file.
+    const bool isRepeated =
+        sinceSkip_.isValid() &&
+        sinceSkip_.elapsed() < QGuiApplication::styleHints()->mouseDoubleClickInterval();
+    sinceSkip_.start();
+    if (isRepeated || !std::exchange(awaitsAnswer_, false))
         return;
-    logSystem("The user skipped a file, because its page is not available.");
+    logSystem("The user skipped a file.");
     deps_.queues.cancelHead();
     updateView();
 }

@@ -11,6 +11,7 @@
 #include "ui/service_page.h"
 #include "ui/status_table_model.h"
 
+#include <QElapsedTimer>
 #include <QTimer>
 #include <deque>
 
@@ -80,12 +81,16 @@ private:
     void indexReceived(const PageSignal& signal);
     void cancelReceived(const PageSignal& signal);
 
-    void skipFile(LoadNumber load);
+    // The user does not want to upload the file that the page asks about.
+    void skipFile();
+
+    // Tries again later if the system refuses the upload thread.
+    void startUpload();
 
     // Returns whether the answer `title` of the latest load counts.
     bool takeAnswer(std::string_view title);
 
-    void loadPage(const QUrl& url, PageFor purpose);
+    void loadPage(const QUrl& url);
     void stopOutdatedClient(const PageSignal& signal);
 
     void takeIncoming();
@@ -103,7 +108,8 @@ private:
 
     std::vector<FileUrl> incoming_; // added, the first intake_.taken of them already queued
     Intake intake_;
-    QTimer intakeTimer_; // between two slices of an intake
+    QTimer intakeTimer_;      // between two slices of an intake
+    QTimer startTimer_{this}; // until the next attempt to start the upload thread
     std::optional<QString> session_;
     bool starting_ = true;
     bool sessionSeen_ = false; // opened files wait for the first "session"
@@ -116,6 +122,8 @@ private:
     QUrl url_;
     LoadNumber load_ = 0;
     bool awaitsAnswer_ = false; // it is for the head of the file queue and has not been answered
+    EventLimit sessionLimit_{0, 0}; // of the sessions for the head of the file queue
+    QElapsedTimer sinceSkip_;
 };
 
 } // namespace quenmoor

@@ -1,14 +1,8 @@
 // What the programs do over D-Bus, on a real bus with stand-ins for the services of a desktop. The
 // second start and quenmoor-put are the real programs.
 #include "bench/process.h"
-#include "engine/upload_engine.h"
-#include "tests/fakes/fake_transfer_link.h"
-#include "tests/fakes/quiet_log.h"
-#include "tests/fakes/temp_folder.h"
-#include "ui/app_delegate.h"
-#include "ui/desktop.h"
+#include "tests/ui/window_fixture.h"
 #include "ui/desktop_integration.h"
-#include "ui/view_controller.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -18,6 +12,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
+#include <QLocalServer>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTableView>
@@ -83,29 +78,8 @@ private:
     }
 };
 
-class PlainPage : public ServicePage {
-public:
-    QWidget* widget() override { return widget_; }
-    LoadNumber load(const QUrl& /*url*/, PageFor /*purpose*/) override { return 0; }
-    bool hasFailed() const override { return false; }
-
-private:
-    QWidget* widget_ = new QWidget; // the window takes ownership
-};
-
 // A window that is not shown, so that it is not in front. The test plays the engine.
-struct HiddenWindow {
-    const TempFolder folder;
-    UploadQueues queues;
-    QtMainThreadBridge bridge;
-    SystemClock clock;
-    FakeTransferLink link;
-    QtUploadView view{bridge};
-    UploadEngine engine{queues, link, view, clock};
-    AppDelegate delegate;
-    QtDesktop desktop;
-    PlainPage page;
-    ViewController controller{{queues, engine, view, page, delegate, desktop}, {}};
+struct HiddenWindow : WindowFixture {
     ApplicationService service;
     const DesktopIntegration integration{{controller, view, queues, service}};
 
@@ -161,6 +135,26 @@ private Q_SLOTS:
     {
         daemon_.kill();
         daemon_.waitForFinished();
+    }
+
+    void aBusThatDoesNotRespondIsNotUsed()
+    {
+        const TempFolder folder;
+        const QString path = QString::fromStdString(folder.path() / "a b");
+        QLocalServer frozen; // never accepts
+        QVERIFY(frozen.listen(path));
+        const QByteArray running = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", "disabled:");
+        for (const auto& [address, result] :
+             {std::pair(running, running),
+              {"unix:path=" + path.toUtf8().replace(' ', "%20"), "disabled:"},
+              {"unix:path=/gone", "unix:path=/gone"}}) {
+            qputenv("DBUS_SESSION_BUS_ADDRESS", address);
+            useRunningBusOnly(std::chrono::milliseconds(address == running ? 20'000 : 10));
+            QCOMPARE(qgetenv("DBUS_SESSION_BUS_ADDRESS"), result);
+        }
+        for (const char* variable : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
+            qputenv(variable, running);
     }
 
     void oneInhibitorLastsFromTheFirstFileToTheEndOfTheQueue()

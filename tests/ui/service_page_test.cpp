@@ -46,7 +46,7 @@ TEST(PageLog, omitsWhatExceedsItsRateAndLogsHowMuch)
 {
     const RecordingLog recording;
     PageLog log;
-    const PageLog::Time start;
+    const EventLimit::Time start;
     for (int i = 0; i < 1000; ++i)
         log.write("title", start);
     EXPECT_EQ(recording.system().size(), 100U);

@@ -233,6 +233,8 @@ private Q_SLOTS:
         with.report(1, AttemptEventKind::Cancelled);
         with.queues.tableList().replace(2, "Retrying in 5s", -1);
         with.report(2, AttemptEventKind::Failed);
+        QCOMPARE(with.window.findChild<QLabel*>(u"summaryLabel"_s)->text(),
+                 u"1 of 100 finished, 1 canceled"_s);
         const auto* const line = with.window.findChild<QWidget*>(u"uploadLine"_s);
         QVERIFY(!line->isVisible());
         with.window.setPanelsShown(false, false);

@@ -1,17 +1,12 @@
 // The window's states, open requests, and every way to quit, over a fake page, a fake desktop and a
 // fake link; all other parts are real.
-#include "engine/clock.h"
-#include "engine/upload_engine.h"
-#include "tests/fakes/fake_transfer_link.h"
-#include "tests/fakes/quiet_log.h"
-#include "tests/fakes/temp_folder.h"
-#include "ui/app_delegate.h"
+#include "tests/ui/window_fixture.h"
 #include "ui/appearance.h"
-#include "ui/desktop.h"
 #include "ui/drag_view.h"
 #include "ui/notice_line.h"
 #include "ui/startup_and_exit.h"
-#include "ui/view_controller.h"
+
+#include <pthread.h>
 
 #include <QApplication>
 #include <QFileOpenEvent>
@@ -22,113 +17,11 @@
 #include <QTableView>
 #include <QTest>
 #include <QTimer>
-#include <QUrl>
-#include <algorithm>
 #include <csignal>
 
 namespace quenmoor {
 
 using namespace Qt::StringLiterals;
-
-class FakePage : public ServicePage {
-public:
-    std::vector<std::string> loads;
-    LoadNumber number = 0; // of the latest load
-    bool failed = false;
-
-    QWidget* widget() override { return widget_; }
-    LoadNumber load(const QUrl& url, PageFor) override
-    {
-        loads.push_back(url.toEncoded().toStdString());
-        return ++number;
-    }
-    bool hasFailed() const override { return failed; }
-
-    void signal(const QString& title, const std::optional<QString>& session = QStringLiteral("s1"),
-                const std::optional<QString>& token = {})
-    {
-        Q_EMIT titleReceived({title, session, token, {}, {}, {}, {}, number});
-    }
-
-private:
-    QWidget* widget_ = new QWidget; // the window takes ownership
-};
-
-struct FakeDesktop : Desktop {
-    std::optional<std::int32_t> answer; // of runModal
-    std::function<void()> whileModal;   // called by the next runModal
-    std::vector<Alert> alerts;
-
-    std::optional<std::int32_t> runModal(QWidget* /*window*/, const Alert& alert) override
-    {
-        alerts.push_back(alert);
-        if (const auto act = std::exchange(whileModal, nullptr))
-            act();
-        return answer;
-    }
-    void openModal(QWidget* /*window*/, const QString& /*title*/, const Alert& /*alert*/,
-                   std::function<void(std::int32_t)> /*onAnswer*/) override
-    {
-    }
-    void chooseFiles(QWidget* /*window*/,
-                     std::function<void(const std::vector<FileUrl>&)> /*onChosen*/) override
-    {
-    }
-    void openUrl(const QUrl& /*url*/) override {}
-};
-
-// The upload thread blocks in its first report until the event loop runs. A test that does not run
-// the loop therefore finds a file with a token at the head of the upload queue.
-class WindowFixture {
-public:
-    const TempFolder folder;
-    RecordingLog log;
-    UploadQueues queues;
-    QtMainThreadBridge bridge;
-    SystemClock clock;
-    FakeTransferLink fakeLink;
-    QtUploadView view{bridge};
-    UploadEngine engine;
-    AppDelegate delegate;
-    FakeDesktop desktop;
-    FakePage page;
-    ViewController controller;
-    MainWindow& window = controller.window();
-
-    WindowFixture()
-        : engine(queues, fakeLink, view, clock),
-          controller({queues, engine, view, page, delegate, desktop},
-                     {QStringLiteral("2.3.4"), {2, 3, 4}, QStringLiteral("https://host/page")})
-    {
-    }
-    ~WindowFixture()
-    {
-        bridge.close();
-        clock.end();
-        if (!engine.waitForEnd(std::chrono::minutes(1)))
-            std::abort();
-    }
-
-    FileUrl file(const std::string& name) const
-    {
-        return FileUrl::fromPath(folder.file(name, std::string(10, 'x')));
-    }
-
-    // Brings the window to the idle state.
-    void start()
-    {
-        controller.viewDidLoad();
-        page.signal(QStringLiteral("index"));
-        page.signal(QStringLiteral("session"));
-        page.loads.clear();
-    }
-
-    bool logged(const std::string& line) const
-    {
-        const auto lines = log.system();
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-};
 
 class ViewControllerTest : public QObject {
     Q_OBJECT
@@ -159,7 +52,8 @@ private:
         QStringList parts;
         for (const QWidget* const part : std::initializer_list<const QWidget*>{
                  window.webView, window.dropPanel, window.progressPanel, window.infoLabel,
-                 window.filenameLabel, window.queueLabel, window.statusBarProgressBar}) {
+                 window.filenameLabel, window.queueLabel, window.skipButton,
+                 window.statusBarProgressBar}) {
             if (!part->isHidden())
                 parts << part->objectName();
         }
@@ -188,7 +82,7 @@ private Q_SLOTS:
 
         with.page.signal(u"session"_s); // Asking, one more in the queue
         QCOMPARE(shown(with.window),
-                 u"webView infoLabel filenameLabel queueLabel statusBarProgressBar"_s);
+                 u"webView infoLabel filenameLabel queueLabel skipButton statusBarProgressBar"_s);
         QCOMPARE(with.window.filenameLabel->text(), u"a b.mov"_s);
         QCOMPARE(with.window.queueLabel->text(), u"(1 more in Queue)"_s);
         QCOMPARE(with.page.loads.back(),
@@ -196,7 +90,8 @@ private Q_SLOTS:
 
         with.page.signal(u"upload"_s);
         with.page.signal(u"cancel"_s, u"s2"_s); // Asking, for the last one
-        QCOMPARE(shown(with.window), u"webView infoLabel filenameLabel statusBarProgressBar"_s);
+        QCOMPARE(shown(with.window),
+                 u"webView infoLabel filenameLabel skipButton statusBarProgressBar"_s);
         QCOMPARE(with.page.loads.back(),
                  std::string("https://host/page?session=s2&filename=c.mov&size=10"));
 
@@ -274,9 +169,9 @@ private Q_SLOTS:
         QCOMPARE(waiting(), 4U);
         with.page.signal(u"token"_s, {}, {}); // absent elements are absent values
         QCOMPARE(with.queues.uploadHead()->token, std::nullopt);
-        Q_EMIT with.page.skipRequested(3); // for "a", but "b" is shown
-        QCOMPARE(waiting(), 3U);
-        Q_EMIT with.page.skipRequested(4);
+        with.window.skipButton->click();
+        with.window.skipButton->click(); // the rest of a double click
+        QCOMPARE(waiting(), 2U);
         QCOMPARE(with.page.loads,
                  (std::vector<std::string>{"https://host/page",
                                            "https://host/page?session=s1&filename=a&size=10",
@@ -290,6 +185,24 @@ private Q_SLOTS:
         with.page.signal(u"session"_s, {});
         QVERIFY(with.logged("Session value: (null)"));
         QVERIFY(waiting() == 1 && with.queues.tableList().count() == 2);
+    }
+
+    void aRefusedUploadThreadIsShownAndStartedLater()
+    {
+        WindowFixture with;
+        with.start();
+        with.controller.addFiles({with.file("a")});
+        pthread_attr_t usual;
+        QCOMPARE(pthread_getattr_default_np(&usual), 0);
+        pthread_attr_t impossible = usual;
+        QCOMPARE(pthread_attr_setstacksize(&impossible, std::size_t{1} << 46U), 0);
+        QCOMPARE(pthread_setattr_default_np(&impossible), 0);
+        with.page.signal(u"token"_s, u"s"_s, u"t"_s);
+        QCOMPARE(pthread_setattr_default_np(&usual), 0);
+        QVERIFY(with.window.noticeLine->text().startsWith(u"The upload cannot start"));
+        QSignalSpy reports(&with.view, &QtUploadView::attemptReported);
+        with.controller.findChild<QTimer*>(u"startTimer"_s)->start(0);
+        QVERIFY(reports.wait());
     }
 
     void aTitleDuringAnAlertIsHandledAfterIt()

@@ -34,18 +34,28 @@ void PageInputFilter::beginLoad()
 {
     if (latestPress_)
         pressBeforeLoad_ = std::exchange(latestPress_, std::nullopt);
+    sincePress_.invalidate();
     isKeyFresh_ = false;
+}
+
+bool PageInputFilter::takePress()
+{
+    constexpr qint64 kValidFor = 5000; // milliseconds; as long as browsers permit a new window
+    const bool isPressed = sincePress_.isValid() && !sincePress_.hasExpired(kValidFor);
+    sincePress_.invalidate();
+    return isPressed;
 }
 
 bool PageInputFilter::swallowsPress(const QInputEvent& event)
 {
     const auto limit =
         static_cast<quint64>(QGuiApplication::styleHints()->mouseDoubleClickInterval());
-    if (event.timestamp() == 0)
-        return false; // sent by a program
-    if (pressBeforeLoad_ && event.timestamp() - *pressBeforeLoad_ < limit)
-        return true;
-    latestPress_ = event.timestamp();
+    if (event.timestamp() != 0) { // 0: sent by a program
+        if (pressBeforeLoad_ && event.timestamp() - *pressBeforeLoad_ < limit)
+            return true;
+        latestPress_ = event.timestamp();
+    }
+    sincePress_.start();
     return false;
 }
 

@@ -22,15 +22,6 @@ QLabel* makePanelText(const QString& name)
     return label;
 }
 
-QPushButton* makePanelButton(const QString& text, const QString& name, const QString& description)
-{
-    auto* const button = new QPushButton(text);
-    button->setObjectName(name);
-    button->setAccessibleName(description);
-    button->setAutoDefault(true); // the Return key activates it, as does the space bar
-    return button;
-}
-
 } // namespace
 
 LoadingPanel::LoadingPanel(QWidget* parent) : QWidget(parent)
@@ -48,27 +39,20 @@ LoadingPanel::LoadingPanel(QWidget* parent) : QWidget(parent)
 FailurePanel::FailurePanel(QWidget* parent)
     : QWidget(parent),
       reason_(makePanelText(QStringLiteral("failureReason"))),
-      detail_(makePanelText(QStringLiteral("failureDetail"))),
-      reload_(makePanelButton(QStringLiteral("&Reload"), QStringLiteral("reloadButton"),
-                              QStringLiteral("Reload the upload page"))),
-      skip_(makePanelButton(QStringLiteral("&Skip This File"), QStringLiteral("skipButton"),
-                            QStringLiteral("Skip this file without uploading it")))
+      detail_(makePanelText(QStringLiteral("failureDetail")))
 {
     setObjectName(QStringLiteral("failurePanel"));
-    setFocusProxy(reload_);
+    auto* const reload = new QPushButton(QStringLiteral("&Reload"));
+    reload->setObjectName(QStringLiteral("reloadButton"));
+    reload->setAccessibleName(QStringLiteral("Reload the upload page"));
+    reload->setAutoDefault(true); // the Return key activates it, as does the space bar
+    setFocusProxy(reload);
     auto* const heading = makePanelText(QStringLiteral("failureHeading"));
     heading->setFont(scaledFont(heading->font(), kHeadingScale));
     heading->setText(QStringLiteral("The upload page is not available"));
-    connect(reload_, &QPushButton::clicked, this, &FailurePanel::reloadRequested);
-    connect(skip_, &QPushButton::clicked, this, &FailurePanel::skipRequested);
+    connect(reload, &QPushButton::clicked, this, &FailurePanel::reloadRequested);
 
     const int line = fontMetrics().height();
-    auto* const buttons = new QHBoxLayout;
-    buttons->setSpacing(line / 2);
-    buttons->addStretch();
-    buttons->addWidget(reload_);
-    buttons->addWidget(skip_);
-    buttons->addStretch();
 
     auto* const column = new QWidget;
     column->setMaximumWidth(fontMetrics().averageCharWidth() * kPanelTextWidth);
@@ -80,7 +64,7 @@ FailurePanel::FailurePanel(QWidget* parent)
     rows->addWidget(reason_);
     rows->addWidget(detail_);
     rows->addSpacing(line / 2);
-    rows->addLayout(buttons);
+    rows->addWidget(reload, 0, Qt::AlignHCenter);
     rows->addStretch();
 
     auto* const middle = new QHBoxLayout(this);
@@ -94,11 +78,6 @@ void FailurePanel::setFailure(const QString& reason, const QString& detail)
     detail_->setText(detail);
     detail_->setVisible(!detail.isEmpty());
     setAccessibleName(reason);
-}
-
-void FailurePanel::setSkipShown(bool shown)
-{
-    skip_->setVisible(shown);
 }
 
 } // namespace quenmoor

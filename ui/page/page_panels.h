@@ -17,8 +17,8 @@ public:
     explicit LoadingPanel(QWidget* parent);
 };
 
-// Shows why the page is not available, with buttons that load it again and that skip the file. The
-// focus is on the first one. Main thread only.
+// Shows why the page is not available, with a button that loads it again and has the focus. Main
+// thread only.
 class FailurePanel : public QWidget {
     Q_OBJECT
 
@@ -28,17 +28,12 @@ public:
     // `reason` is a sentence for the user, `detail` is for a support person and may be empty.
     void setFailure(const QString& reason, const QString& detail);
 
-    void setSkipShown(bool shown);
-
 Q_SIGNALS:
     void reloadRequested();
-    void skipRequested();
 
 private:
     QLabel* reason_;
     QLabel* detail_;
-    QPushButton* reload_;
-    QPushButton* skip_;
 };
 
 } // namespace quenmoor

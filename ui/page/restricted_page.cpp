@@ -3,8 +3,13 @@
 #include "base/log.h"
 #include "ui/page/web_service_page.h"
 
+#ifdef __linux__
+#include <sys/resource.h>
+#endif
+
 #include <QAuthenticator>
 #include <QGuiApplication>
+#include <QHostAddress>
 #include <QLoggingCategory>
 #include <QPalette>
 #include <QWebEngineCertificateError>
@@ -17,6 +22,8 @@
 #include <QWebEngineQuotaRequest>
 #include <QWebEngineRegisterProtocolHandlerRequest>
 #include <QWebEngineSettings>
+#include <QWebEngineUrlRequestInfo>
+#include <QWebEngineUrlRequestInterceptor>
 #include <utility>
 
 namespace quenmoor {
@@ -28,6 +35,48 @@ bool haveSameOrigin(const QUrl& a, const QUrl& b)
 {
     return a.scheme() == b.scheme() && a.host() == b.host() && a.port() == b.port();
 }
+
+bool isThisComputer(QString host)
+{
+    if (host.endsWith(u'.'))
+        host.chop(1);
+    const QHostAddress address(host);
+    return host == u"localhost" || host.endsWith(u".localhost") || address.isLoopback() ||
+           address == QHostAddress::AnyIPv4 || address == QHostAddress::AnyIPv6;
+}
+
+int portOf(const QUrl& url)
+{
+    constexpr int kHttp = 80;
+    constexpr int kHttps = 443;
+    return url.port(url.scheme() == u"http" || url.scheme() == u"ws" ? kHttp : kHttps);
+}
+
+// Main thread only.
+class RequestFilter : public QWebEngineUrlRequestInterceptor {
+public:
+    RequestFilter(QUrl service, CountActivity count, QObject* parent)
+        : QWebEngineUrlRequestInterceptor(parent),
+          service_(std::move(service)),
+          count_(std::move(count))
+    {
+    }
+
+    void interceptRequest(QWebEngineUrlRequestInfo& info) override
+    {
+        using Info = QWebEngineUrlRequestInfo;
+        count_(PageActivity::Request, 1);
+        // A service worker would answer the loads of later files.
+        if (info.resourceType() == Info::ResourceTypeServiceWorker ||
+            (info.resourceType() != Info::ResourceTypeMainFrame &&
+             !mayRequest(info.requestUrl(), service_)))
+            info.block(true);
+    }
+
+private:
+    const QUrl service_;
+    const CountActivity count_;
+};
 
 } // namespace
 
@@ -45,7 +94,13 @@ void prepareBrowserEngine()
         qputenv(name, "1");
 }
 
-std::unique_ptr<QWebEngineProfile> makeProfile()
+bool mayRequest(const QUrl& url, const QUrl& service)
+{
+    return !isThisComputer(url.host()) ||
+           (url.host() == service.host() && portOf(url) == portOf(service));
+}
+
+std::unique_ptr<QWebEngineProfile> makeProfile(const QUrl& service, CountActivity count)
 {
     static bool isFirst = true;
     if (std::exchange(isFirst, false)) {
@@ -63,31 +118,55 @@ std::unique_ptr<QWebEngineProfile> makeProfile()
     auto profile = std::make_unique<QWebEngineProfile>();
     profile->setPersistentStoragePath(QStringLiteral("/dev/null"));
     profile->setCachePath(QStringLiteral("/dev/null"));
+    profile->setUrlRequestInterceptor(new RequestFilter(service, std::move(count), profile.get()));
     return profile;
 }
 
 RestrictedPage::RestrictedPage(QWebEngineProfile* profile, QUrl service,
-                               const std::function<void(const QUrl&)>& openInBrowser, PageLog& log,
-                               QObject* parent)
-    : QWebEnginePage(profile, parent),
-      service_(std::move(service)),
-      openInBrowser_(openInBrowser),
-      log_(log)
+                               const Dependencies& dependencies, PageLog& log, QObject* parent)
+    : QWebEnginePage(profile, parent), service_(std::move(service)), deps_(dependencies), log_(log)
 {
     applySettings();
     rejectRequests();
 }
 
+void RestrictedPage::limitMemory() const
+{
+#ifdef __linux__
+    // Far above what a page needs. The process cannot exceed the limit, however fast it allocates.
+    constexpr rlim_t kBytes = 2ULL << 30U;
+    const auto process = static_cast<pid_t>(renderProcessPid());
+    rlimit limit{};
+    if (process > 0 && prlimit(process, RLIMIT_DATA, nullptr, &limit) == 0) {
+        limit.rlim_cur = std::min(limit.rlim_max, kBytes);
+        prlimit(process, RLIMIT_DATA, &limit, nullptr);
+    }
+#endif
+}
+
 bool RestrictedPage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame)
 {
+    deps_.count(PageActivity::Request, 1);
     if (!isMainFrame)
         return isWebUrl(url) || url.scheme() == u"about";
     // The window has no Back button, so a link to another site opens in the user's browser.
     if (type == NavigationTypeLinkClicked && isWebUrl(url) && !haveSameOrigin(url, service_)) {
-        openInBrowser_(url);
+        deps_.openInBrowser(url);
         return false;
     }
     return isWebUrl(url);
+}
+
+void RestrictedPage::countDialog()
+{
+    constexpr double kMessages = 50; // the page waits for each dialog, so it opens few in a second
+    deps_.count(PageActivity::Message, kMessages);
+}
+
+void RestrictedPage::countMessage(const QString& text)
+{
+    constexpr double kUsualLength = 4000; // characters
+    deps_.count(PageActivity::Message, std::max(1.0, double(text.size()) / kUsualLength));
 }
 
 QStringList RestrictedPage::chooseFiles(FileSelectionMode /*mode*/, const QStringList& /*oldFiles*/,
@@ -98,17 +177,20 @@ QStringList RestrictedPage::chooseFiles(FileSelectionMode /*mode*/, const QStrin
 
 void RestrictedPage::javaScriptAlert(const QUrl& /*securityOrigin*/, const QString& msg)
 {
+    countDialog();
     log_.write("The page called alert(): " + msg.left(kMaxLoggedText).toStdString());
 }
 
 bool RestrictedPage::javaScriptConfirm(const QUrl& /*securityOrigin*/, const QString& /*msg*/)
 {
+    countDialog();
     return false;
 }
 
 bool RestrictedPage::javaScriptPrompt(const QUrl& /*securityOrigin*/, const QString& /*msg*/,
                                       const QString& /*defaultValue*/, QString* /*result*/)
 {
+    countDialog();
     return false;
 }
 
@@ -116,6 +198,7 @@ void RestrictedPage::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel /*le
                                               const QString& message, int line,
                                               const QString& source)
 {
+    countMessage(message);
     log_.write(fmt::format("Page console: {} ({}, line {})",
                            message.left(kMaxLoggedText).toStdString(),
                            QUrl(source).fileName().left(kMaxLoggedText).toStdString(), line));
@@ -132,7 +215,8 @@ void RestrictedPage::applySettings()
           S::AllowRunningInsecureContent, S::AllowGeolocationOnInsecureOrigins,
           S::AllowWindowActivationFromJavaScript, S::NavigateOnDropEnabled, S::DnsPrefetchEnabled})
         settings()->setAttribute(off, false);
-    settings()->setAttribute(S::WebRTCPublicInterfacesOnly, true);
+    for (const S::WebAttribute on : {S::WebRTCPublicInterfacesOnly, S::PlaybackRequiresUserGesture})
+        settings()->setAttribute(on, true);
     settings()->setUnknownUrlSchemePolicy(S::DisallowUnknownUrlSchemes);
 }
 
@@ -144,6 +228,7 @@ void RestrictedPage::rejectRequests()
             [](QWebEngineClientCertificateSelection selection) { selection.selectNone(); });
     connect(this, &QWebEnginePage::featurePermissionRequested, this,
             [this](const QUrl& origin, Feature feature) {
+                deps_.count(PageActivity::Request, 1);
                 setFeaturePermission(origin, feature, PermissionDeniedByUser);
             });
     connect(this, &QWebEnginePage::fullScreenRequested, this,
@@ -158,11 +243,15 @@ void RestrictedPage::rejectRequests()
             [](const QUrl& /*url*/, QAuthenticator* login) { *login = {}; });
     connect(this, &QWebEnginePage::newWindowRequested, this,
             [this](QWebEngineNewWindowRequest& request) {
+                deps_.count(PageActivity::Request, 1);
                 if (request.isUserInitiated() && isWebUrl(request.requestedUrl()))
-                    openInBrowser_(request.requestedUrl());
+                    deps_.openInBrowser(request.requestedUrl());
             });
     connect(profile(), &QWebEngineProfile::downloadRequested, this,
-            [](QWebEngineDownloadRequest* download) { download->cancel(); });
+            [this](QWebEngineDownloadRequest* download) {
+                deps_.count(PageActivity::Request, 1);
+                download->cancel();
+            });
 }
 
 } // namespace quenmoor

@@ -1,5 +1,5 @@
-// A web page that cannot leave the service's origin, open windows or dialogs, receive permissions
-// or download files, in a profile that stores nothing on disk.
+// A web page that cannot open windows or dialogs, receive permissions, download files or use more
+// than a share of the memory, in a profile that stores nothing on disk and runs no service worker.
 #pragma once
 
 #include "ui/service_page.h"
@@ -12,24 +12,44 @@ class QWebEngineProfile;
 
 namespace quenmoor {
 
+// What a page can do without end. The page is ended when it does so.
+enum class PageActivity : std::uint8_t { Title, Document, Message, Request };
+// The second argument is the number of events.
+using CountActivity = std::function<void(PageActivity, double)>;
+
 // Returns true for the schemes http and https.
 bool isWebUrl(const QUrl& url);
 
-// Creates an off-the-record profile. The first call selects the colour scheme of the browser engine
-// for the process, so no other web view may exist before it. Main thread only.
-std::unique_ptr<QWebEngineProfile> makeProfile();
+// Returns whether a document of the page may request `url`, other than by a navigation of the main
+// frame: programs on this computer are out of its reach, except the service at the origin of
+// `service`.
+bool mayRequest(const QUrl& url, const QUrl& service);
+
+// Creates an off-the-record profile, which calls `count` for every request of its pages. The first
+// call selects the colour scheme of the browser engine for the process, so no other web view may
+// exist before it. Main thread only.
+std::unique_ptr<QWebEngineProfile> makeProfile(const QUrl& service, CountActivity count);
 
 // Main thread only. Certificates that the machine does not trust are never accepted.
 class RestrictedPage : public QWebEnginePage {
     Q_OBJECT
 
 public:
-    // `service` is any URL of the allowed origin. `openInBrowser` is called with the http and https
-    // URLs of links that the user clicked and that lead to another origin or window. It and `log`,
-    // which receives the page's console and alerts, must outlive the page.
-    RestrictedPage(QWebEngineProfile* profile, QUrl service,
-                   const std::function<void(const QUrl&)>& openInBrowser, PageLog& log,
-                   QObject* parent);
+    struct Dependencies {
+        // The http and https URLs of links that the user clicked and that lead to another origin or
+        // window.
+        std::function<void(const QUrl&)> openInBrowser;
+        CountActivity count;
+    };
+
+    // `service` is any URL of the service's origin. `dependencies` and `log`, which receives the
+    // page's console and alerts, must outlive the page.
+    RestrictedPage(QWebEngineProfile* profile, QUrl service, const Dependencies& dependencies,
+                   PageLog& log, QObject* parent);
+
+    // Limits the memory of the page's process, which is ended when it needs more. Call it for every
+    // new document, because a navigation to another site starts another process.
+    void limitMemory() const;
 
 protected:
     bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override;
@@ -43,11 +63,13 @@ protected:
                                   int line, const QString& source) override;
 
 private:
+    void countMessage(const QString& text);
+    void countDialog();
     void applySettings();
     void rejectRequests();
 
     const QUrl service_;
-    const std::function<void(const QUrl&)>& openInBrowser_;
+    const Dependencies& deps_;
     PageLog& log_;
 };
 

@@ -31,6 +31,7 @@ public:
     // Called by the script.
     Q_INVOKABLE void receiveDocument(const QString& origin);
     Q_INVOKABLE void receiveTitle(const QJsonObject& message);
+    Q_INVOKABLE void receiveOverload() { Q_EMIT overloaded(); }
 
 Q_SIGNALS:
     // A document of any origin exists in the main frame. No script of the page has run.
@@ -38,6 +39,9 @@ Q_SIGNALS:
 
     // `signal` has no load number.
     void titleReceived(const quenmoor::PageSignal& signal);
+
+    // The document sets titles faster than they can be received.
+    void overloaded();
 
 private:
     PageLog& log_;

@@ -16,15 +16,45 @@
     // because a title that is set just before the page is replaced would then be sent too late.
     const kInvokeMethod = 6;
     let invocations = 0;
-    const transport = qt.webChannelTransport;
-    transport.onmessage = () => {};
-    const invoke = (method, argument) => transport.send(JSON.stringify({
+    const messageFor = (method, args) => ({
         type: kInvokeMethod,
         id: invocations++,
         object: 'watcher',
         method,
-        args: [argument],
-    }));
+        args,
+    });
+
+    // The client responds to every message. The number of messages without a response is limited,
+    // and so is the length of a value, so that a page cannot fill the memory of the client.
+    const kMaxInFlight = 32;
+    const kMaxQueued = 1000;
+    const kMaxLength = 65536; // characters; the client treats a longer value as absent
+    const transport = qt.webChannelTransport;
+    let inFlight = 0;
+    let queued = [];
+    let isOverloaded = false;
+    const sendQueued = () => {
+        for (; queued.length > 0 && inFlight < kMaxInFlight; ++inFlight)
+            transport.send(JSON.stringify(queued.shift()));
+    };
+    transport.onmessage = () => {
+        --inFlight;
+        sendQueued();
+    };
+    // The client ends this document when it receives the report.
+    const reportOverload = () => {
+        isOverloaded = true;
+        queued = [messageFor('receiveOverload', [])];
+        sendQueued();
+    };
+    const invoke = (method, argument) => {
+        if (isOverloaded)
+            return;
+        queued.push(messageFor(method, [argument]));
+        sendQueued();
+        if (queued.length > kMaxQueued)
+            reportOverload();
+    };
 
     invoke('receiveDocument', window.origin);
     if (window.origin !== '__SERVICE_ORIGIN__')
@@ -49,17 +79,18 @@
     const setAttribute = method(Element.prototype, 'setAttribute');
     const removeAttribute = method(Element.prototype, 'removeAttribute');
 
+    const clipped = text => text && text.slice(0, kMaxLength + 1);
     const stateOf = root => {
         const attribute = id => {
             const element = find(root, id);
-            return element && getAttribute(element, 'value');
+            return element && clipped(getAttribute(element, 'value'));
         };
         const text = id => {
             const element = find(root, id);
-            return element instanceof HTMLElement ? innerTextOf(element) : null;
+            return element instanceof HTMLElement ? clipped(innerTextOf(element)) : null;
         };
         return {
-            title: titleOf(root),
+            title: clipped(titleOf(root)),
             session: attribute('session'),
             token: attribute('token'),
             mac_major: text('mac_major'),
@@ -138,7 +169,10 @@
             node => isTitle(node) || (node instanceof Element && query(node, 'title')));
 
     const observe = records => {
-        if (records.some(changesTitle))
+        const changes = records.filter(changesTitle);
+        if (changes.length > kMaxQueued)
+            reportOverload();
+        else if (changes.length > 0)
             statesOf(records).forEach(report);
     };
     const observer = new MutationObserver(observe);

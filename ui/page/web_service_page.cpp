@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "ui/page/page_input_filter.h"
 #include "ui/page/page_panels.h"
-#include "ui/page/restricted_page.h"
 #include "ui/page/title_watcher.h"
 
 #include <QAction>
@@ -12,12 +11,39 @@
 #include <QWebEngineLoadingInfo>
 #include <QWebEngineProfile>
 #include <QWebEngineView>
+#include <array>
 
 namespace quenmoor {
 namespace {
 
 constexpr int kErrAborted = -3; // Chromium's ERR_ABORTED, also reported for a download
 constexpr int kResponseChecks = 6;
+
+// Far above what a page needs: how often it may do something at once, and in a second on average.
+struct ActivityLimit {
+    const char* excess; // for a support person
+    double burst;
+    double perSecond;
+};
+constexpr std::array<ActivityLimit, 4> kActivityLimits{{
+    {"Too many titles.", 1000, 10},
+    {"Too many page loads.", 30, 0.5},
+    {"Too many messages and dialogs.", 5000, 100},
+    {"Too many requests.", 5000, 100},
+}};
+
+std::vector<EventLimit> activityLimits()
+{
+    std::vector<EventLimit> limits;
+    for (const ActivityLimit& limit : kActivityLimits)
+        limits.emplace_back(limit.burst, limit.perSecond);
+    return limits;
+}
+
+QString excessOf(PageActivity activity)
+{
+    return QString::fromLatin1(kActivityLimits.at(static_cast<std::size_t>(activity)).excess);
+}
 
 QString reasonFor(QWebEngineLoadingInfo::ErrorDomain domain)
 {
@@ -41,8 +67,13 @@ WebServicePage::WebServicePage(const QString& baseUrl,
                                std::function<void(const QUrl&)> openInBrowser, Limits limits)
     : baseUrl_(baseUrl, QUrl::StrictMode),
       openInBrowser_(std::move(openInBrowser)),
+      pageDependencies_{[this](const QUrl& url) {
+                            if (inputFilter_->takePress()) // scripts can click links without end
+                                openInBrowser_(url);
+                        },
+                        [this](PageActivity activity, double events) { count(activity, events); }},
       limits_(limits),
-      profile_(makeProfile()),
+      profile_(makeProfile(baseUrl_, pageDependencies_.count)),
       widget_(new QStackedWidget)
 {
     qRegisterMetaType<PageSignal>();
@@ -67,13 +98,12 @@ QWidget* WebServicePage::widget()
     return widget_;
 }
 
-LoadNumber WebServicePage::load(const QUrl& url, PageFor purpose)
+LoadNumber WebServicePage::load(const QUrl& url)
 {
     ++load_;
     if (!view_)
         return load_; // the window has been destroyed
     url_ = url;
-    failurePanel_->setSkipShown(purpose == PageFor::File);
     beginLoad();
     return load_;
 }
@@ -94,8 +124,6 @@ void WebServicePage::makeView()
     connect(view_, &QObject::destroyed, &loadTimer_, &QTimer::stop);
     connect(view_, &QObject::destroyed, &responseTimer_, &QTimer::stop);
     connect(failurePanel_, &FailurePanel::reloadRequested, this, &WebServicePage::beginLoad);
-    connect(failurePanel_, &FailurePanel::skipRequested, this,
-            [this] { Q_EMIT skipRequested(load_); });
 
     auto* const reload = new QAction(QStringLiteral("Reload Page"), widget_);
     reload->setObjectName(QStringLiteral("reloadAction"));
@@ -107,7 +135,9 @@ void WebServicePage::makeView()
 void WebServicePage::replacePage()
 {
     RestrictedPage* const previous = page_;
-    page_ = new RestrictedPage(profile_.get(), baseUrl_, openInBrowser_, log_, widget_);
+    page_ = new RestrictedPage(profile_.get(), baseUrl_, pageDependencies_, log_, widget_);
+    activity_ = activityLimits();
+    isOverloaded_ = false;
     page_->setBackgroundColor(widget_->palette().color(QPalette::Base)); // no white flash when dark
     ++pageNumber_;
     connectPage();
@@ -128,6 +158,9 @@ void WebServicePage::connectPage()
     auto* const watcher = new TitleWatcher(page_, baseUrl_, log_);
     connect(watcher, &TitleWatcher::documentCreated, this,
             ifCurrent(&WebServicePage::documentCreated), Qt::QueuedConnection);
+    connect(watcher, &TitleWatcher::titleReceived, this, ifCurrent(&WebServicePage::countTitle));
+    connect(watcher, &TitleWatcher::overloaded, this, ifCurrent(&WebServicePage::endTitles),
+            Qt::QueuedConnection);
     connect(
         watcher, &TitleWatcher::titleReceived, this,
         [this, load = load_](PageSignal signal) {
@@ -151,6 +184,36 @@ void WebServicePage::connectPage()
         Qt::QueuedConnection);
 }
 
+void WebServicePage::count(PageActivity activity, double events)
+{
+    EventLimit& limit = activity_.at(static_cast<std::size_t>(activity));
+    if (isOverloaded_ || limit.take(EventLimit::Time::clock::now(), events))
+        return;
+    isOverloaded_ = true;
+    const auto end = [this, activity, number = pageNumber_] {
+        if (number == pageNumber_)
+            endOverload(excessOf(activity));
+    };
+    QMetaObject::invokeMethod(this, end, Qt::QueuedConnection);
+}
+
+void WebServicePage::countTitle(const PageSignal& /*signal*/)
+{
+    count(PageActivity::Title, 1);
+}
+
+void WebServicePage::endTitles()
+{
+    endOverload(excessOf(PageActivity::Title));
+}
+
+void WebServicePage::endOverload(const QString& what)
+{
+    fail(QStringLiteral("The upload page overloads this program. It was stopped, and the queued "
+                        "files are kept."),
+         what);
+}
+
 void WebServicePage::beginLoad()
 {
     if (!view_ || url_.isEmpty())
@@ -168,6 +231,8 @@ void WebServicePage::beginLoad()
 void WebServicePage::documentCreated(const QString& origin)
 {
     loadTimer_.stop();
+    page_->limitMemory();
+    count(PageActivity::Document, 1);
     unansweredChecks_ = 0; // a new document may have a new process
     if (origin != originOf(baseUrl_) && origin != std::exchange(foreignOrigin_, origin))
         log_.write("The titles of " + origin.toStdString() + " are ignored.");

@@ -6,17 +6,22 @@
 // the history or use the processor. The document may replace itself: every document of the
 // service's origin within a load signals for this load.
 //
+// A document that does something without end is ended: it sets titles, loads itself, writes
+// messages, opens dialogs, sends requests, blocks its thread or allocates memory. The window
+// continues to react meanwhile.
+//
 // Nothing is stored on disk. Whether a certificate is trusted is decided by the machine's
 // configuration.
 #pragma once
 
-#include "ui/service_page.h"
+#include "ui/page/restricted_page.h"
 
 #include <QPointer>
 #include <QTimer>
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <vector>
 
 class QStackedWidget;
 class QWebEngineLoadingInfo;
@@ -28,7 +33,6 @@ namespace quenmoor {
 class FailurePanel;
 class LoadingPanel;
 class PageInputFilter;
-class RestrictedPage;
 
 // Sets what the browser engine and the OpenGL drivers read from the environment, so that they store
 // nothing on disk. Call it once, before the application object is created.
@@ -59,7 +63,8 @@ public:
     ~WebServicePage() override;
 
     QWidget* widget() override;
-    LoadNumber load(const QUrl& url, PageFor purpose) override;
+    LoadNumber load(const QUrl& url) override;
+    void endOverload(const QString& what) override;
     bool hasFailed() const override { return state_ == State::Failed; }
 
 private:
@@ -75,6 +80,11 @@ private:
     void replacePage();
     void connectPage();
 
+    // Any function of the browser engine may call it.
+    void count(PageActivity activity, double events);
+    void countTitle(const PageSignal& signal);
+    void endTitles();
+
     void beginLoad();
     void documentCreated(const QString& origin);
     void loadingChanged(const QWebEngineLoadingInfo& info);
@@ -85,6 +95,7 @@ private:
     // Set once at construction. The profile outlives the view, which the window may delete.
     const QUrl baseUrl_;
     const std::function<void(const QUrl&)> openInBrowser_;
+    const RestrictedPage::Dependencies pageDependencies_;
     const Limits limits_;
     PageLog log_;
     std::unique_ptr<QWebEngineProfile> profile_;
@@ -104,6 +115,8 @@ private:
     QTimer loadTimer_{this};
     QTimer responseTimer_;
     int unansweredChecks_ = 0;
+    std::vector<EventLimit> activity_; // one for each PageActivity
+    bool isOverloaded_ = false;
 };
 
 } // namespace quenmoor

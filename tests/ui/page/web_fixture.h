@@ -13,7 +13,6 @@
 #include <QStackedWidget>
 #include <QTcpSocket>
 #include <QTest>
-#include <QTimer>
 #include <QWebEnginePage>
 #include <QWebEngineView>
 
@@ -27,8 +26,7 @@ public:
     std::map<QByteArray, QByteArray> pages; // the html of each path
     // The status and more header lines of every page. A request is not answered while it is empty.
     QByteArray head = "200 OK";
-    std::chrono::milliseconds delay{0}; // of every response
-    QByteArrayList targets;             // of the request lines, as received
+    QByteArrayList targets; // of the request lines, as received
 
     explicit ScriptedService(const Certificate& certificate)
     {
@@ -63,14 +61,11 @@ private:
         targets << request.split(' ').value(1);
         if (head.isEmpty() || targets.back() == "/silent")
             return;
-        QTimer::singleShot(delay, &socket,
-                           [this, &socket, target = targets.back()] { send(socket, target); });
-    }
-    void send(QTcpSocket& socket, const QByteArray& target)
-    {
-        const auto page = pages.find(target.split('?').front());
+        const QByteArray path = targets.back().split('?').front();
+        const auto page = pages.find(path);
         socket.write("HTTP/1.1 " + (page == pages.end() ? "404 Not Found" : head) +
-                     "\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n");
+                     "\r\nContent-Type: text/" + (path.endsWith(".js") ? "javascript" : "html") +
+                     "\r\nConnection: close\r\n\r\n");
         if (page != pages.end())
             socket.write(page->second);
         socket.disconnectFromHost();
@@ -100,7 +95,7 @@ struct WebFixture {
     QString load(const QUrl& url)
     {
         const std::size_t before = reported.size();
-        page.load(url, PageFor::File);
+        page.load(url);
         return waitForTitle(u"end", before) ? received() : QStringLiteral("(time limit)");
     }
     bool waitForTitle(QStringView title, std::size_t after = 0)

@@ -6,10 +6,8 @@
 
 #include <QApplication>
 #include <QPushButton>
-#include <QSignalSpy>
 #include <QWebEngineLoadingInfo>
 #include <QWebEngineProfile>
-#include <csignal>
 
 namespace quenmoor {
 
@@ -19,13 +17,10 @@ class WebServicePageTest : public QObject {
     Q_OBJECT
 
 public:
-    explicit WebServicePageTest(const TrustingHome& home)
-        : home_(home), files_(home.files()), web_(home.certificate())
-    {
-    }
+    explicit WebServicePageTest(const TrustingHome& home) : home_(home), web_(home.certificate()) {}
 
 private:
-    void pressReload(Qt::Key key = Qt::Key_Space)
+    void pressReload(Qt::Key key)
     {
         web_.reported.clear();
         auto* const button = web_.page.widget()->findChild<QPushButton*>(u"reloadButton"_s);
@@ -49,65 +44,65 @@ private:
 
     const RecordingLog log_;
     const TrustingHome& home_;
-    const std::map<std::string, std::string> files_; // of the home folder at the start
     WebFixture web_;
 
 private Q_SLOTS:
     void init() { web_.reset(); }
 
-    void titlesOfOneTaskKeepTheirOwnValues()
+    void everyTitleIsReportedWithTheValuesOfItsMoment()
     {
-        QCOMPARE(
-            web_.show("<title>start</title><input id=session value=s0><input id=token>"
-                      "<p id=mac_major>1</p><p id=mac_minor>2</p><script>onload = () => {"
-                      "  const get = id => document.getElementById(id);"
-                      "  const set = (id, v) => get(id).setAttribute('value', v);"
-                      "  set('token', 'a'); document.title = 'upload';"
-                      "  set('token', 'b'); document.title = 'token'; set('session', 's1');"
-                      "  set('token', 'c');"
-                      "  document.querySelector('title').firstChild.data = 'cancel';"
-                      "  get('token').remove(); get('mac_major').innerHTML = '<b>3</b>';"
-                      "  document.querySelector('title').remove(); get('mac_minor').id = 'token';"
-                      "  document.head.append(document.createElement('title')); set('token', 'd');"
-                      "  document.title = 'end'; set('token', 'e'); };</script>"),
-            u"start session=s0 major=1 minor=2|upload session=s0 token=a major=1 minor=2|"
-            "token session=s0 token=b major=1 minor=2|cancel session=s1 token=c major=1 minor=2|"
-            "end session=s1 token=d major=3"_s);
-    }
-
-    void aTitleIsReportedAgainAfterAnEmptyOne()
-    {
-        QCOMPARE(web_.show("<script>onload = () => {"
-                           "  document.title = 'token'; document.title = 'token';"
-                           "  document.title = ''; document.title = ' to\\nken ';"
-                           "  document.title = 'token'; document.title = '';"
-                           "  document.title = 'token'; document.title = 'end'; };</script>"),
-                 u"token|to ken|token|token|end"_s);
-    }
-
-    void aTitleFromTheParsingIsReadAfterItEveryTimeThePageIsLoaded()
-    {
-        const QString once = u"index session=s token=late major=3|session session=s token=late "
-                             "major=3|end session=s token=late major=3"_s;
-        QCOMPARE(web_.show("<title>index</title><script>document.title = 'session';</script>"
-                           "<input id=session value=s><span id=mac_major>3</span>"
-                           "<script>document.title = 'end'</script><input id=token value=late>"),
-                 once);
-        QCOMPARE(web_.load(web_.service.url(kIndex)), once + u'|' + once);
-    }
-
-    void absentElementsAndTooLongValuesAreAbsentValues()
-    {
-        QCOMPARE(web_.show("<p>without a title element</p><input id=session>"
-                           "<input id=token value=''><p id=mac_major>1<b>2</b></p>"
-                           "<p id=mac_minor hidden>7</p><a id=update_url>https://x/?a&amp;b</a>"
-                           "<script>onload = () => {"
-                           "  const token = document.getElementById('token');"
-                           "  token.value = 'typed'; document.title = 'short';"
-                           "  token.setAttribute('value', 'x'.repeat(70000));"
-                           "  document.title = 'end'; };</script>"),
+        // A title of one task keeps its own values; an equal title is reported again after an empty
+        // one; a title from the parsing has the values after it, in a second load too; an absent
+        // and a long value is absent; no script can reach the channel or hide an element.
+        for (
+            const auto& [html, titles] : std::vector<std::pair<const char*, QString>>{
+                {R"(<title>start</title><input id=session value=s0><input id=token>
+                     <p id=mac_major>1</p><p id=mac_minor>2</p><script>onload = () => {
+                     const get = id => document.getElementById(id);
+                     const set = (id, value) => get(id).setAttribute('value', value);
+                     set('token', 'a'); document.title = 'upload';
+                     set('token', 'b'); document.title = 'token';
+                     set('session', 's1'); set('token', 'c');
+                     document.querySelector('title').firstChild.data = 'cancel';
+                     get('token').remove(); get('mac_major').innerHTML = '<b>3</b>';
+                     document.querySelector('title').remove(); get('mac_minor').id = 'token';
+                     document.head.append(document.createElement('title')); set('token', 'd');
+                     document.title = 'end'; set('token', 'e'); };</script>)",
+                 u"start session=s0 major=1 minor=2|upload session=s0 token=a major=1 minor=2|"
+                 "token session=s0 token=b major=1 minor=2|"
+                 "cancel session=s1 token=c major=1 minor=2|end session=s1 token=d major=3"_s},
+                {R"(<script>onload = () => ['token', 'token', '', ' to\nken ', 'token', '', 'token',
+                     'end'].forEach(title => { document.title = title; });</script>)",
+                 u"token|to ken|token|token|end"_s},
+                {R"(<title>index</title><script>document.title = 'session';</script>
+                     <input id=session value=s><span id=mac_major>3</span>
+                     <script>document.title = 'end'</script><input id=token value=late>)",
+                 u"index session=s token=late major=3|session session=s token=late major=3|"
+                 "end session=s token=late major=3"_s},
+                {R"(<p>without a title element</p><input id=session><input id=token value=''>
+                     <p id=mac_major>1<b>2</b></p><p id=mac_minor hidden>7</p>
+                     <a id=update_url>https://x/?a&amp;b</a><script>onload = () => {
+                     const token = document.getElementById('token');
+                     token.value = 'typed'; document.title = 'short';
+                     token.setAttribute('value', 'x'.repeat(70000));
+                     document.title = 'end'; };</script>)",
                  u"short token= major=12 minor=7 url=https://x/?a&b|"
-                 "end major=12 minor=7 url=https://x/?a&b"_s);
+                 "end major=12 minor=7 url=https://x/?a&b"_s},
+                {R"(<form><input name=getElementById><input name=title></form>
+                     <form id=token value=real><input name=getAttribute></form>
+                     <img name=getElementById><img name=title><script>
+                     Object.defineProperty(Document.prototype, 'title', { get: () => 'token' });
+                     Element.prototype.getAttribute = () => 'forged';
+                     JSON.stringify = () => 'forged'; Array.prototype.map = () => [];
+                     onload = () => {
+                         const title = document.createElement('title');
+                         title.append([typeof qt, typeof QWebChannel, typeof transport].join());
+                         document.head.append(title); title.firstChild.data = 'end'; };</script>)",
+                 u"undefined,undefined,undefined token=real|end token=real"_s}}) {
+            web_.reset();
+            QCOMPARE(web_.show(html), titles);
+            QCOMPARE(web_.load(web_.service.url(kIndex)), titles + u'|' + titles);
+        }
     }
 
     void framesAndOtherOriginsAreIgnored()
@@ -128,37 +123,21 @@ private Q_SLOTS:
                  1);
     }
 
-    void thePageCannotReachTheChannelOrHideItsElements()
-    {
-        QCOMPARE(
-            web_.show("<form><input name=getElementById><input name=title></form>"
-                      "<form id=token value=real><input name=getAttribute></form>"
-                      "<img name=getElementById><img name=title><script>"
-                      "Object.defineProperty(Document.prototype, 'title', { get: () => 'token' });"
-                      "Element.prototype.getAttribute = () => 'forged';"
-                      "JSON.stringify = () => 'forged'; Array.prototype.map = () => [];"
-                      "onload = () => {"
-                      "  const reach = [typeof qt, typeof QWebChannel, typeof kInvokeMethod];"
-                      "  const title = document.createElement('title');"
-                      "  title.append(reach.join()); document.head.append(title);"
-                      "  title.firstChild.data = 'end'; };</script>"),
-            u"undefined,undefined,undefined token=real|end token=real"_s);
-    }
-
     void aFailedLoadShowsThePanelAndReloadSendsTheSameRequest()
     {
-        for (const char* head : {"404 Not Found", "204 No Content",
-                                 "200 OK\r\nContent-Disposition: attachment; filename=unwanted"}) {
+        for (const auto& [head, key] :
+             {std::pair("404 Not Found", Qt::Key_Space),
+              {"204 No Content", Qt::Key_F5},
+              {"200 OK\r\nContent-Disposition: attachment; filename=unwanted", Qt::Key_Return}}) {
             web_.reset();
             web_.service.pages[kIndex] = "<title>token</title>The service's own text.";
             web_.service.head = head;
             web_.page.load(
-                pageUrl(web_.service.url(kIndex).toString(), u" \t@<\">"_s, "it's\xE9?.mov", 1),
-                PageFor::File);
+                pageUrl(web_.service.url(kIndex).toString(), u" \t@<\">"_s, "it's\xE9?.mov", 1));
             QCOMPARE(web_.failure(), u"The service responded, but not with its upload page."_s);
             web_.service.pages[kIndex] = "<title>end</title>";
             web_.service.head = "200 OK";
-            pressReload();
+            pressReload(key);
             QCOMPARE(web_.service.targets.size(), 2);
             QCOMPARE(web_.service.targets[0], web_.service.targets[1]);
             QVERIFY(web_.service.targets[0].startsWith("/files/upload/index.html?session="));
@@ -172,20 +151,12 @@ private Q_SLOTS:
         WebFixture later(home_.certificate(), {.load = std::chrono::milliseconds(300)});
         for (WebFixture* const web : {&deleted, &later}) {
             web->service.head.clear();
-            web->page.load(web->service.url(kIndex), PageFor::File);
+            web->page.load(web->service.url(kIndex));
         }
         delete deleted.page.widget();
         QVERIFY(deleted.page.widget() == nullptr);
-        deleted.page.load(deleted.service.url(kIndex), PageFor::File);
+        deleted.page.load(deleted.service.url(kIndex));
         QCOMPARE(later.failure(), u"The service does not respond."_s);
-    }
-
-    void aCrashedRendererShowsThePanelAndReloadShowsThePageAgain()
-    {
-        web_.show("<title>end</title>");
-        ::kill(static_cast<pid_t>(web_.view()->page()->renderProcessPid()), SIGKILL);
-        QVERIFY(web_.failure().startsWith(u"The page stopped unexpectedly."));
-        pressReload(Qt::Key_F5);
     }
 
     void aNavigationThatEndsWithoutADocumentKeepsThePage()
@@ -213,28 +184,9 @@ private Q_SLOTS:
         const auto* const timer = web_.page.findChild<QTimer*>(u"loadTimer"_s);
         web_.show("<title>end</title><img src=/silent>");
         QVERIFY(web_.view()->page()->isLoading() && !timer->isActive() && !web_.isPanelShown());
-        web_.page.load(web_.service.url("/silent"), PageFor::Start);
+        web_.page.load(web_.service.url("/silent"));
         QVERIFY(timer->isActive() && !web_.view()->isVisible());
         QVERIFY(web_.page.widget()->findChild<QWidget*>(u"loadingPanel"_s)->isVisible());
-    }
-
-    void aPageThatBlocksIsEndedAndItsFileCanBeSkipped()
-    {
-        WebFixture web(home_.certificate(), {.response = std::chrono::seconds(3)});
-        auto* const skip = web.page.widget()->findChild<QPushButton*>(u"skipButton"_s);
-        QSignalSpy skips(&web.page, &ServicePage::skipRequested);
-        web.service.pages[kIndex] = "<title>end</title><script>onload = () => {"
-                                    "  setTimeout(() => { for (;;); }, 50); };</script>";
-        const LoadNumber load = web.page.load(web.service.url(kIndex), PageFor::File);
-        QVERIFY(web.waitForTitle(u"end"));
-        const auto process = static_cast<pid_t>(web.view()->page()->renderProcessPid());
-        QVERIFY(web.failure().startsWith(u"The upload page does not respond."));
-        QTRY_VERIFY(::kill(process, 0) != 0);
-        skip->click();
-        QCOMPARE(skips.back().front().value<LoadNumber>(), load);
-        web.service.head = "404 Not Found";
-        web.page.load(web.service.url(kIndex), PageFor::Start);
-        QVERIFY(web.failure().startsWith(u"The service responded") && !skip->isVisible());
     }
 
     void inputThatBeganOnAnEarlierPageIsSwallowed()
@@ -264,7 +216,7 @@ private Q_SLOTS:
     void anUntrustedCertificateIsNeverAccepted()
     {
         WebFixture web(home_.untrustedCertificate());
-        web.page.load(web.service.url(kIndex), PageFor::File);
+        web.page.load(web.service.url(kIndex));
         QVERIFY(web.failure().contains(u"certificate"_s));
         QVERIFY(web.service.targets.empty());
     }
@@ -280,38 +232,6 @@ private Q_SLOTS:
                  (std::vector{QUrl(u"https://one.example/?x=1"_s), QUrl(u"http://two.example/"_s),
                               web_.service.url("/own")}));
         QVERIFY(!web_.isPanelShown());
-    }
-
-    void scriptsCannotOpenWindowsDialogsOrDevices()
-    {
-        QCOMPARE(web_.show("<script>onload = async () => {"
-                           "  const results = [open('https://popup.example/'), alert('a'),"
-                           "    confirm('b'), prompt('c'), await Notification.requestPermission()];"
-                           "  results.push(await new Promise(done =>"
-                           "    navigator.geolocation.getCurrentPosition("
-                           "      () => done('found'), error => done(error.code))));"
-                           "  results.push(await navigator.mediaDevices.getUserMedia({"
-                           "    audio: true }).then(() => 'open', () => 'rejected'));"
-                           "  document.title = results.join(); document.title = 'end'; };"
-                           "</script>"),
-                 u",,false,,denied,1,rejected|end"_s);
-        QVERIFY(web_.opened.empty());
-    }
-
-    void nothingIsStoredInTheHomeFolder()
-    {
-        web_.service.pages["/worker.js"] = "";
-        web_.show(
-            "<script>onload = async () => { document.cookie = 'a=b; max-age=99999';"
-            "  localStorage.a = 'b'; await (await caches.open('c')).put('/d', new Response('e'));"
-            "  try { openDatabase('w', '', '', 1e6); } catch {}"
-            "  await navigator.serviceWorker.register('/worker.js').catch(() => {});"
-            "  const folder = await navigator.storage.getDirectory();"
-            "  const file = await (await folder.getFileHandle('x', { create: true }))"
-            "    .createWritable(); await file.write('y'); await file.close();"
-            "  indexedDB.open('f').onsuccess = () => document.title = 'end'; };</script>");
-        QVERIFY(web_.waitForTitle(u"end"));
-        QVERIFY(home_.files() == files_);
     }
 };
 

@@ -1,0 +1,119 @@
+// The window over a fake page, a fake desktop and a fake link; all other parts are real.
+#pragma once
+
+#include "engine/clock.h"
+#include "engine/upload_engine.h"
+#include "tests/fakes/fake_transfer_link.h"
+#include "tests/fakes/quiet_log.h"
+#include "tests/fakes/temp_folder.h"
+#include "ui/app_delegate.h"
+#include "ui/desktop.h"
+#include "ui/view_controller.h"
+
+#include <QUrl>
+#include <algorithm>
+
+namespace quenmoor {
+
+class FakePage : public ServicePage {
+public:
+    std::vector<std::string> loads;
+    LoadNumber number = 0; // of the latest load
+    bool failed = false;
+
+    QWidget* widget() override { return widget_; }
+    LoadNumber load(const QUrl& url) override
+    {
+        loads.push_back(url.toEncoded().toStdString());
+        return ++number;
+    }
+    void endOverload(const QString& /*what*/) override {}
+    bool hasFailed() const override { return failed; }
+
+    void signal(const QString& title, const std::optional<QString>& session = QStringLiteral("s1"),
+                const std::optional<QString>& token = {})
+    {
+        Q_EMIT titleReceived({title, session, token, {}, {}, {}, {}, number});
+    }
+
+private:
+    QWidget* widget_ = new QWidget; // the window takes ownership
+};
+
+struct FakeDesktop : Desktop {
+    std::optional<std::int32_t> answer; // of runModal
+    std::function<void()> whileModal;   // called by the next runModal
+    std::vector<Alert> alerts;
+
+    std::optional<std::int32_t> runModal(QWidget* /*window*/, const Alert& alert) override
+    {
+        alerts.push_back(alert);
+        if (const auto act = std::exchange(whileModal, nullptr))
+            act();
+        return answer;
+    }
+    void openModal(QWidget* /*window*/, const QString& /*title*/, const Alert& /*alert*/,
+                   std::function<void(std::int32_t)> /*onAnswer*/) override
+    {
+    }
+    void chooseFiles(QWidget* /*window*/,
+                     std::function<void(const std::vector<FileUrl>&)> /*onChosen*/) override
+    {
+    }
+    void openUrl(const QUrl& /*url*/) override {}
+};
+
+// The upload thread blocks in its first report until the event loop runs. A test that does not run
+// the loop therefore finds a file with a token at the head of the upload queue.
+class WindowFixture {
+public:
+    const TempFolder folder;
+    RecordingLog log;
+    UploadQueues queues;
+    QtMainThreadBridge bridge;
+    SystemClock clock;
+    FakeTransferLink fakeLink;
+    QtUploadView view{bridge};
+    UploadEngine engine;
+    AppDelegate delegate;
+    FakeDesktop desktop;
+    FakePage page;
+    ViewController controller;
+    MainWindow& window = controller.window();
+
+    WindowFixture()
+        : engine(queues, fakeLink, view, clock),
+          controller({queues, engine, view, page, delegate, desktop},
+                     {QStringLiteral("2.3.4"), {2, 3, 4}, QStringLiteral("https://host/page")})
+    {
+    }
+    ~WindowFixture()
+    {
+        bridge.close();
+        clock.end();
+        if (!engine.waitForEnd(std::chrono::minutes(1)))
+            std::abort();
+    }
+
+    FileUrl file(const std::string& name) const
+    {
+        return FileUrl::fromPath(folder.file(name, std::string(10, 'x')));
+    }
+
+    // Brings the window to the idle state.
+    void start()
+    {
+        controller.viewDidLoad();
+        page.signal(QStringLiteral("index"));
+        page.signal(QStringLiteral("session"));
+        page.loads.clear();
+    }
+
+    bool logged(const std::string& line) const
+    {
+        const auto lines = log.system();
+        return std::find(lines.begin(), lines.end(), line) != lines.end();
+    }
+};
+
+} // namespace quenmoor
