@@ -75,6 +75,9 @@ struct Fault {
 struct Cell {
     const Fault& fault;
     Phase phase;
+    // Of the service. Outside the system's range for sockets of any port, of which one could take
+    // the port while the service is restarted.
+    int port;
 
     std::string name() const
     {
@@ -96,7 +99,8 @@ struct Running {
 
     static std::vector<std::string> options(const Cell& cell)
     {
-        std::vector<std::string> all{"--port",        "0", "--token", LocalService::kToken,
+        std::vector<std::string> all{"--port",        std::to_string(cell.port),
+                                     "--token",       LocalService::kToken,
                                      "--fault-count", "1"};
         if (cell.phase == Phase::Confirmation)
             all.push_back(fmt::format("--fault=drop-after={}", cell.fault.size / 2));

@@ -307,9 +307,10 @@ int runMatrix(bool isLong, bool isCell, std::string_view text)
     for (const auto& more : {serviceFaults(), fileFaults()})
         faults.insert(faults.end(), more.begin(), more.end());
     std::vector<Cell> cells;
+    int port = 20'000;
     for (const Fault& fault : faults) {
         for (std::size_t phase = 0; phase < kPhaseNames.size(); ++phase) {
-            const Cell cell{fault, static_cast<Phase>(phase)};
+            const Cell cell{fault, static_cast<Phase>(phase), ++port};
             const unsigned phases = fault.phases | (isLong || isCell ? fault.longPhases : 0);
             if ((phases & at(cell.phase)) == 0)
                 continue;
@@ -325,7 +326,7 @@ int runMatrix(bool isLong, bool isCell, std::string_view text)
     UdtSocket::startLibrary(); // its own thread remains
     const Resources idle;
     const Fault none{"none"};
-    const std::string problem = CellRun(Cell{none, Phase::Connect}).run().problem;
+    const std::string problem = CellRun(Cell{none, Phase::Connect, port + 1}).run().problem;
     const Resources before = resourcesAfter(idle); // with what the first upload allocated for good
     const std::vector<Outcome> outcomes = runAll(cells);
     printMatrix(cells, outcomes);
