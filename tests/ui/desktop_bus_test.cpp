@@ -303,9 +303,8 @@ private Q_SLOTS:
         QTRY_COMPARE(second.exitStatus(std::chrono::milliseconds(0)), 0);
         QCOMPARE(opened.count(), 1);
         const auto files = opened[0][0].value<std::vector<FileUrl>>();
-        QVERIFY(
-            std::equal(files.begin(), files.end(), names.begin(), names.end(),
-                       [](const FileUrl& file, const auto& name) { return file.path() == name; }));
+        QVERIFY(std::ranges::equal(files, names, {},
+                                   [](const FileUrl& file) { return file.path().native(); }));
         QCOMPARE(opened[0][1].value<ActivationToken>().wayland, u"t"_s);
 
         // The window cannot respond while its thread waits here. It must not open the files later,

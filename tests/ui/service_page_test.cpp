@@ -10,8 +10,6 @@ namespace {
 
 using namespace Qt::StringLiterals;
 
-constexpr std::int32_t kMax = 2'147'483'647;
-
 TEST(BaseUrl, leavesOutTheDefaultPort)
 {
     EXPECT_EQ(baseUrl(u"a.example"_s, 443), u"https://a.example/files/upload/index.html"_s);
@@ -21,19 +19,15 @@ TEST(BaseUrl, leavesOutTheDefaultPort)
 TEST(PageUrl, encodesTheNameAndKeepsAnySessionInTheQuery)
 {
     const QString base = baseUrl(u"service.example"_s, 8443);
-    const QString session = u"Ab9-_~%2B+/="_s;
-    const std::string prefix = "?session=Ab9-_~%2B+/=&filename=";
     for (const auto& [given, name, size, query] :
          std::vector<std::tuple<std::optional<QString>, std::string, std::int64_t, std::string>>{
              {std::nullopt, "a", 0, "?session=(null)&filename=a&size=0"},
              {QString(), "a", 0, "?session=&filename=a&size=0"},
-             {session, "a b", INT64_MAX, prefix + "a%20b&size=9223372036854775807"},
-             {session, "a&b=c+d?e'f", 1, prefix + "a&b=c+d?e'f&size=1"},
-             {session, "\xC3\xA9\xFF%41#\"<[{|}]>\n", 1,
-              prefix + "%C3%A9%FF%2541%23%22%3C%5B%7B%7C%7D%5D%3E%0A&size=1"},
-             {u"@evil.example/"_s, "a", 1, "?session=@evil.example/&filename=a&size=1"},
+             {u"Ab9-_~%2B+/="_s, "a b&c=d+e?f'g\xFF%41#\"<[{|}]>\n", INT64_MAX,
+              "?session=Ab9-_~%2B+/=&filename=a%20b&c=d+e?f'g%FF%2541%23%22%3C%5B%7B%7C%7D%5D%3E%0A"
+              "&size=9223372036854775807"},
+             {u"@evil.example/a#b"_s, "a", 1, "?session=@evil.example/a#b&filename=a&size=1"},
              {u"5%#%2"_s, "%", 1, "?session=5%25#%252&filename=%25&size=1"},
-             {u"a#b"_s, "a", 1, "?session=a#b&filename=a&size=1"},
              {u" \r\n\"%"_s, "a", 1, "?session=%20%0D%0A%22%25&filename=a&size=1"},
              {QString(QChar(0xD800)), "a", 1, "?session=?&filename=a&size=1"}}) {
         const QUrl url = pageUrl(base, given, name, size);
@@ -60,7 +54,6 @@ TEST(Version, isThreeLeadingNumbersAndComparedFieldByField)
 {
     EXPECT_EQ(parseVersion("1.4.2.7"), (Version{1, 4, 2}));
     EXPECT_EQ(parseVersion("1.4rc.2-beta"), (Version{1, 4, 2}));
-    EXPECT_EQ(parseVersion("a.-2.99999999999"), (Version{0, -2, kMax}));
     for (const char* text : {"", "1", "1.4", "."})
         EXPECT_FALSE(parseVersion(text)) << text;
 
@@ -68,8 +61,8 @@ TEST(Version, isThreeLeadingNumbersAndComparedFieldByField)
     EXPECT_EQ(pageVersion(signal), Version{});
     signal.macMajor = u" \n2 "_s;
     signal.macMinor = u"3b"_s;
-    signal.macBuild = u"-99999999999"_s;
-    EXPECT_EQ(pageVersion(signal), (Version{2, 3, -kMax - 1}));
+    signal.macBuild = u"-99"_s;
+    EXPECT_EQ(pageVersion(signal), (Version{2, 3, -99}));
 
     const Version client{2, 3, 4};
     for (const Version& newest : {Version{2, 3, 5}, Version{2, 4, 0}, Version{3, 0, 0}})

@@ -12,7 +12,6 @@
 #include <QLabel>
 #include <QPaintEvent>
 #include <QScrollBar>
-#include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
 #include <array>
@@ -117,25 +116,20 @@ private:
     RecordingLog log_;
 
 private Q_SLOTS:
-    void theTableDisplaysPrintableTextAndTheDetailsAsToolTip()
+    void progressRepaintsOnlyWhatChangedAndNothingOutOfSight()
     {
         UploadingWindow with;
-        with.queues.tableList().replace(0, "Uploading at 1.000 MB/s", 45);
-        const auto text = [&with](int column, int role = Qt::DisplayRole) {
-            return with.model.index(0, column).data(role).toString();
+        const MainWindow& window = with.window;
+        const auto sample = [&](const QString& rate) {
+            return with.paintedBy([&window, &rate] {
+                window.filenameStatusBarLabel->setElidedText(u"clip.mov"_s);
+                window.uploadStatusBarLabel->setText(rate);
+                window.statusBarProgressBar->setValue(50);
+            });
         };
-        QCOMPARE(text(StatusTableModel::File), u"line␊feed\uFFFD.mov"_s);
-        QCOMPARE(text(StatusTableModel::Status), u"Uploading at 1.000 MB/s"_s);
-        QCOMPARE(text(StatusTableModel::Percent), u"45%"_s);
-        QCOMPARE(text(StatusTableModel::Percent, StatusTableModel::PercentRole), u"45"_s);
-        QVERIFY(text(StatusTableModel::Percent, Qt::ToolTipRole)
-                    .contains(QString::fromStdString(with.folder.path()) +
-                              u"/line␊feed\uFFFD.mov\n"_s));
-    }
-
-    void aRefreshRepaintsTheTwoCellsOfTheCurrentRowAndNothingOutOfSight()
-    {
-        UploadingWindow with;
+        sample(u"Upload rate: 111.111 MB/s"_s);
+        QCOMPARE(sample(u"Upload rate: 2.222 MB/s"_s),
+                 std::pair(QRegion(), QStringList(u"uploadStatusBarLabel"_s)));
         QCOMPARE(with.paintedByRefresh(0), QRegion(with.cellsOf(0)));
         with.queues.removeUploadHead();
         QCOMPARE(with.paintedByRefresh(1), QRegion(with.cellsOf(1)));
@@ -149,9 +143,7 @@ private Q_SLOTS:
 
         while (with.queues.uploadCount() > 0)
             with.queues.removeUploadHead();
-        QSignalSpy changed(&with.model, &QAbstractItemModel::dataChanged);
-        with.model.refreshCurrentRow();
-        QCOMPARE(changed.count(), 0);
+        with.model.refreshCurrentRow(); // `tester` fails if a row is reported
     }
 
     void textAndGraphicsHaveContrastInEveryPaletteAlsoAfterAChange()
@@ -229,6 +221,12 @@ private Q_SLOTS:
     void endedUploadsStayInSightWhileThePageCoversTheTable()
     {
         UploadingWindow with;
+        with.queues.tableList().replace(0, "Uploading at 1.000 MB/s", 45);
+        for (const auto& [column, role, text] : std::vector<std::tuple<int, int, QString>>{
+                 {StatusTableModel::Percent, Qt::DisplayRole, u"45%"_s},
+                 {StatusTableModel::Percent, StatusTableModel::PercentRole, u"45"_s},
+                 {StatusTableModel::File, Qt::ToolTipRole, u"/line␊feed\uFFFD.mov\n"_s}})
+            QVERIFY(with.model.index(0, column).data(role).toString().contains(text));
         with.report(0, AttemptEventKind::Finished);
         with.report(1, AttemptEventKind::Cancelled);
         with.queues.tableList().replace(2, "Retrying in 5s", -1);
@@ -244,22 +242,6 @@ private Q_SLOTS:
             texts << label->text();
         QCOMPARE(texts, QStringList({u"line␊feed\uFFFD.mov"_s, u"Retrying in 5s"_s,
                                      u"1 of 100 finished, 1 canceled"_s}));
-    }
-
-    void theStatusBarRepaintsOnlyWhatChanged()
-    {
-        UploadingWindow with;
-        const auto set = [&with](const QString& rate) {
-            return with.paintedBy([&with, rate] {
-                with.window.filenameStatusBarLabel->setElidedText(u"clip.mov"_s);
-                with.window.uploadStatusBarLabel->setText(rate);
-                with.window.statusBarProgressBar->setValue(50);
-            });
-        };
-        set(u"Upload rate: 111.111 MB/s"_s);
-        const auto painted = set(u"Upload rate: 2.222 MB/s"_s);
-        QCOMPARE(painted.second, QStringList(u"uploadStatusBarLabel"_s));
-        QVERIFY(painted.first.isEmpty());
     }
 };
 
