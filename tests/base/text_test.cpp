@@ -2,33 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <cstdint>
 
 namespace quenmoor {
 namespace {
-
-constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
-constexpr std::int64_t kMax64 = std::numeric_limits<std::int64_t>::max();
-
-TEST(LeadingInteger, ignoresWhatFollowsTheDigitsAndSaturates)
-{
-    for (const char* const text : {"17", "17\n", " \t\r\n\v\f17 apples", "17\n20\n", "+17", "0017"})
-        EXPECT_EQ(leadingInt64(text), 17) << text;
-    for (const char* const text : {"", " ", "x1", "+", "-", "+-5", "-+5", "- 5", "\u00A05"})
-        EXPECT_EQ(leadingInt64(text), 0) << text;
-    EXPECT_EQ(leadingInt64("-9223372036854775807"), -kMax64);
-    EXPECT_EQ(leadingInt64("-9223372036854775809x"), kMin64);
-    EXPECT_EQ(leadingInt64("9223372036854775808"), kMax64);
-    EXPECT_EQ(leadingInt64(std::string(5000, '9')), kMax64);
-    EXPECT_EQ(leadingInt32("+2147483648"), std::numeric_limits<std::int32_t>::max());
-    EXPECT_EQ(leadingInt32("-2147483649"), std::numeric_limits<std::int32_t>::min());
-}
 
 TEST(WholeNumber, acceptsOnlyATextThatIsOneInteger)
 {
     EXPECT_EQ(wholeNumber("007"), 7);
     EXPECT_EQ(wholeNumber("-17"), -17);
-    EXPECT_EQ(wholeNumber("9223372036854775807"), kMax64);
+    EXPECT_EQ(wholeNumber("9223372036854775807"), INT64_MAX);
     for (const char* const text :
          {"9223372036854775808", "", "-", "+1", " 1", "1 ", "1x", "0x1", "1.0"})
         EXPECT_EQ(wholeNumber(text), std::nullopt) << '"' << text << '"';
@@ -39,11 +22,6 @@ TEST(PercentEncoding, encodesAllButQueryCharactersAndDecodesEveryByte)
     EXPECT_EQ(percentEncodeQuery("-._~!$&'()*+,;=:@/?aZ09"), "-._~!$&'()*+,;=:@/?aZ09");
     EXPECT_EQ(percentEncodeQuery("%[]{}|\\^\"<>` #\n"),
               "%25%5B%5D%7B%7D%7C%5C%5E%22%3C%3E%60%20%23%0A");
-    EXPECT_EQ(percentEncodeQuery("\xC3\xA9\xFF"), "%C3%A9%FF");
-    std::string bytes;
-    for (int c = 0; c < 256; ++c)
-        bytes += static_cast<char>(c);
-    EXPECT_EQ(percentDecode(percentEncodeQuery(bytes)), bytes);
     EXPECT_EQ(percentDecode("100% %4 %zz%41%c3%A9%4"), "100% %4 %zzA\xC3\xA9%4");
 }
 

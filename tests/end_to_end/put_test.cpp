@@ -1,10 +1,8 @@
 // The programs as processes.
-#include "bench/process.h"
-#include "tests/fakes/temp_folder.h"
+#include "bench/local_service.h"
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <tuple>
 
 namespace quenmoor {
@@ -12,32 +10,21 @@ namespace {
 
 using namespace std::chrono_literals;
 
+const Settings kSettings{PROGRAMS};
+
 struct PutProgram : testing::Test {
     const TempFolder files;
-    const TempFolder root;
-    std::unique_ptr<Process> service;
-    std::string port = "0";
-
-    // Returns once the service listens. Later calls use the port of the first.
-    void startService(std::vector<std::string> options = {})
-    {
-        std::vector<std::string> arguments{DEVSERVICE, "--root", root.path(), "--port", port};
-        for (int i = 1; i <= 6; ++i)
-            arguments.insert(arguments.end(), {"--token", "t" + std::to_string(i)});
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        service = std::make_unique<Process>(arguments);
-        const auto listening = service->textAfter("Listening on 127.0.0.1:");
-        ASSERT_TRUE(listening);
-        port = listening->substr(0, listening->find(','));
-    }
+    std::optional<LocalService> service; // without one, the programs connect to an unused port
 
     std::vector<std::string> put(const std::vector<std::string>& names,
-                                 std::vector<std::string> options = {}) const
+                                 const std::vector<std::string>& options = {}) const
     {
-        std::vector<std::string> arguments{QUENMOOR_PUT, "--host", "127.0.0.1:" + port};
+        std::vector<std::string> arguments{PROGRAMS "/quenmoor-put", "--host",
+                                           "127.0.0.1:" +
+                                               std::to_string(service ? service->port() : 9)};
         arguments.insert(arguments.end(), options.begin(), options.end());
         for (std::size_t i = 0; i < names.size(); ++i)
-            arguments.insert(arguments.end(), {"--token", "t" + std::to_string(i + 1)});
+            arguments.insert(arguments.end(), {"--token", LocalService::kToken});
         arguments.emplace_back("--");
         for (const std::string& name : names)
             arguments.push_back(files.path() / name);
@@ -51,41 +38,23 @@ TEST_F(PutProgram, keepsTheBytesOfUnusualNames)
                                          "a#b?c&d=e",   std::string(255, 'n'), "-dash"};
     for (std::size_t i = 0; i < names.size(); ++i)
         std::ignore = files.file(names[i], sampleContent(100'000 * i, static_cast<unsigned>(i)));
-    startService();
+    service.emplace(kSettings);
     Process client(put(names));
     EXPECT_EQ(client.exitStatus(60s), 0) << client.output();
     for (const std::string& name : names)
-        EXPECT_TRUE(contentOf(root.path() / name) == contentOf(files.path() / name)) << name;
-}
-
-TEST_F(PutProgram, completesAnUploadDuringWhichTheTransferServerCrashes)
-{
-    const std::string content = sampleContent(30'000'000);
-    std::ignore = files.file("clip.mov", content);
-    startService({"--fault", "slow-reading=20000000"});
-    Process client(put({"clip.mov"}));
-    const auto part = root.path() / ".quenmoor/parts/clip.mov";
-    const auto limit = std::chrono::steady_clock::now() + 30s;
-    while (contentOf(part).size() < 5'000'000 && std::chrono::steady_clock::now() < limit)
-        std::this_thread::sleep_for(5ms);
-    const std::string process = std::to_string(service->id());
-    kill(std::stoi(contentOf("/proc/" + process + "/task/" + process + "/children")), SIGABRT);
-    EXPECT_EQ(client.exitStatus(60s), 0) << client.output();
-    EXPECT_TRUE(contentOf(root.path() / "clip.mov") == content);
-    service->signal(SIGTERM);
-    EXPECT_EQ(service->exitStatus(), 0);
+        EXPECT_TRUE(contentOf(service->root() / name) == contentOf(files.path() / name)) << name;
 }
 
 TEST_F(PutProgram, asksOnATerminalUntilAnAnswerAnInterruptOrTheEndOfTheInput)
 {
     std::ignore = files.file("clip.mov", "new");
-    std::ignore = root.file("clip.mov", "another file");
-    startService();
+    service.emplace(kSettings);
+    std::ofstream(service->root() / "clip.mov") << "another file";
     Process interrupted(put({"clip.mov"}), {.terminal = true});
     ASSERT_TRUE(interrupted.waitFor("[1] Cancel (default)   [2] Overwrite: "));
     interrupted.signal(SIGINT);
     EXPECT_EQ(interrupted.exitStatus(), 130);
-    EXPECT_EQ(contentOf(root.path() / "clip.mov"), "another file");
+    EXPECT_EQ(contentOf(service->root() / "clip.mov"), "another file");
 
     Process closed(put({"clip.mov"}), {.terminal = true});
     ASSERT_TRUE(closed.waitFor("[1] Cancel (default)   [2] Overwrite: "));
@@ -97,13 +66,15 @@ TEST_F(PutProgram, asksOnATerminalUntilAnAnswerAnInterruptOrTheEndOfTheInput)
     client.type("3\n");
     client.type("overwrite\n");
     EXPECT_EQ(client.exitStatus(), 0) << client.output();
-    EXPECT_EQ(contentOf(root.path() / "clip.mov"), "new");
+    EXPECT_EQ(contentOf(service->root() / "clip.mov"), "new");
 }
 
 TEST_F(PutProgram, copesWithTheDescriptorsLimitsAndSignalsOfItsCaller)
 {
     std::ignore = files.file("clip.mov", sampleContent(2'000'000));
-    startService({"--fault", "slow-reading=2000000"});
+    service.emplace(kSettings,
+                    std::vector<std::string>{"--port", "0", "--token", LocalService::kToken,
+                                             "--fault", "slow-reading=2000000"});
     const std::pair<const char*, int> rows[]{
         {R"("$0" "$@" >/dev/full)", 5},
         {R"("$0" --help >/dev/full)", 5},
@@ -115,6 +86,7 @@ TEST_F(PutProgram, copesWithTheDescriptorsLimitsAndSignalsOfItsCaller)
 #endif
         {R"("$0" "$@" <&- >&-)", 0},
         {R"("$0" "$@" <&- >&- 2>&-)", 0},
+        {R"("$0" --json)", 2},
         {R"(trap '' TERM; "$0" "$@" & sleep 0.5; kill $!; wait $!)", 0},
     };
     for (const auto& [script, status] : rows) {
@@ -124,31 +96,24 @@ TEST_F(PutProgram, copesWithTheDescriptorsLimitsAndSignalsOfItsCaller)
         Process client(arguments);
         EXPECT_EQ(client.exitStatus(), status) << script << '\n' << client.output();
     }
+    // Without a terminal an existing copy stays.
+    EXPECT_EQ(Process(put({"clip.mov"})).exitStatus(), 3);
+    EXPECT_EQ(Process(put({"clip.mov"}, {"--existing", "skip"})).exitStatus(), 0);
+    Process quiet(put({"clip.mov"}, {"--quiet", "--existing", "overwrite"}));
+    EXPECT_EQ(quiet.exitStatus(), 0);
+    EXPECT_EQ(quiet.output(), "");
 }
 
 TEST_F(PutProgram, displaysReasonAndCountdownOnATerminal)
 {
     std::ignore = files.file("clip.mov", "x");
-    port = "9"; // no service
     Process client(put({"clip.mov"}), {.terminal = true});
     EXPECT_TRUE(client.waitFor("\rclip.mov: attempt 1 failed (announce): no answer from "
                                "127.0.0.1:9 within 3 s"));
     EXPECT_TRUE(client.waitFor("\rclip.mov  Retrying in 4s (attempt 2)"));
     client.signal(SIGINT);
+    EXPECT_TRUE(client.waitFor("1 not finished, interrupted"));
     EXPECT_EQ(client.exitStatus(), 130);
-}
-
-TEST_F(PutProgram, isSilentWithQuietAndRejectsAWrongCommandLine)
-{
-    std::ignore = files.file("clip.mov", "0123456789");
-    startService();
-    Process quiet(put({"clip.mov"}, {"--quiet"}));
-    EXPECT_EQ(quiet.exitStatus(), 0);
-    EXPECT_EQ(quiet.output(), "");
-    // Without a terminal an existing copy stays.
-    EXPECT_EQ(Process(put({"clip.mov"}, {"--quiet"})).exitStatus(), 3);
-    EXPECT_EQ(Process(put({"clip.mov"}, {"--quiet", "--existing", "skip"})).exitStatus(), 0);
-    EXPECT_EQ(Process({QUENMOOR_PUT, "--json"}).exitStatus(), 2);
 }
 
 #ifdef QUENMOOR_UPLOAD

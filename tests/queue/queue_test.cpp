@@ -15,11 +15,8 @@ namespace {
 TEST(FileUrl, convertsAPathToAUrlAndBack)
 {
     EXPECT_EQ(FileUrl::fromPath("/tmp/why? a#1.mov").text(), "file:///tmp/why?%20a%231.mov");
-    for (const std::string name :
-         {"/a b", "/100%", "/a#b", "/a?b&c=d", "/line\nfeed", "/caf\xE9", "/%41"}) {
-        EXPECT_EQ(FileUrl::fromPath(name).path(), name);
-        EXPECT_EQ(FileUrl::parse(FileUrl::fromPath(name).text()), FileUrl::fromPath(name));
-    }
+    const std::string name = "/a b%#?&=d\n\xE9%41";
+    EXPECT_EQ(FileUrl::parse(FileUrl::fromPath(name).text())->path(), name);
     EXPECT_EQ(FileUrl::parse("file:///a%3Fb%26c"), FileUrl::fromPath("/a?b&c"));
     EXPECT_EQ(FileUrl::parse("file://localhost/x/a%20b")->filename(), "a b");
     for (const char* const url :
