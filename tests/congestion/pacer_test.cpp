@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -13,31 +12,28 @@ constexpr std::size_t kBlock = 16384;
 constexpr int kBlockPackets = 12;
 constexpr Micros kSecond = 1'000'000;
 
-// A clock that is at the end of every wait at once. With `waitsForSignals` a wait of over 0.1 s
-// blocks until another thread ends it; a real limit keeps a fault from blocking the test.
+// A clock that is at the end of every wait at once.
 struct SimulatedClock : PacingClock {
-    mutable std::atomic<Micros> time{kSecond};
-    mutable std::atomic<bool> waiting{false};
+    mutable Micros time = kSecond;
     Micros lateness = 50; // of every wake-up
-    bool waitsForSignals = false;
-    std::function<void()> onWait; // called instead of waiting
+    // Called by another thread, which has to end the wait. A real limit keeps a fault from blocking
+    // the test.
+    std::function<void()> onWait;
 
     Micros now() const override { return time; }
 
     void waitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                    Micros until) const override
     {
-        if (onWait) {
-            lock.unlock();
-            onWait();
-            lock.lock();
+        if (!onWait) {
+            time = std::max(time, until + lateness);
             return;
         }
-        waiting = waitsForSignals && until - time > kSecond / 10;
-        if (waiting &&
-            condition.wait_for(lock, std::chrono::seconds(20)) == std::cv_status::no_timeout)
-            return;
-        time = std::max(time.load(), until + lateness);
+        std::thread other(onWait); // gets the pacer's mutex once this thread waits
+        EXPECT_EQ(condition.wait_for(lock, std::chrono::seconds(20)), std::cv_status::no_timeout);
+        lock.unlock();
+        other.join();
+        lock.lock();
     }
 };
 
@@ -99,28 +95,17 @@ TEST_F(PacerTest, failsAfterTenSecondsOfWaitingWithoutProgress)
     clock->time += 60 * kSecond;
     const Micros began = clock->time;
     int waits = 0;
-    clock->onWait = [&] {
+    EXPECT_FALSE(pacer.waitToSend(kBlock, [&] {
         clock->time += 8 * kSecond;
         ++waits == 1 ? pacer.onPacketSent(clock->time) : void();
-        waits == 2 ? pacer.onAcknowledged(clock->time) : void();
-    };
-    EXPECT_FALSE(pacer.waitToSend(kBlock));
-    EXPECT_EQ(clock->time, began + 32 * kSecond);
+        waits == 3 ? pacer.onAcknowledged(clock->time) : void();
+        return true;
+    }));
+    EXPECT_EQ(clock->time, began + 40 * kSecond + 10'000);
 
-    clock->onWait = nullptr;
     const Micros lostAt = clock->time + 3 * kSecond;
     EXPECT_TRUE(pacer.waitToSend(kBlock, [&] { return clock->time < lostAt; }));
     EXPECT_LE(clock->time, lostAt + kSecond / 50);
-}
-
-TEST_F(PacerTest, releasesABlockOfAnySizeOnceTheBacklogIsEmpty)
-{
-    EXPECT_FALSE(pacer.setPath({25}));
-    EXPECT_TRUE(pacer.waitToSend(10'000'000));
-    EXPECT_TRUE(pacer.setPath({25})); // the library must pace such a backlog
-    EXPECT_FALSE(pacer.waitToSend(10'000'000));
-    sendPackets(6'869);
-    EXPECT_TRUE(pacer.waitToSend(10'000'000));
 }
 
 TEST_F(PacerTest, allowsTwelveMillisecondsOfBacklogDuringRetransmissionUnlessTheBufferIsShallow)
@@ -134,35 +119,32 @@ TEST_F(PacerTest, allowsTwelveMillisecondsOfBacklogDuringRetransmissionUnlessThe
     EXPECT_TRUE(pacer.setPath({25, false, false}));
     sendPackets(12'000 / 25);
     EXPECT_FALSE(pacer.setPath({25, false, false}));
+    sendPackets(48);
+
+    // With an empty backlog a block of any size is released.
+    EXPECT_TRUE(pacer.waitToSend(10'000'000));
+    EXPECT_FALSE(pacer.waitToSend(10'000'000));
+    sendPackets(6'869);
+    EXPECT_TRUE(pacer.waitToSend(10'000'000));
 }
 
-TEST_F(PacerTest, releasesABlockBeforeItIsDueOnceTheLibraryPaces)
+TEST_F(PacerTest, endsTheWaitWhenAnotherThreadMakesRoomOrTheLibraryPaces)
 {
-    EXPECT_FALSE(pacer.setPath({1000}));
-    EXPECT_TRUE(pacer.waitToSend(kBlock));
-    clock->onWait = [&] { EXPECT_TRUE(pacer.setPath({1000, true, false})); };
-    const Micros before = clock->time;
-    EXPECT_TRUE(pacer.waitToSend(kBlock));
-    EXPECT_EQ(clock->time, before);
-}
-
-TEST_F(PacerTest, endsTheWaitWhenAnotherThreadMakesRoom)
-{
-    clock->waitsForSignals = true;
-    for (const bool bySending : {true, false}) {
-        EXPECT_FALSE(pacer.setPath({25}));
-        clock->waiting = false;
-        std::thread other([&] {
-            while (!clock->waiting)
-                std::this_thread::yield();
-            if (bySending) // not before the wait has released the pacer's mutex
+    // Four blocks fit; at 1 ms for each packet the second is not due.
+    for (const auto& [interval, blocks, bySending] :
+         {std::tuple{25.0, 4, true}, {25.0, 4, false}, {1000.0, 1, false}}) {
+        clock->time += kSecond;
+        EXPECT_FALSE(pacer.setPath({interval}));
+        clock->onWait = [&] {
+            if (bySending)
                 sendPackets(kBlockPackets);
             else
-                EXPECT_TRUE(pacer.setPath({25, true, false}));
-        });
-        for (int block = 0; block < 5; ++block)
-            EXPECT_TRUE(pacer.waitToSend(kBlock)); // four fit
-        other.join();
+                EXPECT_TRUE(pacer.setPath({interval, true, false}));
+        };
+        const Micros before = clock->time;
+        for (int block = 0; block <= blocks; ++block)
+            EXPECT_TRUE(pacer.waitToSend(kBlock));
+        EXPECT_EQ(clock->time, before);
         sendPackets(5 * kBlockPackets);
     }
 }

@@ -38,8 +38,7 @@ struct SimulatedFlow {
     std::int64_t wire = 0; // packets sent
     Micros brokenAt = -1;  // when the peer was given up
     int timeouts = 0;
-    double longestStall = 0; // between acknowledgements, in the model's timeouts
-    std::int64_t repairs = 0;
+    double longestStall = 0;           // between acknowledgements, in the model's timeouts
     std::int64_t needlessRepairs = 0;  // the packet had arrived
     std::vector<std::int64_t> samples; // payload() every tenth of a second
     std::int64_t payload() const { return acknowledged - first; }

@@ -31,8 +31,8 @@ public:
         at(start, [this, &flow] {
             flow.due = flow.lastFeedback = flow.advancedAt = now_;
             repeat(link_.sleep, [this, &flow] { wake(flow); });
-            repeat(kTimerInterval, [this, &flow] { checkTimeout(flow); });
-            repeat(kSampleInterval, [this, &flow] {
+            repeat(kTimerInterval, [this, &flow] {
+                checkTimeout(flow);
                 flow.samples.push_back(flow.payload());
                 measureStall(flow);
             });
@@ -66,14 +66,15 @@ public:
     }
 
     // Packets delivered in order between two times since the start, as a share of what the link
-    // could carry.
+    // and the receiver's buffer permit.
     double share(Micros from, Micros to) const
     {
+        const double window = kFlowWindow * 1e6 / static_cast<double>(link_.roundTrip);
         double possible = 0;
-        for (Micros time = from; time < to; time += kSampleInterval)
-            possible += rateAt(kStart + time) * static_cast<double>(kSampleInterval) * 1e-6;
+        for (Micros time = from; time < to; time += kTimerInterval)
+            possible += std::min(rateAt(kStart + time), window) * kTimerInterval * 1e-6;
         const auto delivered = [this](Micros time) {
-            return flows_.front().samples.at(static_cast<std::size_t>(time / kSampleInterval));
+            return flows_.front().samples.at(static_cast<std::size_t>(time / kTimerInterval));
         };
         return static_cast<double>(delivered(to) - delivered(from)) / possible;
     }
@@ -98,7 +99,6 @@ private:
     static constexpr Micros kPacketCost = 3; // the sending thread's time for a packet
     static constexpr Micros kWakeUp = 60;    // until a thread whose sleep has ended runs
     static constexpr Micros kTimerInterval = 100'000;
-    static constexpr Micros kSampleInterval = 100'000;
     static constexpr Micros kReorderDelay = 5'000;
     static constexpr std::int64_t kBlockPackets = 12;
     static constexpr std::int64_t kFlowWindow = 8192;
@@ -161,10 +161,10 @@ private:
             return;
         flow.supplyAt = time;
         at(time + kWakeUp, [this, &flow, time] {
-            if (flow.supplyAt != time)
-                return;
-            flow.supplyAt = INT64_MAX;
-            wake(flow);
+            if (flow.supplyAt == time) {
+                flow.supplyAt = INT64_MAX;
+                wake(flow);
+            }
         });
     }
 
@@ -174,7 +174,6 @@ private:
             const std::optional<std::int64_t> number = flow.model.takeRepair(now_);
             if (!number)
                 return;
-            ++flow.repairs;
             flow.schedule.onRepairSent();
             if (*number <= flow.highest && !flow.gaps.contains(*number))
                 ++flow.needlessRepairs;
@@ -223,13 +222,10 @@ private:
         backlog_ += 1;
         if (chance(link_.loss) || dead())
             return;
-        const auto queueing = static_cast<Micros>(backlog_ / rate);
-        const auto delay =
-            oneWay() +
-            (link_.jitter > 0
-                 ? static_cast<Micros>(random_() % static_cast<std::uint64_t>(link_.jitter))
-                 : 0);
-        lastArrival_ = std::max(lastArrival_, time + queueing + delay);
+        const auto jitter = static_cast<std::uint64_t>(link_.jitter);
+        const auto delay = static_cast<Micros>(backlog_ / rate) + oneWay() +
+                           static_cast<Micros>(jitter > 0 ? random_() % jitter : 0);
+        lastArrival_ = std::max(lastArrival_, time + delay);
         const Micros late = chance(link_.reordered) ? kReorderDelay : 0;
         for (int copies = chance(link_.duplicated) ? 2 : 1; copies > 0; --copies)
             at((lastArrival_ + late + link_.burst - 1) / link_.burst * link_.burst,
@@ -308,16 +304,11 @@ private:
         onFeedback(flow);
     }
 
-    void sendAtOnce(SimulatedFlow& flow) const
-    {
-        flow.due = flow.due == 0 ? now_ : std::min(flow.due, now_);
-    }
-
     void retransmit(SimulatedFlow& flow, std::int64_t from, std::int64_t to)
     {
         for (; from <= to; ++from)
             flow.retransmissions.insert(from);
-        sendAtOnce(flow);
+        flow.due = flow.due == 0 ? now_ : std::min(flow.due, now_);
     }
 
     void onFeedback(SimulatedFlow& flow)
@@ -338,20 +329,19 @@ private:
 
     void checkTimeout(SimulatedFlow& flow)
     {
-        const bool inFlight = flow.next > flow.acknowledged;
         if (flow.brokenAt >= 0 || now_ <= flow.lastFeedback + flow.model.pace().timeout)
             return;
         if (flow.timerExpiries > 16 && now_ - flow.lastFeedback > 5'000'000) {
             flow.brokenAt = now_;
             return;
         }
-        if (inFlight) {
-            if (flow.retransmissions.empty())
-                retransmit(flow, flow.acknowledged, flow.next - 1);
+        if (flow.next > flow.acknowledged) {
+            // Everything in flight, unless retransmissions are pending, which are then due.
+            retransmit(flow, flow.retransmissions.empty() ? flow.acknowledged : flow.next,
+                       flow.next - 1);
             ++flow.timeouts;
             flow.model.onTimeout(now_);
             applyPace(flow);
-            sendAtOnce(flow);
         }
         ++flow.timerExpiries;
         flow.lastFeedback = now_;
