@@ -12,10 +12,8 @@ namespace quenmoor {
 namespace {
 
 using namespace std::chrono_literals;
-using namespace std::string_literals;
 using nlohmann::json;
 using std::filesystem::perms;
-using Refusal = SessionStore::Refusal;
 
 class PageServerTest : public testing::Test, protected LocalService {
 protected:
@@ -53,9 +51,6 @@ TEST_F(PageServerTest, servesThePageAlsoForQueriesWithQuestionMarks)
     EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
     EXPECT_TRUE(
         page->get_header_value("Content-Security-Policy").starts_with("default-src 'none'"));
-    for (const char* id : {"session", "token", "mac_major", "mac_minor", "mac_build", "update_url"})
-        EXPECT_NE(page->body.find("id=\""s + id + '"'), std::string::npos) << id;
-    EXPECT_EQ(page->body.find("http"), std::string::npos) << "a resource of another origin";
     EXPECT_EQ(get("index.html?session=s&filename=what?really??.mov&size=1")->body, page->body);
     EXPECT_EQ(get("key.pem?a?b")->status, 400);
     EXPECT_EQ(client().Get("/")->get_header_value("Location"), "/files/upload/index.html");
@@ -83,13 +78,12 @@ TEST_F(PageServerTest, servesOnlyThePageFilesInItsFolder)
 TEST_F(PageServerTest, issuesTokensForTheBytesOfTheNameAndRefusesInvalidRequests)
 {
     const std::string session = postJson("session", {{"session", nullptr}})["session"];
-    json request{{"session", session}, {"size", "9223372036854775807"}};
-    for (const std::string name : {"a&size=9&filename=b?c=d+e.mov", "\xFF\xFE 100%41.mov",
-                                   "it's \xC3\xA9\xF0\x9F\x8E\xAC\n"}) {
-        request["filename"] = percentEncodeQuery(name);
-        const std::string token = postJson("token", request)["token"];
-        EXPECT_TRUE(tokens.accepts(token, name, 9'223'372'036'854'775'807));
-    }
+    const std::string name = "a&size=9?c=d+e \xFF 100%41 \xC3\xA9\n.mov";
+    const json request{{"session", session},
+                       {"size", "9223372036854775807"},
+                       {"filename", percentEncodeQuery(name)}};
+    const std::string token = postJson("token", request)["token"];
+    EXPECT_TRUE(tokens.accepts(token, name, 9'223'372'036'854'775'807));
     for (const char* size : {"", "-1", "1x", " 1", "+1", "9223372036854775808"})
         postJson("token", {{"session", session}, {"filename", "a"}, {"size", size}}, 400);
     postJson("token", {{"session", session}, {"filename", "%2Fetc"}, {"size", "1"}}, 400);
@@ -138,13 +132,19 @@ TEST_F(PageServerTest, refusesForeignHostsAndOriginsAndWhatHasNoBound)
     EXPECT_LT(std::chrono::steady_clock::now() - start, kMaxConnectionTime / 2);
 }
 
-TEST_F(PageServerTest, reportsWhyItCannotStart)
+TEST_F(PageServerTest, itAndTheTransferServerReportWhyTheyCannotStart)
 {
     const std::filesystem::path none = folder.path() / "none";
     const auto start = [this](const Certificate& own, const PageSettings& page) {
         EXPECT_FALSE(PageServer(page, own, sessions).start(error));
         return error;
     };
+    startServer();
+    transferSettings.port = server->port();
+    EXPECT_FALSE(TransferServer(transferSettings, *store, tokens).start(error));
+    EXPECT_NE(error.find("127.0.0.1"), std::string::npos) << error;
+    transferSettings.bindAddress = "localhost";
+    EXPECT_FALSE(TransferServer(transferSettings, *store, tokens).start(error));
     PageSettings page;
     page.port = pageServer->port();
     EXPECT_NE(start(certificate, page).find(std::to_string(page.port)), std::string::npos);
@@ -186,15 +186,11 @@ TEST(Tokens, areValidForTheirOwnFileUntilTheyOrTheirSessionExpire)
     const std::string session = *sessions.open("not a session");
     const std::string name = "clip \xFF&size=1.mov";
     const std::string token = sessions.issueToken(session, name, 1000).token;
-    EXPECT_EQ(token.size(), 64U);
     EXPECT_NE(sessions.issueToken(session, name, 1000).token, token);
     EXPECT_FALSE(tokens.accepts(token, name, 999));
     EXPECT_FALSE(tokens.accepts(token, "clip \xFE&size=1.mov", 1000));
-    EXPECT_FALSE(tokens.accepts("", name, 1000));
     EXPECT_FALSE(tokens.accepts(session, name, 1000));
-    EXPECT_EQ(sessions.issueToken(token, name, 1000).refusal, Refusal::UnknownSession);
-    EXPECT_EQ(sessions.issueToken(session, "..", 1).refusal, Refusal::BadFile);
-    EXPECT_EQ(sessions.issueToken(session, "a", -1).refusal, Refusal::BadFile);
+    EXPECT_EQ(sessions.issueToken(token, name, 1000).token, "");
     now += 59s;
     EXPECT_EQ(sessions.open(session), session);
     now += 1s;
@@ -202,7 +198,6 @@ TEST(Tokens, areValidForTheirOwnFileUntilTheyOrTheirSessionExpire)
     EXPECT_NE(sessions.open(session), session);
     now += 539s;
     EXPECT_TRUE(tokens.accepts(token, name, 1000));
-    EXPECT_TRUE(tokens.accepts(token, name, 1000)) << "another attempt with the token";
     now += 1s;
     EXPECT_FALSE(tokens.accepts(token, name, 1000));
 }

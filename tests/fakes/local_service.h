@@ -24,22 +24,18 @@ public:
 
     LocalService() { tokens.add(kToken); }
 
-    // Starts the transfer server with `transferSettings`. A running one is stopped first and loses
-    // what it had in memory, as after a kill. With a `port` other than 0 this waits up to 30
-    // seconds for the port, which the library releases some time after the listener was closed.
-    void startServer(std::uint16_t port = 0)
+    // Starts the transfer server with `transferSettings` on a free port. A running one is stopped
+    // first and loses what it had in memory, as after a kill.
+    void startServer()
     {
         server.reset();
         store.reset();
         std::string error;
         store = UploadStore::open(root.path(), error);
         require(store != nullptr, error);
-        transferSettings.port = port;
-        const auto started = [&] {
-            server = std::make_unique<TransferServer>(transferSettings, *store, tokens);
-            return server->start(error);
-        };
-        require(port == 0 ? started() : waitUntil(started), error);
+        transferSettings.port = 0;
+        server = std::make_unique<TransferServer>(transferSettings, *store, tokens);
+        require(server->start(error), error);
     }
 
     // Starts the page on a free port, whatever the port in `page`; a running one is stopped first.

@@ -1,5 +1,5 @@
 // Every kind of text that comes from outside, read in bounded time and memory. The variable
-// FUZZ_READER selects the reader.
+// FUZZ_READER selects the reader: the name of a folder in tests/fuzz/seeds.
 #include "base/text.h"
 #include "cli/inputs.h"
 #include "devservice/page_requests.h"
@@ -20,8 +20,8 @@
 #include <QJsonObject>
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <map>
+#include <sstream>
 
 namespace quenmoor {
 namespace {
@@ -81,10 +81,9 @@ void readRequestOrConfirmation(std::string_view text)
 void readOptions(std::string_view text)
 {
     std::array<std::string, 7> values;
-    for (std::string& value : values) {
-        value = text.substr(0, text.find('\n'));
-        text.remove_prefix(std::min(value.size() + 1, text.size()));
-    }
+    std::istringstream lines{std::string(text)};
+    for (std::string& value : values)
+        std::getline(lines, value);
     const auto& [host, retries, time, rate, version, url, fault] = values;
     const auto parse = [](auto parser, const std::vector<std::string>& arguments) {
         std::vector<const char*> pointers;
@@ -158,34 +157,6 @@ void readFileUrl(std::string_view text)
     require(FileUrl::fromPath(path).path() == path);
 }
 
-// A connection that receives a text.
-class TextStream : public httplib::Stream {
-public:
-    explicit TextStream(std::string_view text) : text_(text) {}
-
-    std::string sent;
-
-    bool is_readable() const override { return true; }
-    bool is_writable() const override { return true; }
-    ssize_t read(char* bytes, std::size_t size) override
-    {
-        const std::size_t count = text_.copy(bytes, size);
-        text_.remove_prefix(count);
-        return static_cast<ssize_t>(count);
-    }
-    ssize_t write(const char* bytes, std::size_t size) override
-    {
-        sent.append(bytes, size);
-        return static_cast<ssize_t>(size);
-    }
-    void get_remote_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
-    void get_local_ip_and_port(std::string& /*ip*/, int& /*port*/) const override {}
-    socket_t socket() const override { return -1; }
-
-private:
-    std::string_view text_;
-};
-
 struct PageService : httplib::Server {
     PageService()
     {
@@ -195,13 +166,7 @@ struct PageService : httplib::Server {
         requests.addTo(*this);
     }
 
-    std::string reply(std::string_view request)
-    {
-        TextStream stream(request);
-        bool closed = false;
-        std::ignore = process_request(stream, /*close_connection*/ true, closed, nullptr);
-        return stream.sent;
-    }
+    using httplib::Server::process_request;
 
     const TempFolder folder;
     const PageSettings settings{.pageFolder = folder.path() / "page"};
@@ -218,7 +183,11 @@ void readPageRequest(std::string_view text)
     std::string request(text);
     if (const std::size_t at = request.find('@'); at != std::string::npos)
         request.replace(at, 1, service.session);
-    const std::string reply = service.reply(request);
+    httplib::detail::BufferStream stream; // the reply is appended to the request
+    std::ignore = stream.write(request.data(), request.size());
+    bool closed = false;
+    std::ignore = service.process_request(stream, /*close_connection*/ true, closed, nullptr);
+    const std::string reply = stream.get_buffer().substr(request.size());
     require(reply.empty() || reply.starts_with("HTTP/1."));
     require(reply.find("secret content") == std::string::npos);
     // A session or token is issued only to a request whose host is this machine.
@@ -259,12 +228,8 @@ Reader selectedReader()
                                                             {"page_request", readPageRequest},
                                                             {"page_message", readPageMessage}};
     const char* const name = std::getenv("FUZZ_READER");
-    const auto found = readers.find(name != nullptr ? name : "");
-    if (found == readers.end()) {
-        std::fputs("FUZZ_READER must be the name of a folder in tests/fuzz/seeds.\n", stderr);
-        std::exit(EXIT_FAILURE);
-    }
-    return found->second;
+    require(name != nullptr && readers.contains(name));
+    return readers.at(name);
 }
 
 } // namespace
