@@ -48,16 +48,16 @@ void TransferSession::run()
     const std::optional<RequestContainer> request = receiveRequest();
     if (!request)
         return;
+    const bool accepted =
+        services_.tokens.accepts(request->token, request->originFilename, request->size);
+    if (accepted)
+        stage_ = SessionStage::Accepted;
     logAttempt("announces {} bytes for \"{}\"", request->size,
                printableLine(request->originFilename));
     if (hasFault(FaultKind::RefuseRendezvous)) {
         logEnd("fault refuse-rendezvous");
         return;
     }
-    const bool accepted =
-        services_.tokens.accepts(request->token, request->originFilename, request->size);
-    if (accepted)
-        stage_ = SessionStage::Accepted;
     if (!connectRendezvous(accepted ? services_.timeouts.rendezvous : services_.timeouts.refusal))
         return;
     if (!accepted) {

@@ -137,14 +137,17 @@ TEST_F(TransferServerTest, aNewerAttemptReplacesTheOlderOneAndCancelsOrResumesIt
 
 TEST_F(TransferServerTest, newerClientsReplaceHalfOpenOnesAndSilentOnesAreDisconnected)
 {
-    transferSettings.timeouts.rendezvous = 1500ms;
-    transferSettings.timeouts.idle = 1500ms;
+    transferSettings.timeouts.rendezvous = 20s;
+    transferSettings.timeouts.idle = 4s;
     transferSettings.maxSessions = 2;
     startServer();
     Client absent = client();
     ASSERT_TRUE(absent.request("absent.mov", 10, kToken));
     Client unknown = client();
     ASSERT_TRUE(unknown.request("unknown.mov", 10, "unknown"));
+    for (const char* const line : {"Attempt 1: announces 10 bytes for \"absent.mov\"",
+                                   "Attempt 2: announces 10 bytes for \"unknown.mov\""})
+        ASSERT_TRUE(waitUntil([&] { return std::ranges::count(log.system(), line) > 0; }));
     Client third = client(); // replaces the one without a valid token, which is younger
     EXPECT_EQ(third.announce("third.mov", 10), response(0));
     Client fourth = client(); // replaces the one without a rendezvous

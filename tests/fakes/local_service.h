@@ -69,6 +69,17 @@ public:
         return root.path() / ".quenmoor/parts" / name;
     }
 
+    // Waits for `condition`. False after 30 seconds.
+    template <typename Condition>
+    [[nodiscard]] static bool waitUntil(const Condition& condition)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        bool holds = false;
+        while (!(holds = condition()) && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return holds;
+    }
+
     RecordingLog log;      // of the whole process
     const TempFolder root; // the uploads
     TransferServerSettings transferSettings;
@@ -79,16 +90,6 @@ public:
     std::unique_ptr<PageServer> pageServer;
 
 private:
-    template <typename Condition>
-    static bool waitUntil(const Condition& condition)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        bool holds = false;
-        while (!(holds = condition()) && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return holds;
-    }
-
     static void require(bool good, const std::string& error)
     {
         if (!good)
