@@ -159,6 +159,7 @@ protected:
         const std::string text = statusText(event);
         const std::int32_t percent = statusPercent(event);
         check(kText, text.empty() || shown.status == text);
+        check(kText, (text == "Canceled") == (event.kind == AttemptEventKind::Cancelled));
         check(kPercent, shown.percent >= 0 && shown.percent <= 100 &&
                             (percent < 0 || shown.percent == percent) &&
                             (event.kind != AttemptEventKind::Finished || percent == 100));

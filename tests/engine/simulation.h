@@ -156,8 +156,15 @@ public:
         const ResponseContainer& seen = a_.seen.value();
         check(kQuestion, seen.exists && row().choice == kUndecided);
         check(kAnswer, !a_.confirmed && !a_.sending);
-        check(kButtons, alert.copy == ExistingCopy{seen.equal, seen.complete, seen.size} &&
-                            alert.buttons.size() == (seen.equal && !seen.complete ? 3U : 2U));
+        std::vector<std::string> buttons{"Cancel", "Overwrite"};
+        if (seen.equal && !seen.complete)
+            buttons.emplace_back("Resume");
+        const std::string text = fmt::format(
+            "A previous file for this upload has been found on Quenmoor Transfer server.\nThe file "
+            "appears to be {} and the upload was {}.",
+            seen.equal ? "the same" : "different", seen.complete ? "complete" : "incomplete");
+        check(kButtons, alert == Alert{"File Exists", text, buttons,
+                                       ExistingCopy{seen.equal, seen.complete, seen.size}});
         if (ending())
             return std::nullopt;
         const std::size_t last = alert.buttons.size();

@@ -16,6 +16,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quenmoor {
@@ -96,7 +97,19 @@ public:
 
     std::string receiveString(std::int32_t /*socket*/) override
     {
-        return responded_ ? finished() : response();
+        if (plan_.fault == (responded_ ? LinkFault::NoFinished : LinkFault::Silent))
+            return {};
+        if (std::exchange(responded_, true)) {
+            copy().total = announced_;
+            return fmt::format("<FinishedContainer>\n<size>{}</size>\n</FinishedContainer>",
+                               heldSize());
+        }
+        const ResponseContainer is = describe();
+        return fmt::format("<ResponseContainer>\n<exists>{}</exists>\n<equal>{}</equal>\n"
+                           "<complete>{}</complete>\n<size>{}</size>\n<response>{}</response>\n"
+                           "</ResponseContainer>",
+                           is.exists, is.equal, is.complete, is.size,
+                           plan_.fault == LinkFault::Refuse ? 1 : is.response);
     }
 
     std::int32_t send(std::int32_t /*socket*/, std::span<const char> block) override
@@ -157,28 +170,6 @@ private:
     }
 
     std::int32_t open() { return *openSockets.insert(++lastSocket_).first; }
-
-    std::string response()
-    {
-        responded_ = true;
-        if (plan_.fault == LinkFault::Silent)
-            return {};
-        const ResponseContainer is = describe();
-        return fmt::format("<ResponseContainer>\n<exists>{}</exists>\n<equal>{}</equal>\n"
-                           "<complete>{}</complete>\n<size>{}</size>\n<response>{}</response>\n"
-                           "</ResponseContainer>",
-                           is.exists, is.equal, is.complete, is.size,
-                           plan_.fault == LinkFault::Refuse ? 1 : is.response);
-    }
-
-    std::string finished()
-    {
-        if (plan_.fault == LinkFault::NoFinished)
-            return {};
-        copy().total = announced_;
-        return fmt::format("<FinishedContainer>\n<size>{}</size>\n</FinishedContainer>",
-                           heldSize());
-    }
 
     bool responded_ = false;
     std::string name_;

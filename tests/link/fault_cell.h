@@ -145,7 +145,6 @@ public:
           UdtTransferLink(fault.host, relay.port(), fault.congestion),
           phase_(cell.phase)
     {
-        answer = [](const Alert&) { return kThirdButton; };
     }
 
     Outcome run()
