@@ -1,7 +1,5 @@
-// Everything outside of an upload engine: the user, the link, the server, the local files and the
-// time. A seed determines every fault and every decision.
-//
-// Each call of the engine is checked against the invariants where it arrives.
+// All outside of an upload engine: the user, the link, the server, the local files and the time. A
+// seed determines each fault and decision. Each call of the engine is checked for the invariants.
 #pragma once
 
 #include "engine/upload_engine.h"
@@ -392,7 +390,6 @@ private:
     bool serverLosesData_ = false;        // before the next response
     ResponseContainer truth_;
     std::int32_t inFlight_ = 0;
-
     std::int64_t calls_ = 0;
     bool noResponse_ = false; // in any attempt
     int finalAlerts_ = 0;
