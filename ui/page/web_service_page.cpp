@@ -35,6 +35,7 @@ constexpr std::array<ActivityLimit, 4> kActivityLimits{{
 std::vector<EventLimit> activityLimits()
 {
     std::vector<EventLimit> limits;
+    limits.reserve(kActivityLimits.size());
     for (const ActivityLimit& limit : kActivityLimits)
         limits.emplace_back(limit.burst, limit.perSecond);
     return limits;
@@ -84,6 +85,8 @@ WebServicePage::WebServicePage(const QString& baseUrl,
     connect(&loadTimer_, &QTimer::timeout, this,
             [this] { fail(QStringLiteral("The service does not respond."), {}); });
     connect(&responseTimer_, &QTimer::timeout, this, &WebServicePage::checkResponse);
+    overloadTimer_.setSingleShot(true);
+    connect(&overloadTimer_, &QTimer::timeout, this, [this] { endOverload(excess_); });
     makeView();
     replacePage();
 }
@@ -138,6 +141,7 @@ void WebServicePage::replacePage()
     page_ = new RestrictedPage(profile_.get(), baseUrl_, pageDependencies_, log_, widget_);
     activity_ = activityLimits();
     isOverloaded_ = false;
+    overloadTimer_.stop();
     page_->setBackgroundColor(widget_->palette().color(QPalette::Base)); // no white flash when dark
     ++pageNumber_;
     connectPage();
@@ -190,11 +194,8 @@ void WebServicePage::count(PageActivity activity, double events)
     if (isOverloaded_ || limit.take(EventLimit::Time::clock::now(), events))
         return;
     isOverloaded_ = true;
-    const auto end = [this, activity, number = pageNumber_] {
-        if (number == pageNumber_)
-            endOverload(excessOf(activity));
-    };
-    QMetaObject::invokeMethod(this, end, Qt::QueuedConnection);
+    excess_ = excessOf(activity);
+    overloadTimer_.start(); // the page may be in a call
 }
 
 void WebServicePage::countTitle(const PageSignal& /*signal*/)

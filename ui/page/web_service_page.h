@@ -117,6 +117,8 @@ private:
     int unansweredChecks_ = 0;
     std::vector<EventLimit> activity_; // one for each PageActivity
     bool isOverloaded_ = false;
+    QTimer overloadTimer_; // ends the page with excess_
+    QString excess_;
 };
 
 } // namespace quenmoor
