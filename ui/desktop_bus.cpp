@@ -36,8 +36,8 @@ QByteArray unixAddressPart(const QByteArray& addresses, QByteArrayView key)
     return {};
 }
 
-// Begins the authentication of the D-Bus specification. Returns true if the bus sends anything or
-// closes the connection within `limit`, if there is no bus, or if it is no Unix domain socket.
+// Begins D-Bus authentication (AUTH EXTERNAL). Returns true if the bus sends anything or closes the
+// connection within `limit`, if there is no bus, or if it is no Unix domain socket.
 bool responds(const QByteArray& addresses, std::chrono::milliseconds limit)
 {
     QByteArray name = unixAddressPart(addresses, "path=");
