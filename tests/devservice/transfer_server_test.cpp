@@ -137,7 +137,7 @@ TEST_F(TransferServerTest, aNewerAttemptReplacesTheOlderOneAndCancelsOrResumesIt
 
 TEST_F(TransferServerTest, newerClientsReplaceHalfOpenOnesAndSilentOnesAreDisconnected)
 {
-    transferSettings.timeouts.rendezvous = 20s;
+    transferSettings.timeouts.rendezvous = transferSettings.timeouts.refusal = 20s;
     transferSettings.timeouts.idle = 4s;
     transferSettings.maxSessions = 2;
     startServer();
