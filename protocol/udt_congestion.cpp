@@ -15,6 +15,11 @@
 namespace quenmoor {
 namespace {
 
+// A peer whose last handshake was lost or ignored is connected by the next packet that it receives.
+// The library sends a keep-alive packet when its timeout has expired, which it checks every 100 ms.
+// With this timeout it does so at the first check, before the peer repeats its handshake.
+constexpr Micros kFirstTimeout = 10'000;
+
 class SteadyClock final : public PacingClock {
 public:
     Micros now() const override
@@ -146,6 +151,11 @@ public:
         });
     }
 
+    void onPktReceived(const CPacket* /*packet*/) override
+    {
+        onFeedback([this](auto&&...) { peerConnected_ = true; });
+    }
+
     void onACK(std::int32_t next) override
     {
         onFeedback([&](PathModel& model, std::int64_t highest, Micros now) {
@@ -202,13 +212,15 @@ private:
                              model.shallowBuffer()};
         m_dPktSndPeriod = sender_->pacer->setPath(path) ? period : 0;
         m_dCWndSize = model.pace().window;
-        setRTO(static_cast<int>(std::min<Micros>(model.pace().timeout, INT32_MAX)));
+        const Micros timeout = peerConnected_ ? model.pace().timeout : kFirstTimeout;
+        setRTO(static_cast<int>(std::min<Micros>(timeout, INT32_MAX)));
     }
 
     std::mutex mutex_;
 
     // Guarded by mutex_.
     std::shared_ptr<Sender> sender_; // until the destructor
+    bool peerConnected_ = false;     // the peer sent a message
 };
 
 // Created on the thread that opens the socket, used on the library's receiving thread.
