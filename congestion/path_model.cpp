@@ -23,7 +23,7 @@ constexpr Micros kLibrarySleep = 8'000; // the longest sleep of the library's se
 
 // Packets.
 constexpr double kInitialWindow = 32;
-constexpr double kMinStartUpWindow = 64;
+constexpr double kMinStartUpWindow = 80;
 constexpr double kWindowMargin = 48; // four blocks, each of which is acknowledged once
 constexpr std::int64_t kMinHeavyLosses = 8;
 
@@ -144,7 +144,7 @@ void PathModel::checkStartUp(std::optional<Micros> rttSample, Micros now)
         leaveStartUp();
 }
 
-// Samples the rate of the last max(8 ms, 0.9 min RTT) at every arrival. The mean of a whole round
+// Samples the rate of the last max(8 ms, 0.7 min RTT) at every arrival. The mean of a whole round
 // would lag behind a rate that doubles within it.
 void PathModel::sampleStartUpRate()
 {
@@ -152,7 +152,7 @@ void PathModel::sampleStartUpRate()
     if (newest.high == startUpArrivals_.back().high)
         return;
     startUpArrivals_.push_back(newest);
-    const Micros span = std::max(kLibrarySleep, rtt_.minRtt() * 9 / 10);
+    const Micros span = std::max(kLibrarySleep, rtt_.minRtt() * 7 / 10);
     const auto isOld = [&](const Arrival& arrival) { return newest.time - arrival.time >= span; };
     const auto recent = std::find_if_not(startUpArrivals_.begin(), startUpArrivals_.end(), isOld);
     if (recent == startUpArrivals_.begin())
