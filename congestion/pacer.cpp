@@ -90,6 +90,12 @@ void Pacer::onRepairSent()
     schedule_.onRepairSent();
 }
 
+void Pacer::onRetransmitted()
+{
+    const std::lock_guard lock(mutex_);
+    schedule_.onRetransmitted();
+}
+
 void Pacer::onAcknowledged(Micros now)
 {
     const std::lock_guard lock(mutex_);

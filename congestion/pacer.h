@@ -4,7 +4,7 @@
 // sends all packets that are due: a burst that overflows a short queue and adds delay to a long
 // one. The caller's thread sleeps to within 0.1 ms. The pacer therefore gives the library only what
 // is due, and the library sends it at once. The library paces only what does not pass the pacer,
-// which is retransmissions, and the backlog that forms behind them.
+// which is retransmissions if there are many, and the backlog that forms behind them.
 //
 // A block is due when the blocks before it have had their time; a late caller catches up by 2 ms at
 // most. In addition a block waits while the library's backlog of unsent packets is at its limit.
@@ -36,7 +36,7 @@ public:
 // What the pacer needs to know of the path.
 struct PathState {
     double packetInterval = 100; // microseconds between two packets
-    bool retransmitting = false; // packets are missing, or all in flight are being sent again
+    bool retransmitting = false; // the library has to pace retransmissions
     bool shallowBuffer = false;  // the path's queue overflows before its delay can be measured
 };
 
@@ -64,6 +64,9 @@ public:
     // Delays the blocks that follow by one packet, which was sent without the library.
     void onRepairSent() { nextRelease_ += path_.packetInterval; }
 
+    // The same for a packet that the library retransmitted without pacing it.
+    void onRetransmitted() { nextRelease_ += path_.retransmitting ? 0 : path_.packetInterval; }
+
     double packetInterval() const { return path_.packetInterval; }
 
 private:
@@ -85,6 +88,7 @@ public:
     [[nodiscard]] bool setPath(const PathState& path);
     void onPacketSent(Micros now);
     void onRepairSent();
+    void onRetransmitted();
 
     // Records that the peer acknowledged packets.
     void onAcknowledged(Micros now);

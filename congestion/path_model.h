@@ -60,8 +60,14 @@ public:
     // Changes with every event except onSent().
     const Pace& pace() const { return pace_; }
 
-    // True while packets are missing or the packets of a timeout are not yet acknowledged.
-    bool retransmitting() const { return recovering() || packets_.missing() > 0; }
+    // True while the packets of a timeout are not yet acknowledged, or so many packets are missing
+    // that the library must pace their retransmission: over 1 ms of them, or any on a shallow
+    // buffer.
+    bool retransmitting() const
+    {
+        const double time = static_cast<double>(packets_.missing()) * pace_.libraryPeriod;
+        return recovering() || time > (shallowBuffer() ? 0 : 1'000);
+    }
 
     bool shallowBuffer() const { return probe_.shallowBuffer(); }
 

@@ -70,6 +70,8 @@ public:
             pacer->onPacketSent(now);
             highestSent_ = number;
             copies_.keep(number, packet);
+        } else {
+            pacer->onRetransmitted();
         }
         if (model_)
             model_->onSent(number, now);

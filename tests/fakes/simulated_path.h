@@ -197,7 +197,9 @@ private:
             repeated ? flow.retransmissions.extract(flow.retransmissions.begin()).value()
                      : flow.next++;
         flow.model.onSent(wrapped(number, flow), time);
-        if (!repeated)
+        if (repeated)
+            flow.schedule.onRetransmitted();
+        else
             flow.schedule.onPacketSent();
         transmit(flow, number, time);
         // The second packet of a pair follows at once.
