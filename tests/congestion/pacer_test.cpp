@@ -78,8 +78,10 @@ TEST_F(PacerTest, catchesUpByTwoMillisecondsAtMostAndByLessOnAShallowBuffer)
     EXPECT_FALSE(pacer.setPath({1000}));
     EXPECT_TRUE(pacer.waitToSend(kBlock));
     const Micros before = clock->time;
-    for (int i = 0; i < 100; ++i)
-        pacer.onRepairSent(); // takes the time of a packet
+    for (int i = 0; i < 50; ++i) { // each takes the time of a packet
+        pacer.onRepairSent();
+        pacer.onRetransmitted();
+    }
     EXPECT_EQ(blocksUntil(before + 100'000), 0);
 }
 

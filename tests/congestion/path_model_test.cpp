@@ -119,6 +119,13 @@ TEST(PathModel, startsWithThirtyTwoPacketsAndDoublesItsRateEachRoundTrip)
     EXPECT_GT(path.flow().model.bandwidth(), 0.8 * packets(200));
     EXPECT_EQ(path.dropped(), 0);
 
+    // The library paces what it retransmits if that is more than a millisecond of packets.
+    for (const int lost : {1, 30}) {
+        const std::int64_t first = path.flow().acknowledged;
+        path.flow().model.onReportedLost({first, first + lost - 1}, kStart + kSecond);
+        EXPECT_EQ(path.flow().model.retransmitting(), lost > 1);
+    }
+
     // A single packet a second before the file does not delay that.
     SimulatedPath late(link(200, 100'000));
     late.flow().supplied = [](Micros now) { return now < kStart + kSecond ? 1 : INT64_MAX; };
