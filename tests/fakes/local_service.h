@@ -42,7 +42,6 @@ public:
     void startPage(const Certificate& certificate, PageSettings page = {})
     {
         page.port = 0;
-        pageServer.reset();
         pageServer = std::make_unique<PageServer>(std::move(page), certificate, sessions);
         std::string error;
         require(pageServer->start(error), error);
@@ -60,13 +59,8 @@ public:
     // Waits until the unfinished copy of `name` has at least `bytes` bytes. False after 30 seconds.
     [[nodiscard]] bool awaitPart(const std::string& name, std::size_t bytes) const
     {
-        return waitUntil([&] { return contentOf(part(name)).size() >= bytes; });
-    }
-
-    // The path of the unfinished copy of `name`.
-    std::filesystem::path part(const std::string& name) const
-    {
-        return root.path() / ".quenmoor/parts" / name;
+        const auto part = root.path() / ".quenmoor/parts" / name;
+        return waitUntil([&] { return contentOf(part).size() >= bytes; });
     }
 
     // Waits for `condition`. False after 30 seconds.

@@ -39,15 +39,9 @@ private:
 };
 
 // Drops every line, for tests that log millions of them.
-class SilentLog : public LogSink {
-public:
-    SilentLog() : previous_(setLogSink(this)) {}
-    ~SilentLog() override { setLogSink(previous_); }
+struct SilentLog : RecordingLog {
     void systemLine(std::string_view /*line*/) override {}
     void outputLine(std::string_view /*line*/) override {}
-
-private:
-    LogSink* const previous_;
 };
 
 } // namespace quenmoor

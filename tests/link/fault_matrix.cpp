@@ -16,7 +16,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
-#include <map>
+#include <utility>
 
 namespace quenmoor {
 namespace {
@@ -118,34 +118,28 @@ std::vector<Fault> networkFaults()
 // What the service answers, and how it reads, in the first attempt.
 std::vector<Fault> serviceFaults()
 {
-    struct Answer {
-        const char* name{};
-        Phase phase{};
-        const char* service{};
-        int failures = 1;
-        const char* reason = "";
+    const auto make = [](std::string name, Phase phase, const char* service, int failures = 1,
+                         const char* reason = "") {
+        Fault fault{std::move(name), at(phase)};
+        fault.service = service;
+        fault.failures = failures;
+        fault.reason = reason;
+        return fault;
     };
-    std::vector<Fault> faults;
     // A missing flag counts as true: garbage is the response about an equal and complete copy.
-    for (const Answer& answer : std::initializer_list<Answer>{
-             {"no rendezvous", Phase::Rendezvous, "refuse-rendezvous", 1, "no answer to the rende"},
-             {"service stops reading", Phase::Middle, "stop-reading=500000", 1, "the server accep"},
-             {"service reads slowly", Phase::Drain, "slow-reading=1600000", 0},
-             {"no document", Phase::Response, "never-answer", 1, kSilent},
-             {"no document", Phase::Closing, "no-closing-document", 1, kSilent},
-             {"document 2 s late", Phase::Response, "answer-late=2000", 0},
-             {"garbage", Phase::Response, "garbage-response"},
-             {"garbage", Phase::Closing, "garbage-closing", 1, "the server holds 0 of 3000000"},
-             {"truncated document", Phase::Response, "cut-off-response"},
-             {"link closed", Phase::Middle, "drop-after=1500000", 1, "Connection was broken"},
-             {"size too small", Phase::Closing, "smaller-final-size", 1,
-              "the server holds 2999999"},
-             {"size too large", Phase::Closing, "larger-final-size", 0}}) {
-        Fault& fault = faults.emplace_back(Fault{answer.name, at(answer.phase)});
-        fault.service = answer.service;
-        fault.failures = answer.failures;
-        fault.reason = answer.reason;
-    }
+    std::vector<Fault> faults{
+        make("no rendezvous", Phase::Rendezvous, "refuse-rendezvous", 1, "no answer to the rende"),
+        make("service stops reading", Phase::Middle, "stop-reading=500000", 1, "the server accep"),
+        make("service reads slowly", Phase::Drain, "slow-reading=1600000", 0),
+        make("no document", Phase::Response, "never-answer", 1, kSilent),
+        make("no document", Phase::Closing, "no-closing-document", 1, kSilent),
+        make("document 2 s late", Phase::Response, "answer-late=2000", 0),
+        make("garbage", Phase::Response, "garbage-response"),
+        make("garbage", Phase::Closing, "garbage-closing", 1, "the server holds 0 of 3000000"),
+        make("truncated document", Phase::Response, "cut-off-response"),
+        make("link closed", Phase::Middle, "drop-after=1500000", 1, "Connection was broken"),
+        make("size too small", Phase::Closing, "smaller-final-size", 1, "the server holds 2999999"),
+        make("size too large", Phase::Closing, "larger-final-size", 0)};
     faults[1].size = 20'000'000;
     faults[1].pathBefore.rate = 80e6;
     // The buffers of both ends hold some 24 MB when the last byte is passed to the link. The
@@ -154,24 +148,23 @@ std::vector<Fault> serviceFaults()
     faults[2].pathBefore = {};
     faults[2].congestion = Congestion::Library;
     for (const char* const size : {"99999999", "3000000", "-5", "99999999999999999999"}) {
-        Fault& lie = faults.emplace_back();
-        lie.name = std::string("copy of ") + size + " bytes";
-        lie.phases = at(Phase::Confirmation);
-        lie.copySize = size;
-        lie.failures = 1;
-        lie.reason = *size == '-' ? "the server reports a copy of -5 bytes" : kSilent;
-        lie.resumes = true;
+        const char* reason = *size == '-' ? "the server reports a copy of -5 bytes" : kSilent;
+        faults.push_back(
+            make(fmt::format("copy of {} bytes", size), Phase::Confirmation, "", 1, reason));
+        faults.back().copySize = size;
+        faults.back().resumes = true;
     }
     return faults;
 }
 
 std::vector<Fault> fileFaults()
 {
-    const auto make = [](const char* name, unsigned phases, Action begin, const char* reason = "") {
-        Fault fault{name, phases, 0, 0s, std::move(begin)};
+    const auto make = [](const char* name, unsigned phases, Action begin, const char* reason = "",
+                         std::chrono::seconds time = 0s, Action end = {}) {
+        Fault fault{name, phases, 0, time, std::move(begin), std::move(end)};
         fault.failures = *reason == '\0' ? 0 : 1;
         fault.reason = reason;
-        fault.arrives = *reason == '\0';
+        fault.arrives = fault.end || *reason == '\0';
         return fault;
     };
     const Action truncate = [](Running& with) { fs::resize_file(with.path, 100'000); };
@@ -180,6 +173,10 @@ std::vector<Fault> fileFaults()
     const auto folder = replaceFile([](const char* path) { mkdir(path, 0700); });
     const auto memory = // its first bytes cannot be read
         replaceFile([](const char* path) { fs::create_symlink("/proc/self/mem", path); });
+    const Action restore = [](Running& with) {
+        fs::rename(with.folder.path() / "aside", with.path);
+    };
+    const Action thaw = [](Running& with) { close(with.frozenFile); };
     const auto forbid = [](Running& with) {
         fs::permissions(with.path, fs::perms::none);
         setfsuid(geteuid() == 0 ? 65534 : geteuid()); // root may read every file
@@ -196,19 +193,11 @@ std::vector<Fault> fileFaults()
         make("file replaced by a folder", kUnopened, folder,
              "the file cannot be opened: it is a d"),
         make("file not permitted", kUnopened, forbid, "the file cannot be opened: Permission"),
-        make("file unreadable for 15 s", kUnopened, memory,
-             "the file cannot be read: Input/output"),
-        make("file frozen for 8 s", at(Phase::First), freezeFile),
-        make("file frozen for 60 s", 0, freezeFile, "Connection was broken")};
-    for (Fault& fault : std::span(faults).last(3)) {
-        fault.arrives = true;
-        fault.time = 8s;
-        fault.end = [](Running& with) { close(with.frozenFile); };
-    }
-    faults[9].time = 15s;
-    faults[9].end = [](Running& with) { fs::rename(with.folder.path() / "aside", with.path); };
-    faults[11].time = 60s;
-    faults[11].longPhases = at(Phase::First);
+        make("file unreadable for 15 s", kUnopened, memory, "the file cannot be read: Input/output",
+             15s, restore),
+        make("file frozen for 8 s", at(Phase::First), freezeFile, "", 8s, thaw),
+        make("file frozen for 60 s", 0, freezeFile, "Connection was broken", 60s, thaw)};
+    faults.back().longPhases = at(Phase::First);
     if (geteuid() != 0)
         faults.resize(10);
     for (const std::size_t size : {0U, 1U, 16384U}) {
@@ -258,21 +247,18 @@ std::vector<Outcome> runAll(const std::vector<Cell>& cells)
     return (workers.clear(), outcomes);
 }
 
-// A row for each fault with its times in each phase.
+// A row for each fault with its times in each phase. The cells of a name are neighbours.
 void printMatrix(const std::vector<Cell>& cells, const std::vector<Outcome>& outcomes)
 {
-    std::vector<std::string> order;
-    std::map<std::string, std::array<std::string, kPhaseNames.size()>> rows;
-    for (std::size_t i = 0; i < cells.size(); ++i) {
-        const std::string& name = cells[i].fault.name;
-        if (!rows.contains(name))
-            order.push_back(name);
-        rows[name].at(static_cast<std::size_t>(cells[i].phase)) = outcomes[i].times;
-    }
     fmt::print("| fault | {} |\n|{}\n", fmt::join(kPhaseNames, " | "),
                fmt::join(std::vector<std::string>(kPhaseNames.size() + 1, "---|"), ""));
-    for (const std::string& name : order)
-        fmt::print("| {} | {} |\n", name, fmt::join(rows[name], " | "));
+    std::array<std::string, kPhaseNames.size()> row;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const std::string& name = cells[i].fault.name;
+        row.at(static_cast<std::size_t>(cells[i].phase)) = outcomes[i].times;
+        if (i + 1 == cells.size() || cells[i + 1].fault.name != name)
+            fmt::print("| {} | {} |\n", name, fmt::join(std::exchange(row, {}), " | "));
+    }
 }
 
 // The threads, descriptors and heap of this process.
