@@ -44,7 +44,7 @@ protected:
     const Certificate certificate = *ensureCertificate(folder.path(), error);
 };
 
-TEST_F(PageServerTest, servesThePageAlsoForQueriesWithQuestionMarks)
+TEST_F(PageServerTest, servesThePageForEveryQueryAndOnlyThePageFilesInItsFolder)
 {
     const httplib::Result page = get("index.html?session=(null)&filename=a&size=1");
     ASSERT_TRUE(page) << httplib::to_string(page.error());
@@ -55,20 +55,15 @@ TEST_F(PageServerTest, servesThePageAlsoForQueriesWithQuestionMarks)
     EXPECT_EQ(get("key.pem?a?b")->status, 400);
     EXPECT_EQ(client().Get("/")->get_header_value("Location"), "/files/upload/index.html");
     EXPECT_EQ(get("upload.css")->status, 200);
-}
 
-TEST_F(PageServerTest, servesOnlyThePageFilesInItsFolder)
-{
-    folder.file("secret.html", "secret");
     std::filesystem::create_directories(folder.path() / "page/sub.html");
-    folder.file("page/index.html", "mine");
-    folder.file("page/.hidden.html", "secret");
-    folder.file("page/notes.txt", "secret");
-    PageSettings page;
-    page.pageFolder = folder.path() / "page";
-    startPage(certificate, page);
-
-    EXPECT_EQ(get("index.html")->body, "mine");
+    for (const char* name :
+         {"secret.html", "page/index.html", "page/.hidden.html", "page/notes.txt"})
+        folder.file(name, name);
+    PageSettings settings;
+    settings.pageFolder = folder.path() / "page";
+    startPage(certificate, settings);
+    EXPECT_EQ(get("index.html")->body, "page/index.html");
     for (const char* name : {"../secret.html", "..%2fsecret.html", "%2e%2e/secret.html",
                              "..\\secret.html", ".hidden.html", "notes.txt", "sub.html",
                              "/index.html", "", "index.html%00.css", "//etc/passwd"})

@@ -1,7 +1,6 @@
-// The documents as the service reads them, and the transfer server against a client that sends one
-// document at a time over the real link.
+// The documents as the service reads them, and the transfer server against clients over the real
+// link.
 #include "devservice/service_documents.h"
-#include "protocol/udt_transfer_link.h"
 #include "tests/fakes/local_service.h"
 
 #include <gtest/gtest.h>
@@ -12,43 +11,6 @@ namespace quenmoor {
 namespace {
 
 using namespace std::chrono_literals;
-
-// One attempt of a client.
-class Client {
-public:
-    explicit Client(std::uint16_t port) : link_("127.0.0.1", port) {}
-    ~Client() { link_.closeSockets(rendezvous_, connect_); }
-
-    bool request(const std::string& name, std::int64_t size, const std::string& token)
-    {
-        const RequestContainer document{name, token, size};
-        return link_.connectAndSendRequest(connect_,
-                                           buildXML(document.XMLpayload(), "RequestContainer"));
-    }
-
-    // Returns the response.
-    std::string announce(const std::string& name, std::int64_t size,
-                         const std::string& token = LocalService::kToken)
-    {
-        EXPECT_TRUE(request(name, size, token) &&
-                    link_.rendezvousWithServer(connect_, rendezvous_));
-        return receive();
-    }
-
-    void send(std::string_view bytes) { EXPECT_EQ(link_.send(rendezvous_, bytes), bytes.size()); }
-    std::string receive() { return link_.receiveString(rendezvous_); }
-
-    // Whether the server closes the link without sending anything.
-    bool awaitEnd()
-    {
-        return receive().empty() && link_.socketState(rendezvous_) != kSocketConnected;
-    }
-
-private:
-    UdtTransferLink link_;
-    std::int32_t connect_ = 0;
-    std::int32_t rendezvous_ = 0;
-};
 
 std::string confirmation(bool resume)
 {
@@ -69,7 +31,7 @@ protected:
         startServer();
     }
 
-    Client client() const { return Client(server->port()); }
+    ServiceClient client() const { return ServiceClient(server->port()); }
 
     const std::string content = sampleContent(50'000);
     const std::string kRefused = responseDocument({false, false, false, 0, 1});
@@ -101,33 +63,33 @@ TEST(ServiceDocuments, areReadOnlyWhenCompleteAndWithTheBytesOfTheName)
 TEST_F(TransferServerTest, aNewerAttemptReplacesTheOlderOneAndCancelsOrResumesItsCopy)
 {
     tokens.add("other");
-    Client older = client();
+    ServiceClient older = client();
     EXPECT_EQ(older.announce("clip.mov", 50'000), response(0));
     EXPECT_EQ(client().announce("clip.mov", 50'000, "other"), kRefused) << "the name is in use";
     {
         const auto start = std::chrono::steady_clock::now();
-        Client empty = client();
+        ServiceClient empty = client();
         EXPECT_EQ(empty.announce("empty.mov", 0), response(0)) << "another file with the token";
         EXPECT_EQ(empty.receive(), finishedDocument(0));
         EXPECT_GE(std::chrono::steady_clock::now() - start, 1000ms);
     }
     EXPECT_EQ(client().announce("other.mov", 1, "unknown"), kRefused);
-    older.send(content.substr(0, 20'000)); // none of these has replaced it
+    EXPECT_TRUE(older.sendAll(content.substr(0, 20'000))); // none of these has replaced it
     ASSERT_TRUE(awaitPart("clip.mov", 20'000));
     for (const bool cancel : {true, false}) { // or resumed as a file of another size
-        Client newer = client();
+        ServiceClient newer = client();
         EXPECT_EQ(newer.announce("clip.mov", cancel ? 50'000 : 40'000), response(20'000, cancel));
         EXPECT_TRUE(older.awaitEnd());
-        newer.send(confirmation(!cancel));
+        EXPECT_TRUE(newer.sendAll(confirmation(!cancel)));
         EXPECT_TRUE(newer.awaitEnd());
     }
     const std::string session = sessions.open("").value();
     const std::string token = sessions.issueToken(session, "clip.mov", 50'000).token;
     EXPECT_EQ(client().announce("clip.mov", 50'000, token), response(20'000));
-    auto newest = std::make_unique<Client>(server->port());
+    auto newest = std::make_unique<ServiceClient>(server->port());
     EXPECT_EQ(newest->announce("clip.mov", 50'000, token), response(20'000));
     // the confirmation and the first bytes of the file in one message
-    newest->send(confirmation(true) + content.substr(20'000));
+    EXPECT_TRUE(newest->sendAll(confirmation(true) + content.substr(20'000)));
     EXPECT_EQ(newest->receive(), finishedDocument(50'000));
     EXPECT_EQ(stored("clip.mov"), content);
     newest.reset();
@@ -145,18 +107,18 @@ TEST_F(TransferServerTest, newerClientsReplaceHalfOpenOnesAndSilentOnesAreDiscon
         return waitUntil([&] { return std::ranges::count(log.system(), line) > 0; });
     };
     // The library hands over clients that wait to be accepted newest first, so one at a time.
-    Client absent = client();
-    ASSERT_TRUE(absent.request("absent.mov", 10, kToken));
+    ServiceClient absent = client();
+    ASSERT_TRUE(absent.sendRequest("absent.mov", 10));
     ASSERT_TRUE(announced("Attempt 1: announces 10 bytes for \"absent.mov\""));
-    Client unknown = client();
-    ASSERT_TRUE(unknown.request("unknown.mov", 10, "unknown"));
+    ServiceClient unknown = client();
+    ASSERT_TRUE(unknown.sendRequest("unknown.mov", 10, "unknown"));
     ASSERT_TRUE(announced("Attempt 2: announces 10 bytes for \"unknown.mov\""));
-    Client third = client(); // replaces the one without a valid token, which is younger
+    ServiceClient third = client(); // replaces the one without a valid token, which is younger
     EXPECT_EQ(third.announce("third.mov", 10), response(0));
-    Client fourth = client(); // replaces the one without a rendezvous
+    ServiceClient fourth = client(); // replaces the one without a rendezvous
     EXPECT_EQ(fourth.announce("fourth.mov", 10), response(0));
-    Client fifth = client();
-    std::ignore = fifth.request("fifth.mov", 10, kToken); // may fail: the server closes at once
+    ServiceClient fifth = client();
+    fifth.sendRequest("fifth.mov", 10); // may fail: the server closes at once
     EXPECT_TRUE(fourth.awaitEnd());
     EXPECT_TRUE(awaitIdle());
 

@@ -1,5 +1,6 @@
 // The local service inside the test's process: the transfer server over a temporary folder and, on
-// request, the https upload page, each on a free port of 127.0.0.1.
+// request, the https upload page, each on a free port of 127.0.0.1; and a client that sends one
+// document at a time.
 //
 // Nothing runs before startServer() or startPage(). They throw if the part cannot start, so that a
 // test never continues without its service.
@@ -7,6 +8,7 @@
 
 #include "devservice/page_server.h"
 #include "devservice/transfer_server.h"
+#include "protocol/udt_transfer_link.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/fakes/temp_folder.h"
 
@@ -89,6 +91,41 @@ private:
         if (!good)
             throw std::runtime_error("LocalService: " + error);
     }
+};
+
+// One attempt of a client over the real link. Used by one thread.
+struct ServiceClient : UdtTransferLink {
+    explicit ServiceClient(std::uint16_t port)
+        : UdtTransferLink("127.0.0.1", port, Congestion::Paced)
+    {
+    }
+
+    bool sendRequest(const std::string& name, std::int64_t size,
+                     const std::string& token = LocalService::kToken)
+    {
+        const RequestContainer request{name, token, size};
+        return connectAndSendRequest(connectSocket,
+                                     buildXML(request.XMLpayload(), "RequestContainer"));
+    }
+
+    bool rendezvous() { return rendezvousWithServer(connectSocket, rendezvousSocket); }
+
+    // Returns the response, or nothing if the link fails.
+    std::string announce(const std::string& name, std::int64_t size,
+                         const std::string& token = LocalService::kToken)
+    {
+        return sendRequest(name, size, token) && rendezvous() ? receive() : std::string();
+    }
+
+    std::string receive() { return receiveString(rendezvousSocket); }
+    bool sendAll(std::string_view bytes) { return send(rendezvousSocket, bytes) == ssize(bytes); }
+    std::int32_t state() { return socketState(rendezvousSocket).value_or(kSocketBroken); }
+
+    // Whether the server closes the link without sending anything.
+    bool awaitEnd() { return receive().empty() && state() != kSocketConnected; }
+
+    std::int32_t connectSocket = 0;
+    std::int32_t rendezvousSocket = 0;
 };
 
 } // namespace quenmoor
