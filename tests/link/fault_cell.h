@@ -87,25 +87,22 @@ struct Cell {
 
 // One upload, its service and the path between them.
 struct Running {
-    explicit Running(const Cell& cell)
-        : fault(cell.fault),
-          service({.programs = PROGRAMS}, options(cell)),
-          relay(service.port(), fault.pathBefore, 1, lie())
+    explicit Running(const Cell& running) : cell(running)
     {
         queues.addFiles(std::array{FileUrl::fromPath(path)});
         queues.acceptToken(LocalService::kToken);
         std::filesystem::permissions(folder.path(), std::filesystem::perms(0755)); // not only root
     }
 
-    static std::vector<std::string> options(const Cell& cell)
+    std::vector<std::string> options() const
     {
         std::vector<std::string> all{"--port",        std::to_string(cell.port),
                                      "--token",       LocalService::kToken,
                                      "--fault-count", "1"};
-        if (cell.phase == Phase::Confirmation)
-            all.push_back(fmt::format("--fault=drop-after={}", cell.fault.size / 2));
-        if (!cell.fault.service.empty())
-            all.push_back("--fault=" + cell.fault.service);
+        const std::string half = fmt::format("drop-after={}", fault.size / 2);
+        const std::string& first = cell.phase == Phase::Confirmation ? half : fault.service;
+        if (!first.empty())
+            all.push_back("--fault=" + first);
         return all;
     }
 
@@ -120,13 +117,15 @@ struct Running {
         };
     }
 
-    const Fault& fault;
+    const Cell& cell;
+    const Fault& fault = cell.fault;
     const TempFolder folder;
     const std::string content = sampleContent(fault.size);
     const std::filesystem::path path = folder.file("clip.mov", content);
-    LocalService service;
+    LocalService service{{.programs = PROGRAMS}, options()};
     std::atomic<bool> failed = false; // since the fault began
-    UdpRelay relay;                   // its thread reads the members above
+    // Its thread reads the members above.
+    UdpRelay relay{service.port(), fault.pathBefore, 1, lie()};
     int frozenFile = -1;
     UploadQueues queues;
     SystemClock clock;
@@ -140,10 +139,8 @@ struct Outcome {
 
 class CellRun : Running, FakeUploadView, UdtTransferLink {
 public:
-    explicit CellRun(const Cell& cell)
-        : Running(cell),
-          UdtTransferLink(fault.host, relay.port(), fault.congestion),
-          phase_(cell.phase)
+    explicit CellRun(const Cell& running)
+        : Running(running), UdtTransferLink(fault.host, relay.port(), fault.congestion)
     {
     }
 
@@ -161,9 +158,7 @@ public:
         setfsuid(geteuid()); // a fault may have changed it
         if (ending_.joinable())
             ending_.join();
-        const auto text = [](double time) { return time < 0 ? "-" : fmt::format("{:.1f}", time); };
-        return {problem(), text(noticed_) + ", " + text(ended_),
-                fmt::format("{}", fmt::join(reasons_, "; "))};
+        return {problem(), noticed_ + ", " + ended_, fmt::format("{}", fmt::join(reasons_, "; "))};
     }
 
 private:
@@ -176,7 +171,8 @@ private:
             reach(Phase::LookUp);
             reach(Phase::Connect);
         }
-        const double time = std::chrono::duration<double>(steady_clock::now() - began_).count();
+        const std::chrono::duration<double> running = steady_clock::now() - began_;
+        const std::string time = fmt::format("{:.1f}", running.count());
         if (event.kind == Kind::Failed && reached_) {
             noticed_ = reasons_.empty() ? time : noticed_;
             reasons_.push_back(event.reason);
@@ -221,7 +217,7 @@ private:
 
     void reach(Phase phase)
     {
-        if (phase != phase_ || reached_)
+        if (phase != cell.phase || reached_)
             return;
         reached_ = true;
         began_ = steady_clock::now();
@@ -259,9 +255,9 @@ private:
             {fmt::format("{}", fmt::join(reasons_, ";")).find(fault.reason) != 0, "not the reason"},
             {fault.resumes && !resumed_, "the copy was not resumed"},
             // Few packets follow the middle.
-            {phase_ <= Phase::Middle && ((quality.duplicated > 0 && counts.duplicated == 0) ||
-                                         (quality.reordered > 0 && counts.reordered == 0) ||
-                                         (quality.damaged > 0 && counts.damaged == 0)),
+            {cell.phase <= Phase::Middle && ((quality.duplicated > 0 && counts.duplicated == 0) ||
+                                             (quality.reordered > 0 && counts.reordered == 0) ||
+                                             (quality.damaged > 0 && counts.damaged == 0)),
              "the path injected nothing"}};
         if (!fault.sameBytes && !same)
             reasons_.emplace_back("(the stored bytes differ)");
@@ -273,12 +269,11 @@ private:
     }
 
     // Upload thread.
-    const Phase phase_;
     std::thread ending_;
     steady_clock::time_point began_ = steady_clock::now();
     std::vector<std::string> reasons_;
-    std::size_t sent_ = 0; // in this attempt
-    double noticed_ = -1, ended_ = -1;
+    std::size_t sent_ = 0;                    // in this attempt
+    std::string noticed_ = "-", ended_ = "-"; // seconds since the fault began
     bool reached_ = false, finished_ = false, resumed_ = false;
 };
 

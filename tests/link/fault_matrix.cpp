@@ -63,8 +63,7 @@ Action limitFiles(rlim_t bytes)
     };
 }
 
-template <typename Make>
-Action replaceFile(Make make)
+Action replaceFile(const std::function<void(const char* path)>& make)
 {
     return [make](Running& with) {
         fs::rename(with.path, with.folder.path() / "aside");
