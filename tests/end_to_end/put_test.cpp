@@ -23,11 +23,9 @@ struct PutProgram : testing::Test {
                                            "127.0.0.1:" +
                                                std::to_string(service ? service->port() : 9)};
         arguments.insert(arguments.end(), options.begin(), options.end());
-        for (std::size_t i = 0; i < names.size(); ++i)
-            arguments.insert(arguments.end(), {"--token", LocalService::kToken});
-        arguments.emplace_back("--");
         for (const std::string& name : names)
-            arguments.push_back(files.path() / name);
+            arguments.insert(arguments.end(),
+                             {"--token", LocalService::kToken, files.path() / name});
         return arguments;
     }
 };

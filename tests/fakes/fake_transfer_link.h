@@ -56,7 +56,7 @@ public:
     std::int32_t takeAtMost = 1 << 20; // accepted by one send
     std::size_t lostOnBreak = 0;
     std::optional<std::int32_t> state = kSocketConnected;
-    std::function<void()> onSend;
+    std::function<void()> onSend = [] {};
 
     std::vector<std::string> requests;
     std::vector<std::string> confirmations; // "resume", "overwrite", "cancel"
@@ -71,8 +71,9 @@ public:
         requests.push_back(text);
         sentPerAttempt.push_back(0);
         responded_ = false;
-        name_ = between(text, "<originFilename>", "</originFilename>");
-        announced_ = leadingInt64(between(text, "<size>", "</size>"));
+        const std::size_t name = text.find("<originFilename>") + 16;
+        name_ = text.substr(name, text.rfind("</originFilename>") - name);
+        announced_ = leadingInt64(text.substr(text.find("<size>") + 6));
         connectSocket = open();
         return plan_.fault != LinkFault::RefuseConnect;
     }
@@ -114,8 +115,7 @@ public:
 
     std::int32_t send(std::int32_t /*socket*/, std::span<const char> block) override
     {
-        if (onSend)
-            onSend();
+        onSend();
         Copy& copy = copies[name_];
         copy.total = announced_;
         std::int64_t& sent = sentPerAttempt.back();
@@ -162,13 +162,6 @@ protected:
     LinkPlan plan_;
 
 private:
-    static std::string between(const std::string& text, const std::string& open,
-                               const std::string& close)
-    {
-        const std::size_t begin = text.find(open) + open.size();
-        return text.substr(begin, text.rfind(close) - begin);
-    }
-
     std::int32_t open() { return *openSockets.insert(++lastSocket_).first; }
 
     bool responded_ = false;
