@@ -23,7 +23,7 @@ constexpr Micros kLibrarySleep = 8'000; // the longest sleep of the library's se
 
 // Packets.
 constexpr double kInitialWindow = 32;
-constexpr double kMinStartUpWindow = 80;
+constexpr double kMinStartUpWindow = 64;
 constexpr double kWindowMargin = 48; // four blocks, each of which is acknowledged once
 constexpr std::int64_t kMinHeavyLosses = 8;
 
