@@ -150,7 +150,10 @@ private Q_SLOTS:
               {"unix:path=" + path.toUtf8().replace(' ', "%20"), "disabled:"},
               {"unix:path=/gone", "unix:path=/gone"}}) {
             qputenv("DBUS_SESSION_BUS_ADDRESS", address);
-            useRunningBusOnly(std::chrono::milliseconds(address == running ? 20'000 : 10));
+            if (address == running)
+                useRunningBusOnly(std::chrono::seconds(20)); // on a busy machine
+            else
+                useRunningBusOnly();
             QCOMPARE(qgetenv("DBUS_SESSION_BUS_ADDRESS"), result);
         }
         for (const char* variable : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})

@@ -1,4 +1,4 @@
-// The window over a fake page, a fake desktop and a fake link; all other parts are real.
+// The window over a fake or real page, a fake desktop and a fake link; all other parts are real.
 #pragma once
 
 #include "engine/clock.h"
@@ -44,6 +44,7 @@ struct FakeDesktop : Desktop {
     std::optional<std::int32_t> answer; // of runModal
     std::function<void()> whileModal;   // called by the next runModal
     std::vector<Alert> alerts;
+    std::vector<QUrl> opened;
 
     std::optional<std::int32_t> runModal(QWidget* /*window*/, const Alert& alert) override
     {
@@ -60,12 +61,13 @@ struct FakeDesktop : Desktop {
                      std::function<void(const std::vector<FileUrl>&)> /*onChosen*/) override
     {
     }
-    void openUrl(const QUrl& /*url*/) override {}
+    void openUrl(const QUrl& url) override { opened.push_back(url); }
 };
 
 // The upload thread blocks in its first report until the event loop runs. A test that does not run
 // the loop therefore finds a file with a token at the head of the upload queue.
-class WindowFixture {
+template <typename Page>
+class WindowOver {
 public:
     const TempFolder folder;
     RecordingLog log;
@@ -77,17 +79,19 @@ public:
     UploadEngine engine;
     AppDelegate delegate;
     FakeDesktop desktop;
-    FakePage page;
+    Page page;
     ViewController controller;
     MainWindow& window = controller.window();
 
-    WindowFixture()
+    explicit WindowOver(const QString& baseUrl = QStringLiteral("https://host/page"),
+                        auto&&... pageArguments)
         : engine(queues, fakeLink, view, clock),
+          page(std::forward<decltype(pageArguments)>(pageArguments)...),
           controller({queues, engine, view, page, delegate, desktop},
-                     {QStringLiteral("2.3.4"), {2, 3, 4}, QStringLiteral("https://host/page")})
+                     {QStringLiteral("2.3.4"), {2, 3, 4}, baseUrl})
     {
     }
-    ~WindowFixture()
+    ~WindowOver()
     {
         bridge.close();
         clock.end();
@@ -115,5 +119,7 @@ public:
         return std::find(lines.begin(), lines.end(), line) != lines.end();
     }
 };
+
+using WindowFixture = WindowOver<FakePage>;
 
 } // namespace quenmoor

@@ -12,11 +12,19 @@
 #include <QWebEngineProfile>
 #include <QWebEngineView>
 #include <array>
+#include <chrono>
 
 namespace quenmoor {
 namespace {
 
 constexpr int kErrAborted = -3; // Chromium's ERR_ABORTED, also reported for a download
+
+// Without any progress, until the document exists.
+constexpr std::chrono::seconds kLoadLimit{30};
+
+// Until the document's scripts let a script of the client run. Long, because the page may wait for
+// a slow request and the machine may be busy.
+constexpr std::chrono::seconds kResponseLimit{30};
 constexpr int kResponseChecks = 6;
 
 // Far above what a page needs: how often it may do something at once, and in a second on average.
@@ -65,7 +73,7 @@ QString reasonFor(QWebEngineLoadingInfo::ErrorDomain domain)
 } // namespace
 
 WebServicePage::WebServicePage(const QString& baseUrl,
-                               std::function<void(const QUrl&)> openInBrowser, Limits limits)
+                               std::function<void(const QUrl&)> openInBrowser)
     : baseUrl_(baseUrl, QUrl::StrictMode),
       openInBrowser_(std::move(openInBrowser)),
       pageDependencies_{[this](const QUrl& url) {
@@ -73,15 +81,15 @@ WebServicePage::WebServicePage(const QString& baseUrl,
                                 openInBrowser_(url);
                         },
                         [this](PageActivity activity, double events) { count(activity, events); }},
-      limits_(limits),
       profile_(makeProfile(baseUrl_, pageDependencies_.count)),
       widget_(new QStackedWidget)
 {
     qRegisterMetaType<PageSignal>();
     loadTimer_.setObjectName(QStringLiteral("loadTimer"));
     loadTimer_.setSingleShot(true);
-    loadTimer_.setInterval(limits_.load);
-    responseTimer_.setInterval(limits_.response / kResponseChecks);
+    loadTimer_.setInterval(kLoadLimit);
+    responseTimer_.setObjectName(QStringLiteral("responseTimer"));
+    responseTimer_.setInterval(kResponseLimit / kResponseChecks);
     connect(&loadTimer_, &QTimer::timeout, this,
             [this] { fail(QStringLiteral("The service does not respond."), {}); });
     connect(&responseTimer_, &QTimer::timeout, this, &WebServicePage::checkResponse);

@@ -18,7 +18,6 @@
 
 #include <QPointer>
 #include <QTimer>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -43,23 +42,9 @@ class WebServicePage : public ServicePage {
     Q_OBJECT
 
 public:
-    struct Limits {
-        // Without any progress, until the document exists.
-        std::chrono::milliseconds load = std::chrono::seconds(30);
-
-        // Until the document's scripts let a script of the client run. Long, because the page may
-        // wait for a slow request and the machine may be busy.
-        std::chrono::milliseconds response = std::chrono::seconds(30);
-    };
-
     // Only documents of the origin of `baseUrl` can signal titles. `openInBrowser` is called with
     // the http and https URLs of links that lead elsewhere.
-    WebServicePage(const QString& baseUrl, std::function<void(const QUrl&)> openInBrowser,
-                   Limits limits);
-    WebServicePage(const QString& baseUrl, std::function<void(const QUrl&)> openInBrowser)
-        : WebServicePage(baseUrl, std::move(openInBrowser), Limits())
-    {
-    }
+    WebServicePage(const QString& baseUrl, std::function<void(const QUrl&)> openInBrowser);
     ~WebServicePage() override;
 
     QWidget* widget() override;
@@ -96,7 +81,6 @@ private:
     const QUrl baseUrl_;
     const std::function<void(const QUrl&)> openInBrowser_;
     const RestrictedPage::Dependencies pageDependencies_;
-    const Limits limits_;
     PageLog log_;
     std::unique_ptr<QWebEngineProfile> profile_;
     QPointer<QStackedWidget> widget_;
@@ -113,7 +97,7 @@ private:
     State state_ = State::Empty;
     QString foreignOrigin_; // of the document, unless it is the service's
     QTimer loadTimer_{this};
-    QTimer responseTimer_;
+    QTimer responseTimer_{this};
     int unansweredChecks_ = 0;
     std::vector<EventLimit> activity_; // one for each PageActivity
     bool isOverloaded_ = false;

@@ -4,6 +4,8 @@
 #include "tests/ui/page/trusting_home.h"
 #include "ui/page/web_service_page.h"
 
+#include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QLabel>
 #include <QSslCertificate>
@@ -13,12 +15,32 @@
 #include <QStackedWidget>
 #include <QTcpSocket>
 #include <QTest>
+#include <QTimer>
 #include <QWebEnginePage>
 #include <QWebEngineView>
 
 namespace quenmoor {
 
 inline constexpr const char* kIndex = "/files/upload/index.html";
+
+// Runs the event loop until `condition` holds, which is returned, or the time is over. The browser
+// engine executes a task in each round of the loop, and QTest::qWaitFor() sleeps after every round.
+template <typename Condition>
+bool waitUntil(const Condition& condition,
+               std::chrono::milliseconds limit = std::chrono::seconds(60))
+{
+    const QDeadlineTimer deadline(limit);
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        if (condition() || deadline.hasExpired())
+            loop.quit();
+    });
+    poll.start(5);
+    if (!condition())
+        loop.exec();
+    return condition();
+}
 
 // Answers 404 to a path without a page, and never to "/silent".
 class ScriptedService : public QSslServer {
@@ -73,11 +95,9 @@ private:
 };
 
 struct WebFixture {
-    explicit WebFixture(const Certificate& certificate, WebServicePage::Limits limits = {})
+    explicit WebFixture(const Certificate& certificate)
         : service(certificate),
-          page(
-              service.url(kIndex).toString(), [this](const QUrl& url) { opened.push_back(url); },
-              limits)
+          page(service.url(kIndex).toString(), [this](const QUrl& url) { opened.push_back(url); })
     {
         QObject::connect(&page, &ServicePage::titleReceived,
                          [this](const PageSignal& signal) { reported.push_back(signal); });
@@ -100,8 +120,7 @@ struct WebFixture {
     }
     bool waitForTitle(QStringView title, std::size_t after = 0)
     {
-        return QTest::qWaitFor(
-            [&] { return reported.size() > after && reported.back().title == title; }, 20'000);
+        return waitUntil([&] { return reported.size() > after && reported.back().title == title; });
     }
     void reset()
     {
@@ -135,7 +154,7 @@ struct WebFixture {
     // Waits for the failure panel and returns its text.
     QString failure()
     {
-        return QTest::qWaitFor([this] { return isPanelShown(); }, 20'000)
+        return waitUntil([this] { return isPanelShown(); })
                    ? page.widget()->findChild<QLabel*>(QStringLiteral("failureReason"))->text()
                    : QString();
     }
