@@ -4,6 +4,12 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
 
 namespace quenmoor {
 
@@ -25,6 +31,19 @@ bool isIgnored(int signal)
 {
     struct sigaction action {};
     return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void exitBesideThreads(int status)
+{
+    std::fflush(stdout);
+#ifdef __SANITIZE_ADDRESS__
+    __lsan_do_leak_check(); // otherwise done by an exit handler
+#endif
+#ifdef QUENMOOR_EXIT_HANDLERS
+    std::exit(status);
+#else
+    std::_Exit(status);
+#endif
 }
 
 } // namespace quenmoor

@@ -3,6 +3,7 @@
 // Sends COUNT files of SIZE bytes from memory to a service on this machine, with the client's two
 // sockets and block size, and without everything else of the client: file, queue, status, second
 // thread.
+#include "base/process_setup.h"
 #include "base/text.h"
 #include "protocol/documents.h"
 #include "protocol/udt_transfer_link.h"
@@ -93,8 +94,8 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        return quenmoor::run(argv[1], argv[2], quenmoor::number(argv[3]),
-                             quenmoor::number(argv[4]));
+        quenmoor::exitBesideThreads(
+            quenmoor::run(argv[1], argv[2], quenmoor::number(argv[3]), quenmoor::number(argv[4])));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "quenmoor-bare-send: %s\n", error.what());
         return 1;

@@ -46,12 +46,8 @@ int printAndExit(const quenmoor::EarlyExit& exit)
     return std::fflush(out) == 0 || exit.status != 0 ? exit.status : quenmoor::kExitOutput;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
-    quenmoor::handleFatalErrors("quenmoor-put");
-    quenmoor::prepareProcess();
     const auto parsed = quenmoor::parsePutOptions(argc, argv);
     if (const auto* const exit = std::get_if<quenmoor::EarlyExit>(&parsed))
         return printAndExit(*exit);
@@ -62,4 +58,13 @@ int main(int argc, char** argv)
     quenmoor::UdtTransferLink link(options.host, options.port, options.congestion,
                                    options.rateLimit);
     return quenmoor::runPut(options, clock, link, exitWithinASecond);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    quenmoor::handleFatalErrors("quenmoor-put");
+    quenmoor::prepareProcess();
+    quenmoor::exitBesideThreads(run(argc, argv));
 }

@@ -26,7 +26,8 @@ if(SANITIZE)
     target_compile_options(project_options INTERFACE -Wno-maybe-uninitialized)
   endif()
   if("thread" IN_LIST SANITIZE)
-    add_compile_definitions(QUENMOOR_THREAD_SANITIZER=1)
+    # The sanitizer sets the exit status in an exit handler.
+    add_compile_definitions(QUENMOOR_THREAD_SANITIZER=1 QUENMOOR_EXIT_HANDLERS=1)
     # GCC warns that thread fences are not seen by the sanitizer; the code has none of its own.
     target_compile_options(project_options INTERFACE -Wno-tsan)
   endif()
@@ -34,5 +35,6 @@ endif()
 
 if(COVERAGE)
   add_compile_options(--coverage)
+  add_compile_definitions(QUENMOOR_EXIT_HANDLERS=1) # one writes the counters
   add_link_options(--coverage)
 endif()

@@ -40,7 +40,7 @@ inline constexpr UdtOptions kRendezvousSocketOptions{.receiveTimeout = std::chro
 
 // Keeps the sockets that it opened and gives out their handles; an operation on any other handle
 // fails. Opening a socket closes the one of the attempt before. The first attempt starts the
-// library, which then runs until the program ends.
+// library, whose threads then run until the program ends; see exitBesideThreads().
 class UdtTransferLink : public TransferLink {
 public:
     // `host` is a name or an IPv4 address. Every attempt looks it up again. send() takes at most

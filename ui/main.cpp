@@ -17,10 +17,10 @@
 
 using namespace quenmoor;
 
-int main(int argc, char** argv)
+namespace {
+
+int run(int argc, char** argv)
 {
-    prepareProcess();
-    handleFatalErrors("quenmoor-upload");
     const std::optional<ViewController::Client> client = thisClient();
     if (!client)
         return EXIT_FAILURE;
@@ -54,4 +54,13 @@ int main(int argc, char** argv)
     controller.window().show();
     delegate.applicationOpenFiles(files);
     return endProcess(bridge, clock, engine, QApplication::exec());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    prepareProcess();
+    handleFatalErrors("quenmoor-upload");
+    exitBesideThreads(run(argc, argv));
 }

@@ -82,6 +82,9 @@ TEST_F(PutProgram, copesWithTheDescriptorsLimitsAndSignalsOfItsCaller)
 #ifndef __SANITIZE_ADDRESS__ // the undefined behaviour sanitizer needs descriptors itself
         {R"(ulimit -n 4; "$0" "$@" 3>&-)", 6},
 #endif
+#ifndef QUENMOOR_EXIT_HANDLERS // destructors of the library's static objects
+        {R"(LD_DEBUG=files "$0" "$@" 2>&1 | grep "calling fini.*udt")", 1},
+#endif
         {R"("$0" "$@" <&- >&-)", 0},
         {R"("$0" "$@" <&- >&- 2>&-)", 0},
         {R"("$0" --json)", 2},
@@ -122,6 +125,10 @@ TEST(WindowProgram, reportsAMissingDisplayInOneLine)
     EXPECT_EQ(client.exitStatus(), 1);
     EXPECT_EQ(client.output().find("quenmoor-upload: cannot open a window: "), 0U);
     EXPECT_EQ(client.output().find('\n'), client.output().size() - 1) << client.output();
+#ifndef QUENMOOR_EXIT_HANDLERS
+    const char* const script = R"(LD_DEBUG=files "$0" --version 2>&1 | grep "calling fini.*udt")";
+    EXPECT_EQ(Process({"/bin/bash", "-c", script, QUENMOOR_UPLOAD}).exitStatus(), 1);
+#endif
 }
 #endif
 

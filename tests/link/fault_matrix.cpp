@@ -4,6 +4,7 @@
 //
 // link_fault_matrix [--long] [TEXT]: the cells whose name contains TEXT; --long adds those that
 // take minutes. --cell NAME: this cell, for another process that freezes this one.
+#include "base/process_setup.h"
 #include "tests/fakes/quiet_log.h"
 #include "tests/link/fault_cell.h"
 
@@ -353,5 +354,5 @@ int main(int argc, char** argv)
     const bool isLong = option == "--long";
     const bool isCell = option == "--cell";
     const int text = isLong || isCell ? 2 : 1;
-    return quenmoor::runMatrix(isLong, isCell, argc > text ? argv[text] : "");
+    quenmoor::exitBesideThreads(quenmoor::runMatrix(isLong, isCell, argc > text ? argv[text] : ""));
 }
