@@ -11,6 +11,7 @@
 #include "engine/upload_engine.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -29,6 +30,7 @@ using namespace std::chrono_literals;
 constexpr auto kInterruptLimit = 500ms;
 // After the last file only the sockets remain to be closed, which takes up to 2 seconds each.
 constexpr auto kFinishLimit = 5s;
+constexpr auto kFinishPoll = 50ms;
 
 constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
 
@@ -86,8 +88,9 @@ private:
     // Lists the files, reports each of them and gives the readable ones to the upload queue.
     std::vector<Source> queueSources();
     std::optional<CopyAnswer> answer(const Source& source, const Alert& alert);
-    // Returns false if the upload thread is still blocked in the link.
-    bool endUploadThread(int signal);
+    // Both return false if the upload thread is still blocked in the link.
+    bool endUploadThread(int signal, const OnInterrupt& onInterrupt);
+    bool awaitClosedSockets(const OnInterrupt& onInterrupt);
 
     // Starts the upload, unless there is nothing to send. Returns why the system refused, or
     // nothing.
@@ -151,7 +154,7 @@ int PutRun::run(const OnInterrupt& onInterrupt)
         signal = signals_.read();
         if (signal != 0)
             onInterrupt(kExitSignal + signal);
-        ended = endUploadThread(signal);
+        ended = endUploadThread(signal, onInterrupt);
     }
     RunOutcome outcome = outcomeOf(view_.sources(), signal, failure);
     outcome.elapsed = std::chrono::nanoseconds(clock_.nanoseconds() - began);
@@ -186,12 +189,28 @@ bool PutRun::outputWasWritten() const
     return written(logFile_, printableLine(options_.logFile)) && report;
 }
 
-bool PutRun::endUploadThread(int signal)
+bool PutRun::endUploadThread(int signal, const OnInterrupt& onInterrupt)
 {
     view_.close();
     question_.abandon();
     clock_.end();
-    return engine_.waitForEnd(signal != 0 ? kInterruptLimit : kFinishLimit);
+    return signal != 0 ? engine_.waitForEnd(kInterruptLimit) : awaitClosedSockets(onInterrupt);
+}
+
+// A signal shortens the wait. It does not change the exit status, because every file has ended.
+bool PutRun::awaitClosedSockets(const OnInterrupt& onInterrupt)
+{
+    pollfd input{signals_.readEnd(), POLLIN, 0};
+    for (auto waited = 0ms; waited < kFinishLimit; waited += kFinishPoll) {
+        if (engine_.waitForEnd(kFinishPoll))
+            return true;
+        const int signal = poll(&input, 1, 0) > 0 ? signals_.read() : 0;
+        if (signal == 0)
+            continue;
+        onInterrupt(kExitSignal + signal);
+        return engine_.waitForEnd(kInterruptLimit);
+    }
+    return false;
 }
 
 } // namespace

@@ -15,7 +15,8 @@ using OnInterrupt = std::function<void(int status)>;
 
 // Main thread, one call at a time in a process. Blocks until every file has ended, one was given
 // up, or a signal arrived; then ends `clock` and returns the exit status. If the upload thread is
-// still blocked in `link` half a second after a signal, exits the process instead of returning.
+// still blocked in `link` half a second after a signal, or five seconds after the last file, exits
+// the process instead of returning.
 int runPut(const PutOptions& options, Clock& clock, TransferLink& link,
            const OnInterrupt& onInterrupt);
 

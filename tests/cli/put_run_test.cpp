@@ -11,8 +11,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <future>
 #include <map>
 #include <regex>
 #include <sstream>
@@ -192,6 +194,7 @@ struct PutRun {
     FakeTransferLink link;
     std::optional<FakeClock> clock; // of the latest run
     PutOptions options;
+    OnInterrupt onInterrupt = [](int /*status*/) {};
     std::string out;
 
     PutRun()
@@ -212,7 +215,7 @@ struct PutRun {
     {
         clock.emplace();
         testing::internal::CaptureStdout();
-        const int status = runPut(options, *clock, link, [](int /*status*/) {});
+        const int status = runPut(options, *clock, link, onInterrupt);
         out = testing::internal::GetCapturedStdout();
         return status;
     }
@@ -255,6 +258,23 @@ TEST_F(PutRunTest, returnsOneAndRepeatsTheReasonWhenAFileIsGivenUp)
     expectOutput("\"step\":\"refused\",\"message\":\"gave up after 10 attempts (refused): the "
                  "server refused the upload\"}");
     expectOutput("0 finished, 1 given up, 1 not tried");
+}
+
+TEST_F(PutRunTest, handlesASignalWhileTheSocketsOfTheLastFileAreClosed)
+{
+    std::promise<int> handled;
+    std::future<int> status = handled.get_future();
+    onInterrupt = [&](int given) { handled.set_value(given); };
+    link.onClose = [&, calls = 0]() mutable {
+        if (++calls < 2) // after the transfer, and after the file has ended
+            return;
+        kill(getpid(), SIGTERM);
+        status.wait_for(std::chrono::seconds(3)); // below the limit of the run
+    };
+    add("a.mov", 10);
+    EXPECT_EQ(run(), kExitFinished);
+    ASSERT_EQ(status.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    EXPECT_EQ(status.get(), kExitSignal + SIGTERM);
 }
 
 TEST(PutRunWithAChange, returnsFourAndSendsTheOtherFiles)

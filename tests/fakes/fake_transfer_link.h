@@ -57,6 +57,7 @@ public:
     std::size_t lostOnBreak = 0;
     std::optional<std::int32_t> state = kSocketConnected;
     std::function<void()> onSend = [] {};
+    std::function<void()> onClose = [] {};
 
     std::vector<std::string> requests;
     std::vector<std::string> confirmations; // "resume", "overwrite", "cancel"
@@ -143,6 +144,7 @@ public:
     {
         openSockets.erase(rendezvousSocket);
         openSockets.erase(connectSocket);
+        onClose();
     }
 
 protected:
