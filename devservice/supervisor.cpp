@@ -182,8 +182,14 @@ void Supervisor::stopParts()
         kill(part.process, isDelayed ? SIGKILL : SIGTERM);
     }
     for (Part& part : parts_) {
-        if (part.process > 0)
-            waitpid(part.process, nullptr, 0);
+        int status = 0;
+        if (part.process < 0 || waitpid(part.process, &status, 0) != part.process)
+            continue;
+        if (WIFEXITED(status) && exitStatus_ == 0)
+            exitStatus_ = WEXITSTATUS(status);
+        else if (WIFSIGNALED(status) && WTERMSIG(status) != SIGKILL) // which a delayed one gets
+            logSystem("The {} was ended by signal {} ({}) while it stopped.", part.name,
+                      WTERMSIG(status), strsignal(WTERMSIG(status)));
     }
 }
 

@@ -42,7 +42,7 @@ public:
 
     // Blocks until SIGINT, SIGTERM or the end of a part that no signal ended, then ends all parts.
     // A part that a signal ended is restarted: at once, or after up to five seconds if it
-    // ran for less than ten. Returns the exit status.
+    // ran for less than ten. Returns the exit status: 0, or that of a part that failed.
     [[nodiscard]] int run();
 
 private:
