@@ -28,6 +28,8 @@ constexpr std::int32_t kMaxPacketSize = 1500;
 // After its own time limit, 30 seconds, the library keeps a pointer to the socket beyond close().
 constexpr milliseconds kRendezvousTime{29'500};
 constexpr milliseconds kRendezvousPoll{1};
+// For the library's receiving thread to complete a connection that it has begun.
+constexpr milliseconds kCompletionTime{20};
 
 UdtAddress fromSystem(const sockaddr_in& system)
 {
@@ -171,6 +173,12 @@ UdtSocket& UdtSocket::operator=(UdtSocket&& other) noexcept
 
 void UdtSocket::close()
 {
+    if (handle_ != kNoSocket && UDT::getsockstate(handle_) == CONNECTING) {
+        // The library ends the process if the socket is closed while its thread connects it. The
+        // thread does not connect a socket whose receive blocks.
+        setOption(handle_, UDT_RCVSYN, true);
+        std::this_thread::sleep_for(kCompletionTime);
+    }
     if (handle_ != kNoSocket && !isAbandoned(handle_))
         UDT::close(handle_);
     handle_ = kNoSocket;
