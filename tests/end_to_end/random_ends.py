@@ -3,7 +3,8 @@
 Each round starts a service with a fault and several clients, and ends each client by a signal, or by
 closing its window. Then some of the uploads are resumed. Every program must exit in time with its
 documented status and without a report of a sanitizer. The seed repeats the choices of a run; the
-state that a program is in at the chosen moment may differ.
+state that a program is in at the chosen moment may differ. After a failure the standard error of
+every program of the round, and the reports of the sanitizers, remain in a folder that is printed.
 """
 import collections
 import json
@@ -14,6 +15,7 @@ import re
 import signal
 import subprocess
 import sys
+import tempfile
 import time
 
 from programs import (close_window, start, start_display, text_after, trust, windows, work_folder)
@@ -36,40 +38,58 @@ class Ends:
 
     def __init__(self, work, kind, programs, seed):
         self.work, self.kind, self.programs, self.seed = work, kind, programs, seed
+        self.logs = pathlib.Path(tempfile.mkdtemp(prefix="random_ends_"))
         self.counts = collections.Counter()
-        self.longest = 0
+        self.label, self.longest = "start", (0, "")
         self.port = "65000" if kind == "window" else "0"  # the window's port is built in
+
+    def start(self, program, *arguments, **options):
+        with (self.logs / f"{program}.{len(list(self.logs.iterdir()))}").open("w") as log:
+            return start(self.programs / program, *arguments, stderr=log, **options)
 
     def start_service(self, fault=None):
         page = ["--page-port", "8443", "--auto"] if self.kind == "window" else []
-        self.service = start(self.programs / "quenmoor-devservice", "--root", self.work / "store",
-                             "--state", self.work / "state", "--port", self.port, "--token", "t",
-                             *page, *(["--fault", fault] if fault else []),
-                             stderr=subprocess.DEVNULL)
+        self.service = self.start("quenmoor-devservice", "--root", self.work / "store",
+                                  "--state", self.work / "state", "--port", self.port, "--token",
+                                  "t", *page, *(["--fault", fault] if fault else []))
         self.port = text_after("Listening on ", self.service).split(",")[0].split(":")[1]
         if page:
             self.certificate = text_after("Certificate: ", self.service)
 
-    def end_service(self, number, status=0):
+    def end_service(self, number):
         self.service.send_signal(number)
-        self.expect(self.service.wait(LIMIT) == status, f"service: {self.service.returncode}")
+        self.wait_for(self.service)
+        self.expect(self.service.returncode == 0, f"service: {self.service.returncode}")
+
+    def wait_for(self, child):
+        try:
+            child.wait(LIMIT)
+        except subprocess.TimeoutExpired:
+            subprocess.run(f"for p in {child.pid} $(pgrep -P {child.pid}); do"
+                           " gdb -p $p -batch -ex 'thread apply all backtrace'; done"
+                           f" >{self.logs}/stacks 2>&1", shell=True, check=False)
+            self.expect(False, f"{child.args[0]} did not exit within {LIMIT} s")
 
     def put(self, path, *options):
-        return start(self.programs / "quenmoor-put", "--host", f"127.0.0.1:{self.port}",
-                     "--token", "t", "--json", *options, path, stderr=subprocess.DEVNULL)
+        return self.start("quenmoor-put", "--host", f"127.0.0.1:{self.port}", "--token", "t",
+                          "--json", *options, path)
 
     def client(self, path):
         if self.kind == "put":
             return self.put(path, "--limit-rate", self.random.choice(["2M", "20M", "1G"]))
-        return start(self.programs / "quenmoor-upload", path, stdout=subprocess.DEVNULL,
-                     stderr=subprocess.DEVNULL)
+        return self.start("quenmoor-upload", path, stdout=subprocess.DEVNULL)
 
     def expect(self, holds, failure):
-        for report in self.work.glob("report*"):
+        reports = list(self.logs.glob("report*"))
+        if holds and not reports:
+            return
+        for _ in range(150):  # a report grows for seconds while its stacks are resolved
+            if all("SUMMARY:" in report.read_text() for report in reports):
+                break
+            time.sleep(0.2)
+        for report in reports:
             print(report.read_text())
-            holds = False
-        if not holds:
-            sys.exit(f"random_ends.py: {failure}; {self.label}")
+        sys.exit(f"random_ends.py: {failure}; {self.label}; logs are in {self.logs}")
 
     def end(self, client):
         """Ends the client and returns the statuses that this may have."""
@@ -103,15 +123,11 @@ class Ends:
 
     def end_after(self, age, client, started):
         time.sleep(max(0, started + age - time.monotonic()))
-        finished = client.poll()
-        statuses = [0] if finished is not None else self.end(client)
+        statuses = self.end(client) if client.poll() is None else []
         began = time.monotonic()
-        try:
-            client.wait(LIMIT)
-        except subprocess.TimeoutExpired:
-            self.expect(False, f"no exit within {LIMIT} s")
+        self.wait_for(client)
         took = time.monotonic() - began
-        self.longest = max(self.longest, took)
+        self.longest = max(self.longest, (took, f"{self.label}, status {client.returncode}"))
         self.counts[client.returncode] += 1
         # The last file may finish at the moment of the signal.
         self.expect(client.returncode in [0, *statuses], f"status {client.returncode}")
@@ -146,36 +162,25 @@ class Ends:
         for path in paths[1:3]:
             put = self.put(path, "--existing", "skip")
             self.expect_stored(path, put)
-        if number % 10 == 0 and self.kind == "put":
-            self.restart_service()
         self.end_service(signal.SIGTERM)
         for path in paths:
             path.unlink()
             (self.work / "store" / path.name).unlink(missing_ok=True)
-
-    def restart_service(self):
-        """Kills the service during an upload, which must finish with the next one."""
-        path = self.work / "restart.mov"
-        path.write_bytes(self.random.randbytes(30_000_000))
-        put = self.put(path, "--limit-rate", "10M", "--existing", "overwrite")
-        time.sleep(self.random.uniform(1, 2.5))
-        self.end_service(signal.SIGKILL, -signal.SIGKILL)
-        self.start_service()
-        self.expect_stored(path, put)
+        for log in self.logs.iterdir():
+            log.unlink()
 
 
 def run(work, kind, programs, count, seed=1):
     # A caller such as nohup may ignore them, and the children would inherit that.
     for number in SIGNALS:
         signal.signal(number, lambda *_: sys.exit("random_ends.py: interrupted"))
+    ends = Ends(work, kind, programs, seed)
     for name in ("ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"):
-        os.environ[name] = os.environ.get(name, "") + f":log_path={work}/report:exitcode=99"
+        os.environ[name] = os.environ.get(name, "") + f":log_path={ends.logs}/report:exitcode=99"
     # A program whose thread is blocked in the link exits without it.
     os.environ["TSAN_OPTIONS"] += ":report_thread_leaks=0"
-    ends = Ends(work, kind, programs, seed)
     (work / "store").mkdir()
     if kind == "window":
-        ends.label = "start"
         ends.start_service()
         trust(work, ends.certificate)
         ends.end_service(signal.SIGTERM)
@@ -185,7 +190,9 @@ def run(work, kind, programs, count, seed=1):
     for number in range((count + clients - 1) // clients):
         ends.round(number, clients)
     by_status = ", ".join(f"{key}: {value}" for key, value in ends.counts.items())
-    print(f"seed {seed}: ended by status {by_status}; the longest exit took {ends.longest:.1f} s")
+    ends.logs.rmdir()
+    print(f"seed {seed}: ended by status {by_status}; the longest exit took",
+          f"{ends.longest[0]:.1f} s ({ends.longest[1]})")
 
 
 with work_folder() as folder:
