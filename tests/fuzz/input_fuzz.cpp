@@ -85,15 +85,13 @@ void readOptions(std::string_view text)
     for (std::string& value : values)
         std::getline(lines, value);
     const auto& [host, retries, time, rate, version, url, fault] = values;
-    const auto parse = [](auto parser, const std::vector<std::string>& arguments) {
-        std::vector<const char*> pointers;
-        for (const std::string& argument : arguments)
-            pointers.push_back(argument.c_str());
-        return parser(static_cast<int>(pointers.size()), pointers.data());
+    const auto parse = [](auto parser, const std::vector<const char*>& arguments) {
+        return parser(static_cast<int>(arguments.size()), arguments.data());
     };
     const auto put =
-        parse(parsePutOptions, {"put", "--host", host, "--retries", retries, "--give-up-after",
-                                time, "--limit-rate", rate, "--token", "t", "--", "file"});
+        parse(parsePutOptions,
+              {"put", "--host", host.c_str(), "--retries", retries.c_str(), "--give-up-after",
+               time.c_str(), "--limit-rate", rate.c_str(), "--token", "t", "--", "file"});
     if (const auto* const options = std::get_if<PutOptions>(&put)) {
         require(!options->host.empty() && options->port > 0);
         require(options->retry.attempts >= 1 && options->retry.attempts <= 10'000);
@@ -103,9 +101,9 @@ void readOptions(std::string_view text)
     } else {
         requirePrintable(std::get<EarlyExit>(put).text, "\n");
     }
-    const auto service =
-        parse(parseServiceOptions, {"service", "--root", "root", "--newest-version", version,
-                                    "--update-url", url, "--fault", fault});
+    const auto service = parse(parseServiceOptions,
+                               {"service", "--root", "root", "--newest-version", version.c_str(),
+                                "--update-url", url.c_str(), "--fault", fault.c_str()});
     if (const auto* const options = std::get_if<ServiceOptions>(&service)) {
         require(isUtf8(options->page->updateUrl) && options->faults.at(0).value >= 0);
         for (const std::string& number : options->page->newestVersion)
@@ -214,31 +212,24 @@ void readPageMessage(std::string_view text)
     (void)parseVersion(name);
 }
 
-using Reader = void (*)(std::string_view);
-
-Reader selectedReader()
-{
-    static const std::map<std::string_view, Reader> readers{{"text", readText},
-                                                            {"response", readResponse},
-                                                            {"request", readRequestOrConfirmation},
-                                                            {"record", readRecordFile},
-                                                            {"file_url", readFileUrl},
-                                                            {"options", readOptions},
-                                                            {"lists", readLists},
-                                                            {"page_request", readPageRequest},
-                                                            {"page_message", readPageMessage}};
-    const char* const name = std::getenv("FUZZ_READER");
-    require(name != nullptr && readers.contains(name));
-    return readers.at(name);
-}
-
 } // namespace
-} // namespace quenmoor
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
-    static const quenmoor::SilentLog silent;
-    static const quenmoor::Reader read = quenmoor::selectedReader();
+    static const SilentLog silent;
+    using Reader = void (*)(std::string_view);
+    static const std::map<std::string, Reader> readers{{"text", readText},
+                                                       {"response", readResponse},
+                                                       {"request", readRequestOrConfirmation},
+                                                       {"record", readRecordFile},
+                                                       {"file_url", readFileUrl},
+                                                       {"options", readOptions},
+                                                       {"lists", readLists},
+                                                       {"page_request", readPageRequest},
+                                                       {"page_message", readPageMessage}};
+    static const Reader read = readers.at(std::getenv("FUZZ_READER"));
     read({reinterpret_cast<const char*>(data), size});
     return 0;
 }
+
+} // namespace quenmoor
