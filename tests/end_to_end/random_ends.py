@@ -7,6 +7,7 @@ state that a program is in at the chosen moment may differ. After a failure the 
 every program of the round, and the reports of the sanitizers, remain in a folder that is printed.
 """
 import collections
+import contextlib
 import json
 import os
 import pathlib
@@ -97,11 +98,11 @@ class Ends:
         shown = windows(client.pid, "Quenmoor Upload - v") if how == "close" else []
         if shown:
             close_window(shown[0])
-            try:
-                client.wait(2)
-                return [0]
-            except subprocess.TimeoutExpired:  # it asks whether to quit
-                if self.answer_yes(client):
+            for answers in (False, True):  # it may ask whether to quit
+                if answers and not self.answer_yes(client):
+                    break
+                with contextlib.suppress(subprocess.TimeoutExpired):
+                    client.wait(2)  # on a busy machine the question may not have the focus
                     return [0]
         number = how if how != "close" else signal.SIGTERM
         handled = handles_signals(client.pid)
