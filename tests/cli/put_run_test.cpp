@@ -59,7 +59,7 @@ TEST(PutOptionsTest, readsTokensAndFilesFromOtherSourcesByteForByte)
 {
     const TempFolder folder;
     const std::string list = folder.file("list", "\xEF\xBB\xBFt1\ta\tb \r\n\n[2]\t[x\xE9]");
-    const std::string records = folder.file("nulls", std::string("t1\ta\n\0t2\tb\r\0", 13));
+    const std::string records = folder.file("nulls", std::string("t1\ta\n\0t2\tb\r\0", 12));
     const std::string tokens = folder.file("tokens", "t1\r\n[t2]\n");
 
     auto options = std::get<PutOptions>(parse({"--files-from", list.c_str()}));
