@@ -42,17 +42,19 @@ class Ends:
         self.logs = pathlib.Path(tempfile.mkdtemp(prefix="random_ends_"))
         self.counts = collections.Counter()
         self.label, self.longest = "start", (0, "")
-        self.port = "65000" if kind == "window" else "0"  # the window's port is built in
 
     def start(self, program, *arguments, **options):
         with (self.logs / f"{program}.{len(list(self.logs.iterdir()))}").open("w") as log:
             return start(self.programs / program, *arguments, stderr=log, **options)
 
     def start_service(self, fault=None):
-        page = ["--page-port", "8443", "--auto"] if self.kind == "window" else []
+        # The ports of the window are built in. A port that was free before may have a new user.
+        window = self.kind == "window"
+        page = ["--page-port", "8443", "--auto"] if window else []
         self.service = self.start("quenmoor-devservice", "--root", self.work / "store",
-                                  "--state", self.work / "state", "--port", self.port, "--token",
-                                  "t", *page, *(["--fault", fault] if fault else []))
+                                  "--state", self.work / "state", "--port",
+                                  "65000" if window else "0", "--token", "t", *page,
+                                  *(["--fault", fault] if fault else []))
         self.port = text_after("Listening on ", self.service).split(",")[0].split(":")[1]
         if page:
             self.certificate = text_after("Certificate: ", self.service)
