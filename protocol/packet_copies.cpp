@@ -7,30 +7,27 @@
 namespace quenmoor {
 namespace {
 
-constexpr std::size_t kCopies = 8192; // packets in the receiver's buffer, which limits the flight
-
-std::size_t placeOf(std::int64_t number)
-{
-    return static_cast<std::size_t>(number) % kCopies;
-}
+constexpr std::size_t kMaxCopies = 8192; // the receiver's buffer, which limits the flight
 
 } // namespace
 
 void PacketCopies::keep(std::int64_t number, const DataPacket& packet)
 {
-    if (copies_.empty()) {
-        copies_.resize(kCopies);
-        datagrams_ = std::make_unique_for_overwrite<Datagram[]>(kCopies);
-    }
-    const std::size_t place = placeOf(number);
+    const std::int64_t next = oldest_ + static_cast<std::int64_t>(copies_.size());
+    drop(number == next ? next - static_cast<std::int64_t>(kMaxCopies) + 1 : next);
+    if (copies_.empty())
+        oldest_ = number;
+    if (unused_.empty())
+        unused_.push_back(std::make_unique_for_overwrite<Datagram>());
+    copies_.push_back({0, std::move(unused_.back())});
+    unused_.pop_back();
+    Copy& copy = copies_.back();
     const std::array words{packet.number, packet.message, packet.time, packet.peerSocket};
     const std::size_t size = sizeof words + packet.payload.size();
-    if (size > kMaxDatagram) {
-        copies_[place] = {};
+    if (size > kMaxDatagram)
         return;
-    }
-    copies_[place] = {number, size};
-    char* out = datagrams_[place].data();
+    copy.size = size;
+    char* out = copy.datagram->data();
     for (const std::int32_t word : words) {
         const std::uint32_t wire = htonl(static_cast<std::uint32_t>(word));
         std::memcpy(out, &wire, sizeof wire);
@@ -39,13 +36,22 @@ void PacketCopies::keep(std::int64_t number, const DataPacket& packet)
     std::memcpy(out, packet.payload.data(), packet.payload.size());
 }
 
+void PacketCopies::drop(std::int64_t next)
+{
+    for (; oldest_ < next && !copies_.empty(); ++oldest_) {
+        unused_.push_back(std::move(copies_.front().datagram));
+        copies_.pop_front();
+    }
+}
+
 std::span<const char> PacketCopies::read(std::int64_t number, Datagram& buffer) const
 {
-    if (copies_.empty() || copies_[placeOf(number)].number != number)
+    const std::int64_t index = number - oldest_;
+    if (index < 0 || index >= static_cast<std::int64_t>(copies_.size()))
         return {};
-    const std::size_t size = copies_[placeOf(number)].size;
-    std::memcpy(buffer.data(), datagrams_[placeOf(number)].data(), size);
-    return std::span(buffer).first(size);
+    const Copy& copy = copies_[static_cast<std::size_t>(index)];
+    std::memcpy(buffer.data(), copy.datagram->data(), copy.size);
+    return std::span(buffer).first(copy.size);
 }
 
 } // namespace quenmoor

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
 #include <vector>
@@ -27,20 +28,26 @@ public:
     static constexpr std::size_t kMaxDatagram = 1500 - 28; // without the headers of IP and UDP
     using Datagram = std::array<char, kMaxDatagram>;
 
-    // Keeps `packet` as `number`, its sequence number unwrapped. Takes 12 MB with the first call.
+    // Keeps `packet` as `number`, its sequence number unwrapped. The numbers have to be
+    // consecutive.
     void keep(std::int64_t number, const DataPacket& packet);
+
+    // Drops the packets below `next`. The packets that follow use their memory again, the latest
+    // first, so that it is still in the processor's cache.
+    void drop(std::int64_t next);
 
     // Stores the datagram in `buffer` and returns its part of it, empty if there is no copy.
     std::span<const char> read(std::int64_t number, Datagram& buffer) const;
 
 private:
     struct Copy {
-        std::int64_t number = -1;
-        std::size_t size = 0;
+        std::size_t size = 0; // 0 for none
+        std::unique_ptr<Datagram> datagram;
     };
 
-    std::vector<Copy> copies_;
-    std::unique_ptr<Datagram[]> datagrams_;
+    std::deque<Copy> copies_; // the first is that of oldest_
+    std::int64_t oldest_ = 0;
+    std::vector<std::unique_ptr<Datagram>> unused_;
 };
 
 } // namespace quenmoor

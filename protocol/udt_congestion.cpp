@@ -9,6 +9,7 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "congestion/path_model.h"
 
@@ -19,6 +20,8 @@ namespace {
 // The library sends a keep-alive packet when its timeout has expired, which it checks every 100 ms.
 // With this timeout it does so at the first check, before the peer repeats its handshake.
 constexpr Micros kFirstTimeout = 10'000;
+
+constexpr Micros kRepairInterval = 10'000; // of the thread that sends the file
 
 class SteadyClock final : public PacingClock {
 public:
@@ -38,7 +41,9 @@ private:
     using microseconds = std::chrono::microseconds;
 };
 
-// What the library's control and the sending thread share.
+// What the library's control and the thread that sends the file share. A sent packet is only noted,
+// because the library's sending thread holds a lock that its other threads need; whoever uses the
+// model next tells it.
 class Sender final : public Repairs {
 public:
     Sender(std::shared_ptr<const PacingClock> clock, UdpPort port, const UdtAddress& peer)
@@ -49,32 +54,25 @@ public:
     {
     }
 
-    // The library's threads have used the members with the mutex held.
-    ~Sender() override { const std::lock_guard lock(mutex_); }
+    // The library's threads have used the members with the mutexes held.
+    ~Sender() override { const std::scoped_lock lock(modelMutex_, sentMutex_); }
 
     const std::shared_ptr<Pacer> pacer;
 
     void begin(std::int64_t first)
     {
-        const std::lock_guard lock(mutex_);
+        const std::scoped_lock lock(modelMutex_, sentMutex_);
         highestSent_ = first;
         model_ = std::make_unique<PathModel>(first, clock_->now());
     }
 
     void onSent(const DataPacket& packet)
     {
-        const std::lock_guard lock(mutex_);
-        const Micros now = clock_->now();
-        const std::int64_t number = unwrapped(packet.number, highestSent_);
-        if (number > highestSent_) {
-            pacer->onPacketSent(now);
-            highestSent_ = number;
-            copies_.keep(number, packet);
-        } else {
+        const Sent sent = note(packet);
+        if (sent.isNew)
+            pacer->onPacketSent(sent.time);
+        else
             pacer->onRetransmitted();
-        }
-        if (model_)
-            model_->onSent(number, now);
     }
 
     // Calls `event` with the model, the highest number sent and the time, and `apply` with the
@@ -82,14 +80,25 @@ public:
     template <typename Event, typename Apply>
     void onFeedback(Event event, Apply apply)
     {
-        const std::lock_guard lock(mutex_);
+        const std::lock_guard lock(modelMutex_);
         if (!model_)
             return;
-        event(*model_, highestSent_, clock_->now());
+        const std::int64_t highest = takeSent();
+        event(*model_, highest, clock_->now());
         apply(*model_);
     }
 
     void send() override
+    {
+        const Micros now = clock_->now();
+        if (now - lastSend_ < kRepairInterval)
+            return;
+        lastSend_ = now;
+        sendRepairs();
+    }
+
+    // Any thread.
+    void sendRepairs()
     {
         PacketCopies::Datagram buffer;
         for (std::span<const char> datagram = takeRepair(buffer); !datagram.empty();
@@ -98,13 +107,51 @@ public:
     }
 
 private:
+    struct Sent {
+        std::int64_t number;
+        Micros time;
+        bool isNew; // not a retransmission
+    };
+
+    Sent note(const DataPacket& packet)
+    {
+        const std::lock_guard lock(sentMutex_);
+        const std::int64_t number = unwrapped(packet.number, highestSent_);
+        const Sent& sent = sent_.emplace_back(Sent{number, clock_->now(), number > highestSent_});
+        if (sent.isNew) {
+            highestSent_ = number;
+            copies_.keep(number, packet);
+        }
+        return sent;
+    }
+
+    // Requires modelMutex_ and a model. Returns the highest number sent.
+    std::int64_t takeSent()
+    {
+        std::int64_t highest = 0;
+        {
+            const std::lock_guard lock(sentMutex_);
+            std::swap(sent_, taken_);
+            copies_.drop(model_->acknowledgedUpTo());
+            highest = highestSent_;
+        }
+        for (const Sent& sent : taken_)
+            model_->onSent(sent.number, sent.time);
+        taken_.clear();
+        return highest;
+    }
+
     std::span<const char> takeRepair(PacketCopies::Datagram& buffer)
     {
-        const std::lock_guard lock(mutex_);
-        const auto number = model_ ? model_->takeRepair(clock_->now()) : std::nullopt;
+        const std::lock_guard lock(modelMutex_);
+        if (!model_)
+            return {};
+        takeSent();
+        const auto number = model_->takeRepair(clock_->now());
         if (!number)
             return {};
         pacer->onRepairSent();
+        const std::lock_guard sentLock(sentMutex_);
         return copies_.read(*number, buffer);
     }
 
@@ -113,27 +160,41 @@ private:
     const UdpPort port_;
     const UdtAddress peer_;
 
-    std::mutex mutex_;
+    Micros lastSend_ = 0; // used by the thread that sends the file
 
-    // Guarded by mutex_.
+    std::mutex modelMutex_; // locked before sentMutex_
+
+    // Guarded by modelMutex_.
     std::unique_ptr<PathModel> model_;
+    std::vector<Sent> taken_; // empty
+
+    std::mutex sentMutex_;
+
+    // Guarded by sentMutex_.
+    std::vector<Sent> sent_; // since the model was used last
     std::int64_t highestSent_ = 0;
     PacketCopies copies_;
 };
 
 class UdtCongestion : public CCC {
 public:
-    explicit UdtCongestion(std::shared_ptr<Sender> sender) : sender_(std::move(sender)) {}
+    explicit UdtCongestion(std::shared_ptr<Sender> sender)
+    {
+        const std::scoped_lock lock(sending_.mutex, receiving_.mutex);
+        sending_.sender = sender;
+        receiving_.sender = std::move(sender);
+    }
 
     // The library does not join its other threads first.
     ~UdtCongestion() override
     {
-        guarded([this](Sender& /*sender*/) { sender_.reset(); });
+        for (Share* share : {&sending_, &receiving_})
+            guarded(*share, [&](Sender& /*sender*/) { share->sender.reset(); });
     }
 
     void init() override
     {
-        guarded([this](Sender& sender) {
+        guarded(receiving_, [this](Sender& sender) {
             sender.begin(static_cast<std::int64_t>(m_iSndCurrSeqNo) + 1);
         });
         onFeedback([](auto&&...) {});
@@ -141,7 +202,7 @@ public:
 
     void onPktSent(const CPacket* packet) override
     {
-        guarded([&](Sender& sender) {
+        guarded(sending_, [&](Sender& sender) {
             // The library exports no function for the length. m_pcData is its alias of the iov_base
             // of an iovec, whose first member that is.
             const auto* const data = reinterpret_cast<const iovec*>(&packet->m_pcData);
@@ -161,7 +222,7 @@ public:
     void onACK(std::int32_t next) override
     {
         onFeedback([&](PathModel& model, std::int64_t highest, Micros now) {
-            sender_->pacer->onAcknowledged(now);
+            receiving_.sender->pacer->onAcknowledged(now);
             model.onAcknowledged(unwrapped(next, highest), now);
         });
     }
@@ -181,14 +242,20 @@ public:
     }
 
 private:
+    // A callback of one of the library's threads never waits for one of another.
+    struct Share {
+        std::mutex mutex;
+        std::shared_ptr<Sender> sender; // guarded by mutex, until the destructor
+    };
+
     // No exception may pass through the library. An event that is lost has little effect.
     template <typename Function>
-    void guarded(Function function) noexcept
+    static void guarded(Share& share, Function function) noexcept
     {
         try {
-            const std::lock_guard lock(mutex_);
-            if (sender_ != nullptr)
-                function(*sender_);
+            const std::lock_guard lock(share.mutex);
+            if (share.sender != nullptr)
+                function(*share.sender);
         } catch (...) {
             return;
         }
@@ -199,30 +266,29 @@ private:
     void onFeedback(Event event) noexcept
     {
         std::shared_ptr<Sender> sender;
-        guarded([&](Sender& locked) {
+        guarded(receiving_, [&](Sender& locked) {
             locked.onFeedback(event, [this](const PathModel& model) { apply(model); });
-            sender = sender_;
+            sender = receiving_.sender;
         });
         if (sender != nullptr)
-            sender->send();
+            sender->sendRepairs();
     }
 
+    // Requires receiving_.mutex.
     void apply(const PathModel& model)
     {
         const double period = model.pace().libraryPeriod;
         const PathState path{period / kPacketPairFactor, model.retransmitting(),
                              model.shallowBuffer()};
-        m_dPktSndPeriod = sender_->pacer->setPath(path) ? period : 0;
+        m_dPktSndPeriod = receiving_.sender->pacer->setPath(path) ? period : 0;
         m_dCWndSize = model.pace().window;
         const Micros timeout = peerConnected_ ? model.pace().timeout : kFirstTimeout;
         setRTO(static_cast<int>(std::min<Micros>(timeout, INT32_MAX)));
     }
 
-    std::mutex mutex_;
-
-    // Guarded by mutex_.
-    std::shared_ptr<Sender> sender_; // until the destructor
-    bool peerConnected_ = false;     // the peer sent a message
+    Share sending_;
+    Share receiving_;
+    bool peerConnected_ = false; // the peer sent a message; guarded by receiving_.mutex
 };
 
 // Created on the thread that opens the socket, used on the library's receiving thread.

@@ -16,13 +16,13 @@
 
 namespace quenmoor {
 
-// Any thread.
+// Used by the thread that sends the file.
 class Repairs {
 public:
     virtual ~Repairs() = default;
 
-    // Retransmits every packet that is due. Does not block. The control does so after each
-    // feedback; the sending thread calls it every few milliseconds in addition.
+    // Retransmits every packet that is due, at most once in 10 ms. Does not block. The control does
+    // so after each feedback, which may cease.
     virtual void send() = 0;
 };
 

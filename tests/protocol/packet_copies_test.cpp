@@ -16,10 +16,16 @@ TEST(PacketCopies, returnDatagramsAsTheLibrarySendsThem)
     EXPECT_EQ(std::string_view(datagram.data(), datagram.size()),
               std::string_view("\1\2\3\4\x11\x12\x13\x14\0\0\0\5\xFF\xFF\xFF\xFEpayload", 23));
 
-    EXPECT_TRUE(copies.read(kNumber - 8192, buffer).empty()); // its place, but another packet
+    for (std::int64_t number = kNumber + 1; number < kNumber + 8192; ++number)
+        copies.keep(number, {1, 2, 3, 4, std::string_view("next")});
+    EXPECT_FALSE(copies.read(kNumber, buffer).empty());
     copies.keep(kNumber + 8192, {0, 0, 0, 0, std::string(1457, 'x')}); // longer than any packet
     EXPECT_TRUE(copies.read(kNumber + 8192, buffer).empty());
-    EXPECT_TRUE(copies.read(kNumber, buffer).empty());
+    EXPECT_TRUE(copies.read(kNumber, buffer).empty()); // dropped for the one before
+    copies.drop(kNumber + 8191);
+    EXPECT_TRUE(copies.read(kNumber + 8190, buffer).empty());
+    EXPECT_EQ(copies.read(kNumber + 8191, buffer).size(), 20U);
+    EXPECT_TRUE(copies.read(kNumber + 8193, buffer).empty());
 }
 
 } // namespace
