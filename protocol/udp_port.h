@@ -18,7 +18,7 @@ struct UdtAddress;
 sockaddr_in toSystem(const UdtAddress& address);
 
 // Owns a descriptor of the port, which remains in use while there is one. Used by one thread at a
-// time, except send().
+// time, except send() and refuseHandshakes().
 class UdpPort {
 public:
     // Takes the port of `address`, 0 for a free one. Returns nothing if it is not available. On
@@ -39,6 +39,13 @@ public:
 
     // Sends one datagram. Does not block: a datagram that the system cannot take is lost.
     void send(std::span<const char> datagram, const UdtAddress& peer) const;
+
+    // Drops every handshake that arrives from now on; connections are not affected (Linux).
+    void refuseHandshakes() const;
+
+    // Blocks until the library has processed what arrived before the call: usually a millisecond,
+    // at most a second.
+    void awaitProcessed() const;
 
 private:
     explicit UdpPort(int descriptor) : descriptor_(descriptor) {}

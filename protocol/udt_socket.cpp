@@ -128,7 +128,8 @@ std::optional<UdtSocket> UdtSocket::listen(const UdtAddress& address, std::strin
 {
     UdtSocket socket = open({.receiveTimeout = kReceiveSlice});
     setOption(socket.handle_, UDT_RCVBUF, kAcceptedBuffer);
-    if (!socket.bindPort(address) || UDT::listen(socket.handle_, kBacklog) == UDT::ERROR) {
+    socket.listenPort_ = socket.bindPort(address);
+    if (!socket.listenPort_ || UDT::listen(socket.handle_, kBacklog) == UDT::ERROR) {
         // The library's message is only "unable to create/configure UDP socket".
         error = "cannot listen on " + address.text() +
                 ": the port is in use, or the address is not an address of this machine";
@@ -155,6 +156,7 @@ UdtSocket::~UdtSocket()
 
 UdtSocket::UdtSocket(UdtSocket&& other) noexcept
     : handle_(std::exchange(other.handle_, kNoSocket)),
+      listenPort_(std::exchange(other.listenPort_, std::nullopt)),
       receiveBlocks_(other.receiveBlocks_),
       handshakeChecked_(other.handshakeChecked_)
 {
@@ -165,6 +167,7 @@ UdtSocket& UdtSocket::operator=(UdtSocket&& other) noexcept
     if (this != &other) {
         close();
         handle_ = std::exchange(other.handle_, kNoSocket);
+        listenPort_ = std::exchange(other.listenPort_, std::nullopt);
         receiveBlocks_ = other.receiveBlocks_;
         handshakeChecked_ = other.handshakeChecked_;
     }
@@ -178,6 +181,12 @@ void UdtSocket::close()
         // thread does not connect a socket whose receive blocks.
         setOption(handle_, UDT_RCVSYN, true);
         std::this_thread::sleep_for(kCompletionTime);
+    }
+    if (listenPort_) {
+        // The library releases a listener while its thread connects a client to it.
+        interrupt();
+        listenPort_->awaitProcessed();
+        listenPort_.reset();
     }
     if (handle_ != kNoSocket && !isAbandoned(handle_))
         UDT::close(handle_);
@@ -266,6 +275,8 @@ std::optional<UdtSocket> UdtSocket::accept(UdtAddress& peer) const
 
 void UdtSocket::interrupt() const
 {
+    if (listenPort_)
+        listenPort_->refuseHandshakes();
     UDT::close(handle_);
 }
 

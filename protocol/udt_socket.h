@@ -102,7 +102,7 @@ public:
     [[nodiscard]] std::optional<UdtSocket> accept(UdtAddress& peer) const;
 
     // Any thread, while the socket exists. Ends the connection: a blocked accept() or receive()
-    // returns at once.
+    // returns at once. A listener accepts no further client.
     void interrupt() const;
 
     std::optional<UdtAddress> localAddress() const;
@@ -130,6 +130,7 @@ public:
 
     // Closing a closed socket has no effect. A rendezvous that the library gave up, because the
     // process was frozen or the system's time was changed, stays open until the process ends.
+    // A listener is interrupted, and is the last of the sockets of its port to be closed.
     void close();
 
     // Describe the last failed call of any socket on the calling thread.
@@ -143,6 +144,7 @@ private:
     bool startRendezvous(const UdtAddress& peer);
 
     std::int32_t handle_ = -1;
+    std::optional<UdpPort> listenPort_; // of a listener
     bool receiveBlocks_ = true;
     bool handshakeChecked_ = false; // by sendSome()
 };
