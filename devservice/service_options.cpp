@@ -16,7 +16,7 @@ constexpr std::int64_t kMaxTokenSeconds = 10LL * 365 * 24 * 60 * 60;
 constexpr const char* kExitStatuses =
     "Exit status:\n"
     "  0    stopped by SIGINT or SIGTERM\n"
-    "  1    the service cannot start: a port is in use, or a file or folder cannot be used\n"
+    "  1    the service cannot start or did not stop cleanly; a message has the reason\n"
     "  2    wrong command line";
 
 // `text` may quote the arguments.

@@ -42,7 +42,7 @@ struct ServiceExit {
 };
 
 // Exit statuses besides 0.
-inline constexpr int kServiceFailed = 1; // the service cannot start
+inline constexpr int kServiceFailed = 1; // the service cannot start, or did not stop cleanly
 inline constexpr int kServiceUsage = 2;  // the command line is not valid
 
 // Depends on the environment: XDG_STATE_HOME and HOME determine the default of --state.

@@ -28,6 +28,7 @@ using std::chrono::steady_clock;
 constexpr auto kStableTime = 10s;
 constexpr std::chrono::milliseconds kFirstDelay = 100ms;
 constexpr std::chrono::milliseconds kMaxDelay = 5s;
+constexpr unsigned kStopSeconds = 10; // a part takes two, or what the disk takes
 constexpr int kFailed = 1;
 
 sigset_t signalSet(std::initializer_list<int> numbers)
@@ -77,7 +78,7 @@ void PartStart::ready(std::uint16_t portInUse) const
 Supervisor::Supervisor()
 {
     std::signal(SIGCHLD, SIG_DFL); // an inherited SIG_IGN would discard how a child ended
-    awaited_ = signalSet({SIGINT, SIGTERM, SIGCHLD});
+    awaited_ = signalSet({SIGINT, SIGTERM, SIGCHLD, SIGALRM});
     pthread_sigmask(SIG_BLOCK, &awaited_, nullptr);
     for (const int number : {SIGINT, SIGTERM}) {
         if (isIgnored(number))
@@ -97,8 +98,7 @@ bool Supervisor::start(std::string name, PartBody body)
     int status = 0;
     const bool exited =
         part.process > 0 && waitpid(part.process, &status, 0) == part.process && WIFEXITED(status);
-    exitStatus_ = exited ? WEXITSTATUS(status) : kFailed;
-    ended_ = true;
+    fail(exited ? WEXITSTATUS(status) : kFailed);
     part.process = -1;
     return false;
 }
@@ -149,7 +149,7 @@ void Supervisor::collectEnded()
 {
     for (Part& part : parts_) {
         int status = 0;
-        if (!ended_ && waitpid(part.process, &status, WNOHANG) == part.process)
+        if (part.process > 0 && waitpid(part.process, &status, WNOHANG) == part.process)
             onEnd(part, status);
     }
 }
@@ -158,8 +158,15 @@ void Supervisor::onEnd(Part& part, int status)
 {
     part.process = -1;
     if (!WIFSIGNALED(status)) {
-        exitStatus_ = WEXITSTATUS(status);
-        ended_ = true;
+        fail(WEXITSTATUS(status));
+        return;
+    }
+    if (ended_) {
+        if (WTERMSIG(status) == SIGKILL) // sent by stopParts()
+            return;
+        logSystem("The {} was ended by signal {} ({}) while it stopped.", part.name,
+                  WTERMSIG(status), strsignal(WTERMSIG(status)));
+        fail(kFailed);
         return;
     }
     const bool wasStable = steady_clock::now() - part.started >= kStableTime;
@@ -169,27 +176,34 @@ void Supervisor::onEnd(Part& part, int status)
     if (spawn(part))
         return;
     logSystem("The {} cannot be restarted: {}", part.name, std::strerror(errno));
-    exitStatus_ = kFailed;
+    fail(kFailed);
+}
+
+void Supervisor::fail(int status)
+{
+    exitStatus_ = exitStatus_ != 0 ? exitStatus_ : status;
     ended_ = true;
 }
 
 void Supervisor::stopParts()
 {
-    for (Part& part : parts_) {
-        if (part.process < 0)
-            continue;
+    for (const Part& part : parts_) {
         const bool isDelayed = part.started > steady_clock::now();
-        kill(part.process, isDelayed ? SIGKILL : SIGTERM);
+        if (part.process > 0)
+            kill(part.process, isDelayed ? SIGKILL : SIGTERM);
     }
-    for (Part& part : parts_) {
-        int status = 0;
-        if (part.process < 0 || waitpid(part.process, &status, 0) != part.process)
+    alarm(kStopSeconds);
+    const auto isRunning = [](const Part& part) { return part.process > 0; };
+    while (collectEnded(), std::ranges::any_of(parts_, isRunning)) {
+        if (awaitSignal(awaited_) == SIGCHLD)
             continue;
-        if (WIFEXITED(status) && exitStatus_ == 0)
-            exitStatus_ = WEXITSTATUS(status);
-        else if (WIFSIGNALED(status) && WTERMSIG(status) != SIGKILL) // which a delayed one gets
-            logSystem("The {} was ended by signal {} ({}) while it stopped.", part.name,
-                      WTERMSIG(status), strsignal(WTERMSIG(status)));
+        for (const Part& part : parts_) {
+            if (part.process <= 0)
+                continue;
+            logSystem("The {} did not stop in time and was killed.", part.name);
+            kill(part.process, SIGKILL);
+            fail(kFailed);
+        }
     }
 }
 

@@ -32,8 +32,8 @@ using PartBody = std::function<int(const PartStart& start)>;
 // Used by one thread, the only one of its process.
 class Supervisor {
 public:
-    // Blocks SIGINT, SIGTERM and SIGCHLD for this process and its children. Of the first two,
-    // those that the process inherited as ignored have no effect.
+    // Blocks SIGINT, SIGTERM, SIGCHLD and SIGALRM for this process and its children. Of the first
+    // two, those that the process inherited as ignored have no effect.
     Supervisor();
 
     // Starts a part and waits until it is ready. Returns false if it cannot start; run() returns
@@ -42,7 +42,9 @@ public:
 
     // Blocks until SIGINT, SIGTERM or the end of a part that no signal ended, then ends all parts.
     // A part that a signal ended is restarted: at once, or after up to five seconds if it
-    // ran for less than ten. Returns the exit status: 0, or that of a part that failed.
+    // ran for less than ten. The parts are killed if they do not end within ten seconds, and at
+    // once by a second signal. Returns the exit status: 0, or that of the first part that failed,
+    // which is 1 for one that crashed while it stopped or was killed.
     [[nodiscard]] int run();
 
 private:
@@ -62,6 +64,7 @@ private:
     [[noreturn]] void runChild(const Part& part, pid_t parent, int readyPipe) const;
     void collectEnded();
     void onEnd(Part& part, int status);
+    void fail(int status); // the first one determines the exit status
     void stopParts();
 
     sigset_t awaited_{}; // by run()

@@ -1,11 +1,15 @@
-// The documents as the service reads them, and the transfer server against clients over the real
-// link.
+// The documents as the service reads them, the transfer server against clients over the real link,
+// and the supervisor of the service's processes.
 #include "devservice/service_documents.h"
+#include "devservice/supervisor.h"
 #include "tests/fakes/local_service.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <functional>
 
 namespace quenmoor {
 namespace {
@@ -131,6 +135,33 @@ TEST_F(TransferServerTest, newerClientsReplaceHalfOpenOnesAndSilentOnesAreDiscon
         from = std::find(from, lines.end(), line);
         EXPECT_NE(from, lines.end()) << line;
     }
+}
+
+// Exits with the status of a supervisor that stops a part, which returns `onStop()` then.
+void runAndStop(const std::function<int()>& onStop)
+{
+    Supervisor supervisor;
+    const bool started = supervisor.start("part", [&](const PartStart& start) {
+        start.ready(1);
+        awaitTermination();
+        return onStop();
+    });
+    raise(SIGTERM);
+    std::_Exit(started ? supervisor.run() : 99);
+}
+
+TEST(SupervisorTest, returnsHowAPartFailsWhileItStopsAndKillsItOnASecondSignal)
+{
+    using testing::ExitedWithCode;
+    const auto hang = [] {
+        while (true)
+            kill(getppid(), SIGTERM);
+        return 0;
+    };
+    EXPECT_EXIT(runAndStop([] { return 0; }), ExitedWithCode(0), "");
+    EXPECT_EXIT(runAndStop([] { return 7; }), ExitedWithCode(7), "");
+    EXPECT_EXIT(runAndStop([]() -> int { std::abort(); }), ExitedWithCode(1), "while it stopped");
+    EXPECT_EXIT(runAndStop(hang), ExitedWithCode(1), "did not stop in time");
 }
 
 } // namespace
