@@ -162,12 +162,16 @@ bool UploadEngine::waitForAcknowledgement()
 
 bool UploadEngine::receiveFinished()
 {
-    if (waitForAcknowledgement() ? !enterStep(AttemptStep::Finish) : clock_.ending())
+    const bool acknowledged = waitForAcknowledgement();
+    if (acknowledged ? !enterStep(AttemptStep::Finish) : clock_.ending())
         return false;
-    const std::string text = link_.receiveString(rendezvousSocket_);
+    // A link that broke may have delivered the document before.
+    const bool stalled = !acknowledged && link_.socketState(rendezvousSocket_) == kSocketConnected;
+    const std::string text = stalled ? std::string() : link_.receiveString(rendezvousSocket_);
     logSystem("{}", text);
     if (text.empty()) {
-        attempt_.reason = link_.failureReason();
+        attempt_.reason =
+            stalled ? "the server acknowledged no data for 10 s" : link_.failureReason();
         logSystem("Failed receiving response back after upload.");
         return false;
     }

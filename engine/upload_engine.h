@@ -112,8 +112,9 @@ private:
     SendResult sourceEnded(const SourceFile& file);
     // Returns false if the server acknowledged nothing for ten seconds, or the link is broken.
     bool waitForAcknowledgement();
-    // Waits until everything is acknowledged, and then for the closing document. Returns true if
-    // the server confirmed at least the bytes that were sent.
+    // Waits until everything is acknowledged, and then for the closing document, each for up to ten
+    // seconds without progress. Returns true if the server confirmed at least the bytes that were
+    // sent.
     bool receiveFinished();
     void logSendFailure(std::int64_t bytesRead);
     void closeAfterSuccess(SourceFile& file);

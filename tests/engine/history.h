@@ -64,6 +64,7 @@ protected:
         bool confirmed = false;
         bool sending = false;
         bool undrained = false;
+        bool stalled = false;    // undrained and still connected
         bool sourceLost = false; // and the policy gives up such a file
         bool gaveUp = false;
         std::optional<AttemptStep> failedAt = {}; // by the link
@@ -90,6 +91,14 @@ protected:
         return a_.seen.value().exists && row().choice != kOverwrite ? a_.seen->size : 0;
     }
 
+    void drain(bool acknowledged, bool connected)
+    {
+        a_.undrained = !acknowledged;
+        a_.stalled = a_.undrained && connected;
+        if (a_.stalled)
+            a_.failedAt = AttemptStep::Drain;
+    }
+
     // The seconds to wait after the latest failure.
     int delay()
     {
@@ -112,7 +121,8 @@ protected:
         if (a_.seen && row().choice == kCancel)
             return {Kind::Cancelled, AttemptStep::Confirm, ""};
         if (a_.failedAt)
-            return {Kind::Failed, *a_.failedAt, "no answer"};
+            return {Kind::Failed, *a_.failedAt,
+                    a_.stalled ? "the server acknowledged no data for 10 s" : "no answer"};
         if (a_.seen.value().response == 1)
             return {Kind::Failed, AttemptStep::Refused, "the server refused the upload"};
         if (offset() < 0)

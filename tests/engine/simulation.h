@@ -124,7 +124,7 @@ public:
 
     std::optional<std::int32_t> unacknowledged(std::int32_t /*socket*/) override
     {
-        a_.undrained = plan_.fault == LinkFault::Stall;
+        drain(plan_.fault != LinkFault::Stall, state == kSocketConnected);
         return a_.undrained ? 5 : std::exchange(inFlight_, inFlight_ / 2);
     }
 
@@ -161,8 +161,8 @@ public:
             "A previous file for this upload has been found on Quenmoor Transfer server.\nThe file "
             "appears to be {} and the upload was {}.",
             seen.equal ? "the same" : "different", seen.complete ? "complete" : "incomplete");
-        check(kButtons, alert == Alert{"File Exists", text, buttons,
-                                       ExistingCopy{seen.equal, seen.complete, seen.size}});
+        const ExistingCopy copy{seen.equal, seen.complete, seen.size, seen.empty};
+        check(kButtons, alert == Alert{"File Exists", text, buttons, copy});
         if (ending())
             return std::nullopt;
         const std::size_t last = alert.buttons.size();
