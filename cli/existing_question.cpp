@@ -65,6 +65,10 @@ std::optional<std::int32_t> buttonFor(const std::string& line,
 CopyAnswer policyAnswer(ExistingPolicy policy, std::int64_t size, const Alert& alert)
 {
     const ExistingCopy copy = alert.copy.value_or(ExistingCopy{});
+    // An unreadable response counts as a complete copy of the same file. To leave the file out
+    // because of it would lose the file.
+    if (copy.unknown && policy != ExistingPolicy::Overwrite)
+        return {.note = {}, .giveUp = true};
     switch (policy) {
     case ExistingPolicy::Ask:
         return {kFirstButton, "There is no terminal to ask on; use --existing to choose."};

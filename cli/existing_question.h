@@ -15,6 +15,7 @@ struct CopyAnswer {
     std::int32_t button = kFirstButton;
     std::string note;  // why it differs from what the user may expect; may be empty
     bool skip = false; // the server holds the whole file, so that the button only ends the attempt
+    bool giveUp = false; // nothing is known about a copy; the button only ends the attempt
 };
 
 // Asks about the copy of a file. Returns nullopt if the program ended during the question.

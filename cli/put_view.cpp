@@ -43,10 +43,16 @@ std::vector<Source> PutView::sources() const
     return sources_;
 }
 
-void PutView::attemptChanged(const AttemptEvent& event)
+void PutView::attemptChanged(const AttemptEvent& change)
 {
     if (closed_)
         return;
+    AttemptEvent event = change;
+    if (event.kind == AttemptEventKind::Cancelled && answer_.giveUp) {
+        event.kind = AttemptEventKind::GaveUp;
+        event.step = AttemptStep::Response;
+        event.reason = "the response of the server is not readable";
+    }
     current_ = update(event);
     const RunProgress run = progressAfter(event);
     if (current_.state == SourceState::Unreadable)
@@ -66,7 +72,7 @@ SourceState PutView::stateAfter(const AttemptEvent& event, const Source& source)
     case AttemptEventKind::Finished:
         return event.sourceChanged && !allowChanged_ ? SourceState::Changed : SourceState::Finished;
     case AttemptEventKind::Cancelled:
-        return skipping_ ? SourceState::Skipped : SourceState::Cancelled;
+        return answer_.skip ? SourceState::Skipped : SourceState::Cancelled;
     case AttemptEventKind::GaveUp:
         // The reason decides: a file that the server refused may have been deleted since then.
         return event.sourceLost ||
@@ -129,8 +135,8 @@ std::optional<std::int32_t> PutView::runModal(const Alert& alert)
     const std::optional<CopyAnswer> answer = ask_(current_, alert);
     if (!answer)
         return std::nullopt;
-    skipping_ = answer->skip;
-    if (!skipping_)
+    answer_ = *answer;
+    if (!answer_.skip && !answer_.giveUp)
         report_.answered(current_, answerText(alert, *answer));
     return answer->button;
 }

@@ -54,7 +54,7 @@ private:
     std::int64_t doneBytes_ = 0;   // of the files on the server
 
     Source current_;
-    bool skipping_ = false; // the current file will be Skipped
+    CopyAnswer answer_; // for the current file
 
     std::atomic<bool> closed_{false}; // any thread
 

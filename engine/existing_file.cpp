@@ -15,7 +15,7 @@ Alert existingFileAlert(const ResponseContainer& response)
     alert.buttons = {"Cancel", "Overwrite"};
     if (response.equal && !response.complete)
         alert.buttons.emplace_back("Resume");
-    alert.copy = {response.equal, response.complete, response.size};
+    alert.copy = {response.equal, response.complete, response.size, response.empty};
     return alert;
 }
 

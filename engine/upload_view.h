@@ -16,6 +16,7 @@ struct ExistingCopy {
     bool equal = false;    // the server takes it for the same file
     bool complete = false; // its upload was finished
     std::int64_t size = 0; // bytes; any value is possible
+    bool unknown = false;  // the response contains none of these facts
 
     bool operator==(const ExistingCopy&) const = default;
 };

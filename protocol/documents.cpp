@@ -6,6 +6,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+
 namespace quenmoor {
 namespace {
 
@@ -41,6 +44,9 @@ ResponseContainer& ResponseContainer::parseXML(std::string_view text)
     equal = containsTrue(parser.find("equal"));
     size = leadingInt64(orEmpty(parser.find("size")));
     response = leadingInt32(orEmpty(parser.find("response")));
+    constexpr std::array kFields{"exists", "complete", "equal", "size", "response"};
+    empty = std::ranges::none_of(
+        kFields, [&parser](const char* name) { return parser.find(name) != nullptr; });
     logSystem("Exists value: {}", exists);
     return *this;
 }

@@ -30,6 +30,7 @@ struct ResponseContainer {
     bool complete = false;      // the upload of the copy was complete
     std::int64_t size = -1;     // bytes of the copy, as received; any value is possible
     std::int32_t response = -1; // status code; 1 refuses the upload
+    bool empty = false;         // the document has none of the fields above
 
     // Sets every field from a received document, or from the well-formed beginning of one. A
     // missing flag counts as true, a missing number as 0. Returns this record.

@@ -309,7 +309,7 @@ TEST(PutRunWithAChange, returnsFourAndSendsTheOtherFiles)
 TEST_F(PutRunTest, keepsGoingAndReportsTheEndOfEachFileOnceAsDocumented)
 {
     for (const char* const name : {"missing.mov", "refused.mov", "short.mov", "caf\xE9\n\".mov",
-                                   "folder", "copy.mov", "same.mov", "part.mov"})
+                                   "folder", "copy.mov", "same.mov", "part.mov", "garbage.mov"})
         add(name, 300000);
     std::filesystem::remove("missing.mov");
     options.files[4] = ".";
@@ -317,6 +317,8 @@ TEST_F(PutRunTest, keepsGoingAndReportsTheEndOfEachFileOnceAsDocumented)
     options.existing = ExistingPolicy::Skip;
     link.plans.assign(2, {LinkFault::Refuse});
     link.plans.insert(link.plans.end(), 2, {LinkFault::BreakAfter, 0});
+    link.plans.insert(link.plans.end(), 4, {});
+    link.plans.push_back({LinkFault::Garbage});
     link.copies = {{"copy.mov", {"other", 5}},
                    {"same.mov", {sampleContent(300000), 300000}},
                    {"part.mov", {sampleContent(200000), 300000}}};
@@ -325,13 +327,19 @@ TEST_F(PutRunTest, keepsGoingAndReportsTheEndOfEachFileOnceAsDocumented)
         clock->sample();
     };
     EXPECT_EQ(run(), kExitGaveUp);
-    EXPECT_EQ(link.confirmations, (Texts{"resume", "cancel", "cancel", "resume"}));
+    // A server that omits the flags that are true has to send the size.
+    EXPECT_FALSE(policyAnswer(options.existing, 9, {"", "", {""}, {{true, true, 0}}}).skip);
+    std::vector<Source> ended(2);
+    ended[0].state = SourceState::Cancelled;
+    ended[1].state = SourceState::Unreadable;
+    EXPECT_EQ(outcomeOf(ended, 0).status, kExitUnreadable);
+    EXPECT_EQ(link.confirmations, (Texts{"resume", "cancel", "cancel", "resume", "cancel"}));
     EXPECT_EQ(link.copies["copy.mov"].bytes, "other");
-    EXPECT_NE(link.requests.back().find("<token>t8</token>"), std::string::npos);
+    EXPECT_NE(link.requests.back().find("<token>t9</token>"), std::string::npos);
     expectOutput("\"message\":\"cannot be read: No such file or directory\"");
     expectOutput("is a directory");
     expectOutput("\"row\":2,\"total\":300000,\"attempt\":2,\"step\":\"open\"");
-    expectOutput("2 finished, 1 skipped, 1 cancelled, 3 unreadable, 1 given up; 390.6 kB sent");
+    expectOutput("2 finished, 1 skipped, 1 cancelled, 3 unreadable, 2 given up; 390.6 kB sent");
 
     JsonSchema schema = documentedSchema();
     JsonSchema unseen = schema;
@@ -345,9 +353,10 @@ TEST_F(PutRunTest, keepsGoingAndReportsTheEndOfEachFileOnceAsDocumented)
             ends.push_back(std::to_string(object.value("row", -1)) + ' ' + event + ' ' +
                            object.value("step", ""));
     }
-    EXPECT_EQ(ends, (Texts{"-1 start ", "0 failed open", "4 failed open", "1 failed refused",
-                           "2 failed open", "3 finished ", "5 question ", "5 cancelled ",
-                           "6 skipped ", "7 question ", "7 finished ", "-1 summary "}));
+    EXPECT_EQ(ends,
+              (Texts{"-1 start ", "0 failed open", "4 failed open", "1 failed refused",
+                     "2 failed open", "3 finished ", "5 question ", "5 cancelled ", "6 skipped ",
+                     "7 question ", "7 finished ", "8 failed response", "-1 summary "}));
     CheckResult result{
         .address = "192.0.2.1:7", .roundTripMs = 1, .rendezvousMs = 2, .receiveBuffer = 3};
     for (const char* const step : {"resolve", ""}) {
@@ -361,16 +370,6 @@ TEST_F(PutRunTest, keepsGoingAndReportsTheEndOfEachFileOnceAsDocumented)
         EXPECT_TRUE(members.empty()) << event << " " << members.begin()->first;
 }
 
-TEST(ExistingPolicyTest, skipsNoCopyWithoutAllThreeFacts)
-{
-    const std::pair<ExistingCopy, bool> rows[]{{{true, true, 100}, true},
-                                               {{true, true, 0}, false},
-                                               {{true, false, 100}, false},
-                                               {{false, true, 100}, false}};
-    for (const auto& [copy, skip] : rows)
-        EXPECT_EQ(policyAnswer(ExistingPolicy::Skip, 100, {"", "", {"Cancel"}, copy}).skip, skip);
-}
-
 TEST_F(PutRunTest, listsTheFilesOfADryRunWithoutALink)
 {
     options.output = OutputMode::Human;
@@ -382,16 +381,6 @@ TEST_F(PutRunTest, listsTheFilesOfADryRunWithoutALink)
     options.files[0] = "missing.mov";
     EXPECT_EQ(run(), kExitUnreadable);
     EXPECT_TRUE(link.requests.empty());
-}
-
-TEST(RunOutcomeTest, usesTheMostSevereStatus)
-{
-    std::vector<Source> sources(2);
-    sources[0].state = SourceState::Cancelled;
-    sources[1].state = SourceState::Unreadable;
-    EXPECT_EQ(outcomeOf(sources, 0).status, kExitUnreadable);
-    sources[0].state = SourceState::GaveUp;
-    EXPECT_EQ(outcomeOf(sources, SIGINT).status, kExitSignal + SIGINT);
 }
 
 } // namespace

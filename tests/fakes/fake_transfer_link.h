@@ -32,7 +32,8 @@ enum class LinkFault {
     NoFinished,  // no closing document
     Damage,      // for a subclass
     Lie,         // likewise
-    Stall        // likewise
+    Stall,       // likewise
+    Garbage      // a response that is no document
 };
 
 struct LinkPlan {
@@ -106,6 +107,8 @@ public:
             return fmt::format("<FinishedContainer>\n<size>{}</size>\n</FinishedContainer>",
                                heldSize());
         }
+        if (plan_.fault == LinkFault::Garbage)
+            return "garbage <";
         const ResponseContainer is = describe();
         return fmt::format("<ResponseContainer>\n<exists>{}</exists>\n<equal>{}</equal>\n"
                            "<complete>{}</complete>\n<size>{}</size>\n<response>{}</response>\n"

@@ -46,6 +46,7 @@ TEST(Documents, areReadWithTheirReadingLogged)
                   std::tie(expected.exists, expected.equal, expected.complete, expected.size,
                            expected.response))
             << text;
+        EXPECT_EQ(read.empty, text.empty());
     }
     const RecordingLog reading;
     ResponseContainer{}.parseXML("<R>\n<exists>true</exists></R>");
