@@ -106,6 +106,8 @@ bool UploadEngine::runAttempt()
     case Outcome::Ended: closeSockets(); return false;
     }
     logSystem("Upload attempt unsuccessful.");
+    logSystem("Attempt {} failed ({}): {}", attempt_.attempt, stepName(attempt_.step),
+              attempt_.reason);
     report(AttemptEventKind::Failed);
     closeSockets();
     return waitForRetry();

@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import socket
 import struct
 import subprocess
@@ -87,8 +88,9 @@ def small_files_in(folder, count):
 
 
 def start_service(work, programs, *options):
-    return start(programs / "quenmoor-devservice", "--root", work / "store", *options,
-                 stderr=subprocess.DEVNULL)
+    with (work / "service.log").open("a") as log:
+        return start(programs / "quenmoor-devservice", "--root", work / "store", *options,
+                     stderr=log)
 
 
 def start_put(programs, address, *arguments):
@@ -168,17 +170,28 @@ def window(work, programs, count):
     trust(work, text_after("Certificate: ", service))
     start_display(work)
     os.environ["DBUS_SESSION_BUS_ADDRESS"] = "disabled:"
-    with (work / "log").open("w") as log:
+    with (work / "window.log").open("w") as log:
         client = start(programs / "quenmoor-upload", *paths, stderr=log)
     growth = Growth(window=client, service=service)
-    stored, changed = 0, time.monotonic()
+    log = (work / "window.log").open(errors="replace")
+    stored, changed, pauses = 0, time.monotonic(), []
     while stored < count:
         time.sleep(0.1)
         before, stored = stored, len(list((work / "store").glob("*.mov")))
         growth.reached(stored / count)
-        changed = time.monotonic() if stored > before else changed
-        expect(time.monotonic() < changed + 120 and client.poll() is None,
-               f"{(work / 'log').read_text()[-5000:]}the window stopped after {stored} files")
+        pause = time.monotonic() - changed
+        for line in filter(re.compile("Attempt .* failed").search, log):
+            print(f"{pause:.1f} s after file {stored}: {line}", end="", flush=True)
+        running = pause < 120 and client.poll() is None
+        if pause > 10 and stored > before or not running:
+            for path in work.glob("*.log"):
+                print(f"-- {path.name} after {pause:.1f} s without a file",
+                      path.read_text(errors="replace")[-5000:], sep="\n", flush=True)
+        expect(running, f"the window stopped after {stored} files")
+        if stored > before:
+            pauses.append(pause)
+            changed = time.monotonic()
+    print(f"the longest times without a finished file: {sorted(pauses)[-3:]}")
     times = [(work / "store" / path.name).stat().st_mtime_ns for path in paths]
     expect(times == sorted(times), "files are out of order")
     time.sleep(2)  # the last status arrives after the last file
