@@ -138,11 +138,6 @@ class Ends:
             last = json.loads(client.stdout.readlines()[-1])
             self.expect(last["event"] == "summary" and last["interrupted"], f"{last}")
 
-    def expect_stored(self, path, put):
-        self.expect(put.wait(120) == 0, f"{path.name} was not resumed: {put.returncode}")
-        stored = self.work / "store" / path.name
-        self.expect(stored.read_bytes() == path.read_bytes(), f"{path.name} differs")
-
     def round(self, number, count):
         self.label = f"seed {self.seed}, round {number}"
         self.random = random.Random(self.label)
@@ -163,8 +158,10 @@ class Ends:
             self.end_service(self.random.choice(SIGNALS[:2]))
         self.start_service()
         for path in paths[1:3]:
-            put = self.put(path, "--existing", "skip")
-            self.expect_stored(path, put)
+            status = self.put(path, "--existing", "skip").wait(120)
+            self.expect(status == 0, f"{path.name} was not resumed: {status}")
+            stored = (self.work / "store" / path.name).read_bytes()
+            self.expect(stored == path.read_bytes(), f"{path.name} differs")
         self.end_service(signal.SIGTERM)
         for path in paths:
             path.unlink()
@@ -180,8 +177,9 @@ def run(work, kind, programs, count, seed=1):
     ends = Ends(work, kind, programs, seed)
     for name in ("ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"):
         os.environ[name] = os.environ.get(name, "") + f":log_path={ends.logs}/report:exitcode=99"
-    # A program whose thread is blocked in the link exits without it.
-    os.environ["TSAN_OPTIONS"] += ":report_thread_leaks=0"
+    # A program whose thread is blocked in the link exits without it. The sleep is for such threads;
+    # the signal of a time limit that arrives during it has blocked an exit for seconds.
+    os.environ["TSAN_OPTIONS"] += ":report_thread_leaks=0:atexit_sleep_ms=0"
     (work / "store").mkdir()
     if kind == "window":
         ends.start_service()
