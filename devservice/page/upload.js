@@ -178,5 +178,4 @@ async function start() {
     }
 }
 
-element('script_hint').remove();
 start();

@@ -1,9 +1,10 @@
-"""Long runs of the real programs: long_runs.py small-files|large-file|window|clients PROGRAMS SIZE.
+"""Long runs of the real programs: long_runs.py small-files|large-file|window|clients|stops PROGRAMS
+SIZE. PROGRAMS is the folder of the programs, SIZE the number of files, clients or stops, or of GiB.
 
-PROGRAMS is the folder of the programs, SIZE the number of files or clients, or of GiB. Prints
-figures for each tenth of the run. Fails if a stored byte differs, a file is missing or out of order,
-or if memory, threads, descriptors or the time for a tenth grow.
+Prints figures for each tenth of the run. Fails if a stored byte differs, a file is missing or out of
+order, or if memory, threads, descriptors or the time for a tenth grow.
 """
+import contextlib
 import json
 import os
 import pathlib
@@ -13,6 +14,7 @@ import socket
 import struct
 import subprocess
 import sys
+import threading
 import time
 
 import psutil
@@ -33,7 +35,7 @@ def usage(pid):
         return (sum(part.memory_info().rss for part in parts) >> 20,
                 sum(part.num_threads() for part in parts), sum(part.num_fds() for part in parts))
     except psutil.NoSuchProcess:  # it ended after its last file
-        return (0, 0, 0)
+        return 0, 0, 0
 
 
 class Growth:
@@ -52,9 +54,8 @@ class Growth:
         tenth = {name: usage(child.pid) for name, child in self.programs.items()}
         self.tenths.append((now - self.last, tenth))
         self.last = now
-        print(f"{len(self.tenths)}0 %: {self.tenths[-1][0]:.1f} s;", "; ".join(
-            "{}: {} MiB, {} threads, {} descriptors".format(name, *values)
-            for name, values in tenth.items()), flush=True)
+        print(f"{len(self.tenths)}0 %: {self.tenths[-1][0]:.1f} s; MiB, threads, descriptors:",
+              tenth, flush=True)
 
     def check(self):
         expect(len(self.tenths) == 10, f"{len(self.tenths)} tenths instead of 10")
@@ -88,9 +89,11 @@ def small_files_in(folder, count):
 
 
 def start_service(work, programs, *options):
+    """Returns the service, and the address that it listens on."""
     with (work / "service.log").open("a") as log:
-        return start(programs / "quenmoor-devservice", "--root", work / "store", *options,
-                     stderr=log)
+        service = start(programs / "quenmoor-devservice", "--root", work / "store", *options,
+                        stderr=log)
+    return service, text_after("Listening on ", service).split(",")[0]
 
 
 def start_put(programs, address, *arguments):
@@ -101,8 +104,7 @@ def start_put(programs, address, *arguments):
 def small_files(work, programs, count):
     paths = small_files_in(work / "files", count)
     (work / "list").write_text("".join(f"t\t{path}\n" for path in paths))
-    service = start_service(work, programs, "--port", "0", "--token", "t")
-    address = text_after("Listening on ", service).split(",")[0]
+    service, address = start_service(work, programs, "--port", "0", "--token", "t")
     put = start_put(programs, address, "--files-from", work / "list")
     growth = Growth(put=put, service=service)
     rows = []
@@ -112,8 +114,7 @@ def small_files(work, programs, count):
             growth.reached(len(rows) / count)
     expect(put.wait() == 0, f"quenmoor-put ended with {put.returncode}")
     expect(rows == list(range(count)), "files are missing or out of order")
-    check_store(work / "store", paths)
-    growth.check()
+    return growth, paths
 
 
 def large_file(work, programs, gib):
@@ -127,8 +128,7 @@ def large_file(work, programs, gib):
         for position in [*range(0, size, 256 << 20), min(size, 4 << 30) - 40_000, size - 65_536]:
             file.seek(position)
             file.write(content.randbytes(65_536))
-    service = start_service(work, programs, "--port", "0", "--token", "t")
-    address = text_after("Listening on ", service).split(",")[0]
+    service, address = start_service(work, programs, "--port", "0", "--token", "t")
     growth = Growth(service=service)
 
     def follow(put, until):
@@ -150,8 +150,8 @@ def large_file(work, programs, gib):
     follow(second, size * 3 // 4)
     service.kill()
     service.wait()
-    growth.programs["service"] = start_service(work, programs, "--port", address.split(":")[1],
-                                               "--token", "t")
+    growth.programs["service"], _ = start_service(work, programs, "--token", "t", "--port",
+                                                  address.split(":")[1])
     finished = follow(second, size + 1)
     expect(second.wait() == 0, f"quenmoor-put ended with {second.returncode}")
     growth.reached(1)
@@ -160,13 +160,12 @@ def large_file(work, programs, gib):
     unconfirmed = 64 << 20  # more than the buffers of both ends
     expect(resumed > size // 2 - unconfirmed, "the copy was not resumed")
     expect(resumed + sent < size + unconfirmed, "parts were sent twice")
-    check_store(work / "store", [path])
-    growth.check()
+    return growth, [path]
 
 
 def window(work, programs, count):
     paths = small_files_in(work / "files", count)
-    service = start_service(work, programs, "--state", work / "state", "--auto")
+    service, _ = start_service(work, programs, "--state", work / "state", "--auto")
     trust(work, text_after("Certificate: ", service))
     start_display(work)
     os.environ["DBUS_SESSION_BUS_ADDRESS"] = "disabled:"
@@ -183,7 +182,7 @@ def window(work, programs, count):
         for line in filter(re.compile("Attempt .* failed").search, log):
             print(f"{pause:.1f} s after file {stored}: {line}", end="", flush=True)
         running = pause < 120 and client.poll() is None
-        if pause > 10 and stored > before or not running:
+        if pauses and pause > 10 and stored > before or not running:
             for path in work.glob("*.log"):
                 print(f"-- {path.name} after {pause:.1f} s without a file",
                       path.read_text(errors="replace")[-5000:], sep="\n", flush=True)
@@ -191,14 +190,13 @@ def window(work, programs, count):
         if stored > before:
             pauses.append(pause)
             changed = time.monotonic()
-    print(f"the longest times without a finished file: {sorted(pauses)[-3:]}")
+    print(f"the longest time without a finished file: {max(pauses[1:]):.1f} s")
     times = [(work / "store" / path.name).stat().st_mtime_ns for path in paths]
     expect(times == sorted(times), "files are out of order")
     time.sleep(2)  # the last status arrives after the last file
     close_window(windows(client.pid, "Quenmoor Upload - v")[0])
     expect(client.wait(20) == 0, f"the window ended with {client.returncode}")
-    check_store(work / "store", paths)
-    growth.check()
+    return growth, paths
 
 
 def abandoned_client(port, steps):
@@ -230,8 +228,7 @@ def abandoned_client(port, steps):
 
 def clients(work, programs, count):
     """300 clients at a time, with pauses, of which none completes its attempt. Then an upload."""
-    service = start_service(work, programs, "--port", "0", "--token", "t")
-    address = text_after("Listening on ", service).split(",")[0]
+    service, address = start_service(work, programs, "--port", "0", "--token", "t")
     parts = psutil.Process(service.pid).children()
     first = usage(service.pid)
     growth = Growth(service=service)
@@ -242,17 +239,39 @@ def clients(work, programs, count):
     del group
     time.sleep(31)
     last = usage(service.pid)
-    print("before: {} MiB, {} threads, {} descriptors".format(*first))
-    print("after: {} MiB, {} threads, {} descriptors".format(*last))
+    print(f"MiB, threads, descriptors: {first} before, {last} after")
     expect(last[1:] == first[1:], "sessions remain")
     expect(psutil.Process(service.pid).children() == parts, "the transfer server was restarted")
     paths = small_files_in(work / "files", 1)
     put = start_put(programs, address, "--token", "t", *paths)
     expect(put.wait() == 0, f"quenmoor-put ended with {put.returncode}")
-    check_store(work / "store", paths)
-    growth.check()
+    return growth, paths
+
+
+def connect_until_end(service, port):
+    while service.returncode is None:
+        with contextlib.suppress(OSError):
+            abandoned_client(port, 2)
+
+
+def stops(work, programs, count):
+    """Stops a service while clients connect to it."""
+    growth = Growth()
+    for number in range(count):
+        service, address = start_service(work, programs, "--port", "0", "--token", "t")
+        for _ in range(3):
+            threading.Thread(target=connect_until_end, daemon=True,
+                             args=(service, int(address.split(":")[1]))).start()
+        time.sleep(random.uniform(0.1, 0.6))
+        service.terminate()
+        expect(service.wait(20) == 0, f"stop {number} ended with {service.returncode}")
+        growth.reached((number + 1) / count)
+    return growth, []
 
 
 with work_folder() as folder:
-    {"small-files": small_files, "large-file": large_file, "window": window, "clients": clients}[
-        sys.argv[1]](folder, pathlib.Path(sys.argv[2]), int(sys.argv[3]))
+    run = {"small-files": small_files, "large-file": large_file, "window": window,
+           "clients": clients, "stops": stops}[sys.argv[1]]
+    result, sent = run(folder, pathlib.Path(sys.argv[2]), int(sys.argv[3]))
+    check_store(folder / "store", sent)
+    result.check()

@@ -30,19 +30,6 @@ struct PutProgram : testing::Test {
     }
 };
 
-TEST_F(PutProgram, keepsTheBytesOfUnusualNames)
-{
-    const std::vector<std::string> names{"caf\xE9.mov", "two\nlines <b>&amp;", "100%25",
-                                         "a#b?c&d=e",   std::string(255, 'n'), "-dash"};
-    for (std::size_t i = 0; i < names.size(); ++i)
-        std::ignore = files.file(names[i], sampleContent(100'000 * i, static_cast<unsigned>(i)));
-    service.emplace(kSettings);
-    Process client(put(names));
-    EXPECT_EQ(client.exitStatus(60s), 0) << client.output();
-    for (const std::string& name : names)
-        EXPECT_TRUE(contentOf(service->root() / name) == contentOf(files.path() / name)) << name;
-}
-
 TEST_F(PutProgram, asksOnATerminalUntilAnAnswerAnInterruptOrTheEndOfTheInput)
 {
     std::ignore = files.file("clip.mov", "new");

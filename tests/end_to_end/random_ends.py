@@ -1,11 +1,9 @@
 """Ends the real programs at random moments: random_ends.py put|window PROGRAMS COUNT [SEED].
 
-Each round starts a service with a fault and several clients, and ends each client by a signal, or by
-closing its window. Then some of the uploads are resumed. Every program must exit in time with its
-documented status and without a report of a sanitizer. The seed repeats the choices of a run; the
-state that a program is in at the chosen moment may differ. After a failure the standard error of
-every program of the round, and the reports of the sanitizers, remain in a folder that is printed.
-"""
+Each round starts a service with a fault and clients, ends each by a signal or by closing its window,
+and resumes some of the uploads. Every program must exit in time with its documented status and
+without a report of a sanitizer. The seed repeats the choices of a run. After a failure the standard
+error of the programs and the reports remain in a folder that is printed."""
 import collections
 import contextlib
 import json
@@ -90,8 +88,7 @@ class Ends:
             if all("SUMMARY:" in report.read_text() for report in reports):
                 break
             time.sleep(0.2)
-        for report in reports:
-            print(report.read_text())
+        print(*(report.read_text() for report in reports))
         sys.exit(f"random_ends.py: {failure}; {self.label}; logs are in {self.logs}")
 
     def end(self, client):
@@ -141,7 +138,8 @@ class Ends:
     def round(self, number, count):
         self.label = f"seed {self.seed}, round {number}"
         self.random = random.Random(self.label)
-        paths = [self.work / f"{number}-{i}.mov" for i in range(count)]
+        paths = [self.work / os.fsdecode(b"-\xE9\n<b>&amp;%%25#?a=%d-%d" % (number, i))
+                 for i in range(count)]
         for path in paths:
             path.write_bytes(self.random.randbytes(self.random.randrange(20_000_000)))
         if self.kind == "window":  # it asks what to do with this copy

@@ -74,6 +74,12 @@ TEST_F(UdtLink, survivesTheHandshakesOfAHostileServer)
         EXPECT_TRUE(link.failureReason().starts_with(reason)) << link.failureReason();
         EXPECT_EQ(link.sendAll("0123456789"), reason.empty()) << packetSize;
     }
+    // The library itself lets clients connect to a listener that was closed.
+    std::string error;
+    const auto listener = UdtSocket::listen({INADDR_LOOPBACK, 0}, error);
+    ServiceClient late(listener->localAddress()->port);
+    listener->interrupt();
+    EXPECT_FALSE(late.sendRequest("clip.mov", 10));
 }
 
 TEST_F(UdtLink, endsAReceivedTextAtItsNulAndRejectsInvalidUtf8)

@@ -34,7 +34,16 @@ void PageInputFilter::beginLoad()
 {
     if (latestPress_)
         pressBeforeLoad_ = std::exchange(latestPress_, std::nullopt);
+    sincePress_.invalidate();
     isKeyFresh_ = false;
+}
+
+bool PageInputFilter::takePress()
+{
+    constexpr qint64 kValidFor = 5000; // milliseconds; as long as browsers permit a new window
+    const bool isPressed = sincePress_.isValid() && !sincePress_.hasExpired(kValidFor);
+    sincePress_.invalidate();
+    return isPressed;
 }
 
 bool PageInputFilter::swallowsPress(const QInputEvent& event)
@@ -46,6 +55,7 @@ bool PageInputFilter::swallowsPress(const QInputEvent& event)
             return true;
         latestPress_ = event.timestamp();
     }
+    sincePress_.start();
     return false;
 }
 

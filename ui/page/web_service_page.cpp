@@ -75,7 +75,11 @@ QString reasonFor(QWebEngineLoadingInfo::ErrorDomain domain)
 WebServicePage::WebServicePage(const QString& baseUrl,
                                std::function<void(const QUrl&)> openInBrowser)
     : baseUrl_(baseUrl, QUrl::StrictMode),
-      pageDependencies_{std::move(openInBrowser),
+      openInBrowser_(std::move(openInBrowser)),
+      pageDependencies_{[this](const QUrl& url) {
+                            if (inputFilter_->takePress()) // scripts can click links without end
+                                openInBrowser_(url);
+                        },
                         [this](PageActivity activity, double events) { count(activity, events); }},
       profile_(makeProfile(baseUrl_, pageDependencies_.count)),
       widget_(new QStackedWidget)
@@ -142,7 +146,7 @@ void WebServicePage::makeView()
 void WebServicePage::replacePage()
 {
     RestrictedPage* const previous = page_;
-    page_ = new RestrictedPage(profile_.get(), pageDependencies_, log_, widget_);
+    page_ = new RestrictedPage(profile_.get(), baseUrl_, pageDependencies_, log_, widget_);
     activity_ = activityLimits();
     isOverloaded_ = false;
     overloadTimer_.stop();
@@ -166,7 +170,6 @@ void WebServicePage::connectPage()
     auto* const watcher = new TitleWatcher(page_, baseUrl_, log_);
     connect(watcher, &TitleWatcher::documentCreated, this,
             ifCurrent(&WebServicePage::documentCreated), Qt::QueuedConnection);
-    connect(watcher, &TitleWatcher::linkClicked, page_, &RestrictedPage::setClickedLink);
     connect(watcher, &TitleWatcher::titleReceived, this, ifCurrent(&WebServicePage::countTitle));
     connect(watcher, &TitleWatcher::overloaded, this, ifCurrent(&WebServicePage::endTitles),
             Qt::QueuedConnection);
@@ -313,9 +316,7 @@ void WebServicePage::show(State state)
         part = failurePanel_;
     if (widget_->currentWidget() == part)
         return;
-    // No widget has the focus after the page's process has ended.
-    const QWidget* const focus = widget_->window()->focusWidget();
-    const bool hadFocus = focus == nullptr || widget_->isAncestorOf(focus);
+    const bool hadFocus = widget_->isAncestorOf(QApplication::focusWidget());
     widget_->setCurrentWidget(part);
     widget_->setFocusProxy(part); // the window gives the focus to widget()
     if (hadFocus)
