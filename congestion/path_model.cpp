@@ -26,6 +26,7 @@ constexpr double kInitialWindow = 32;
 constexpr double kMinStartUpWindow = 64;
 constexpr double kWindowMargin = 48; // four blocks, each of which is acknowledged once
 constexpr std::int64_t kMinHeavyLosses = 8;
+
 constexpr double kHeavyLossShare = 0.06; // of the packets of a round
 
 double seconds(Micros time)
@@ -209,7 +210,6 @@ PathModel::Round PathModel::measureRound() const
     round.standingQueue = rtt_.roundMinRtt() > rtt_.minRttPlus(1.0 / 8, 4000);
     round.lost = packets_.losses() - lossesBeforeRound_;
     round.lossShare = count > 0 ? std::min(static_cast<double>(round.lost) / count, 1.0) : 0;
-    round.heavyLoss = round.lost >= kMinHeavyLosses && round.lossShare > kHeavyLossShare;
     return round;
 }
 
@@ -218,9 +218,7 @@ void PathModel::endRound(Micros now)
     const Round round = measureRound();
     ++rounds_;
     learnRate(round);
-    // Behind a queue, most of what is lost in the round after a cut was sent before it.
-    wasCut_ = round.heavyLoss && !(wasCut_ && (round.standingQueue || standingQueue_));
-    if (wasCut_)
+    if (round.lost >= kMinHeavyLosses && round.lossShare > kHeavyLossShare)
         cutBandwidth(round);
     if (rtt_.roundMinRtt() > rtt_.minRttPlus(1.5, 10'000))
         rates_.keepNewest(3); // the path has become slower
@@ -315,7 +313,8 @@ void PathModel::endStartUpRound(const Round& round)
     }
     ++startUpRounds_;
     const bool queue = startUpRounds_ > 3 && rtt_.roundMinRtt() > rtt_.minRttPlus(0.5, 4000);
-    if (flatRounds_ >= 6 || queue || round.heavyLoss)
+    const bool heavy = round.lost >= kMinHeavyLosses && round.lossShare > kHeavyLossShare;
+    if (flatRounds_ >= 6 || queue || heavy)
         leaveStartUp();
 }
 

@@ -90,7 +90,6 @@ private:
         bool standingQueue = false; // a queue remained through the whole round
         std::int64_t lost = 0;
         double lossShare = 0;
-        bool heavyLoss = false;
     };
 
     // Packets per second at the current pace.
@@ -138,7 +137,6 @@ private:
     Micros longestGap_ = 0;              // between two arrivals
     Micros previousLongestGap_ = 0;
     bool standingQueue_ = false; // in the round before
-    bool wasCut_ = false;        // the bandwidth, at the end of the round before
 
     // Start-up.
     std::vector<Arrival> startUpArrivals_; // oldest first
