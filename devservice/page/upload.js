@@ -178,4 +178,5 @@ async function start() {
     }
 }
 
+element('script_hint').remove();
 start();

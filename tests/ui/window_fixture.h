@@ -113,10 +113,10 @@ public:
         page.loads.clear();
     }
 
-    bool logged(const std::string& line) const
+    bool logged(const std::string& start) const
     {
-        const auto lines = log.system();
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
+        return std::ranges::any_of(
+            log.system(), [&](const std::string& line) { return line.starts_with(start); });
     }
 };
 

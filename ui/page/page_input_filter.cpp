@@ -34,16 +34,7 @@ void PageInputFilter::beginLoad()
 {
     if (latestPress_)
         pressBeforeLoad_ = std::exchange(latestPress_, std::nullopt);
-    sincePress_.invalidate();
     isKeyFresh_ = false;
-}
-
-bool PageInputFilter::takePress()
-{
-    constexpr qint64 kValidFor = 5000; // milliseconds; as long as browsers permit a new window
-    const bool isPressed = sincePress_.isValid() && !sincePress_.hasExpired(kValidFor);
-    sincePress_.invalidate();
-    return isPressed;
 }
 
 bool PageInputFilter::swallowsPress(const QInputEvent& event)
@@ -55,7 +46,6 @@ bool PageInputFilter::swallowsPress(const QInputEvent& event)
             return true;
         latestPress_ = event.timestamp();
     }
-    sincePress_.start();
     return false;
 }
 

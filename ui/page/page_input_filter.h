@@ -6,7 +6,6 @@
 // two files.
 #pragma once
 
-#include <QElapsedTimer>
 #include <QInputEvent>
 #include <QPointer>
 #include <QWidget>
@@ -25,10 +24,6 @@ public:
     // Call it when a load begins.
     void beginLoad();
 
-    // Returns whether the user has pressed a key or a button in the area in the latest seconds,
-    // once for each press.
-    [[nodiscard]] bool takePress();
-
     bool eventFilter(QObject* receiver, QEvent* event) override;
 
 private:
@@ -41,7 +36,6 @@ private:
     // Timestamps of events, in milliseconds.
     std::optional<quint64> latestPress_;
     std::optional<quint64> pressBeforeLoad_; // the latest one on an earlier page
-    QElapsedTimer sincePress_;               // that has reached the page and was not taken
     bool isSwallowing_ = false;              // the rest of a mouse or touch gesture
     bool isKeyFresh_ = true;                 // a key was pressed since the load began
 };

@@ -31,11 +31,6 @@ namespace {
 
 constexpr qsizetype kMaxLoggedText = 1000; // characters
 
-bool haveSameOrigin(const QUrl& a, const QUrl& b)
-{
-    return a.scheme() == b.scheme() && a.host() == b.host() && a.port() == b.port();
-}
-
 bool isThisComputer(QString host)
 {
     if (host.endsWith(u'.'))
@@ -122,9 +117,9 @@ std::unique_ptr<QWebEngineProfile> makeProfile(const QUrl& service, CountActivit
     return profile;
 }
 
-RestrictedPage::RestrictedPage(QWebEngineProfile* profile, QUrl service,
-                               const Dependencies& dependencies, PageLog& log, QObject* parent)
-    : QWebEnginePage(profile, parent), service_(std::move(service)), deps_(dependencies), log_(log)
+RestrictedPage::RestrictedPage(QWebEngineProfile* profile, const Dependencies& dependencies,
+                               PageLog& log, QObject* parent)
+    : QWebEnginePage(profile, parent), deps_(dependencies), log_(log)
 {
     applySettings();
     rejectRequests();
@@ -144,17 +139,23 @@ void RestrictedPage::limitMemory() const
 #endif
 }
 
-bool RestrictedPage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame)
+bool RestrictedPage::acceptNavigationRequest(const QUrl& url, NavigationType /*type*/,
+                                             bool isMainFrame)
 {
     deps_.count(PageActivity::Request, 1);
     if (!isMainFrame)
-        return isWebUrl(url) || url.scheme() == u"about";
-    // The window has no Back button, so a link to another site opens in the user's browser.
-    if (type == NavigationTypeLinkClicked && isWebUrl(url) && !haveSameOrigin(url, service_)) {
+        return true; // the engine refuses local URLs
+    if (!isWebUrl(url))
+        return false;
+    // The window has no Back button, so a link to another site opens in the user's browser. The
+    // type of the navigation cannot be used: it is a clicked link also when a script sets the
+    // location.
+    if (url == clickedLink_) {
+        clickedLink_.clear();
         deps_.openInBrowser(url);
         return false;
     }
-    return isWebUrl(url);
+    return true;
 }
 
 void RestrictedPage::countDialog()

@@ -42,10 +42,14 @@ public:
         CountActivity count;
     };
 
-    // `service` is any URL of the service's origin. `dependencies` and `log`, which receives the
-    // page's console and alerts, must outlive the page.
-    RestrictedPage(QWebEngineProfile* profile, QUrl service, const Dependencies& dependencies,
-                   PageLog& log, QObject* parent);
+    // `dependencies` and `log`, which receives the page's console and alerts, must outlive the
+    // page.
+    RestrictedPage(QWebEngineProfile* profile, const Dependencies& dependencies, PageLog& log,
+                   QObject* parent);
+
+    // The user has clicked a link to `url`, which is of another origin than the document. The
+    // navigation follows.
+    void setClickedLink(const QUrl& url) { clickedLink_ = url; }
 
     // Limits the memory of the page's process, which is ended when it needs more. Call it for every
     // new document, because a navigation to another site starts another process.
@@ -68,9 +72,9 @@ private:
     void applySettings();
     void rejectRequests();
 
-    const QUrl service_;
     const Dependencies& deps_;
     PageLog& log_;
+    QUrl clickedLink_;
 };
 
 } // namespace quenmoor

@@ -30,7 +30,6 @@ TitleWatcher::TitleWatcher(QWebEnginePage* page, const QUrl& service, PageLog& l
     script.setSourceCode(source);
     script.setWorldId(kWatcherWorld);
     script.setInjectionPoint(QWebEngineScript::DocumentCreation);
-    script.setRunsOnSubFrames(false);
     page->scripts().insert(script);
 
     auto* const channel = new QWebChannel(page);
@@ -41,6 +40,11 @@ TitleWatcher::TitleWatcher(QWebEnginePage* page, const QUrl& service, PageLog& l
 void TitleWatcher::receiveDocument(const QString& origin)
 {
     Q_EMIT documentCreated(origin.left(kMaxPageText));
+}
+
+void TitleWatcher::receiveLink(const QString& url)
+{
+    Q_EMIT linkClicked(QUrl::fromEncoded(url.toUtf8()));
 }
 
 void TitleWatcher::receiveTitle(const QJsonObject& message)

@@ -1,4 +1,5 @@
-// Receives the titles of a page and the values of its elements from title_watcher.js.
+// Receives the titles of a page, the values of its elements and the user's clicks on links from
+// title_watcher.js.
 //
 // The script runs in an isolated world of the main frame. The page's own scripts can reach neither
 // the script nor the channel.
@@ -30,6 +31,7 @@ public:
 
     // Called by the script.
     Q_INVOKABLE void receiveDocument(const QString& origin);
+    Q_INVOKABLE void receiveLink(const QString& url);
     Q_INVOKABLE void receiveTitle(const QJsonObject& message);
     Q_INVOKABLE void receiveOverload() { Q_EMIT overloaded(); }
 
@@ -37,10 +39,14 @@ Q_SIGNALS:
     // A document of any origin exists in the main frame. No script of the page has run.
     void documentCreated(const QString& origin);
 
+    // The user has clicked a link from the document to another origin. The request for the
+    // navigation follows.
+    void linkClicked(const QUrl& url);
+
     // `signal` has no load number.
     void titleReceived(const quenmoor::PageSignal& signal);
 
-    // The document sets titles faster than they can be received.
+    // The document has set more titles in one task than are examined.
     void overloaded();
 
 private:

@@ -1,5 +1,6 @@
-// Informs the client of every new document of the main frame, and sends it every title of the
-// service's page with the values of the page's elements at the moment when the title was set.
+// Informs the client of every new document of the main frame and of the links in it that the user
+// clicks and that lead to another origin. Sends every title of the service's page with the values of
+// the page's elements at the moment when the title was set.
 //
 // Runs in an isolated world, before any script of the page, in the main frame of every document. The
 // page can access neither this script nor its channel. The client replaces "__SERVICE_ORIGIN__".
@@ -8,9 +9,6 @@
 // each change is restored by undoing the later changes on a copy of the document.
 (() => {
     'use strict';
-
-    if (window.top !== window)
-        return;
 
     // The message that QWebChannel's script sends to invoke a method. Its handshake is left out,
     // because a title that is set just before the page is replaced would then be sent too late.
@@ -25,9 +23,10 @@
     });
 
     // The client responds to every message. The number of messages without a response is limited,
-    // and so is the length of a value, so that a page cannot fill the memory of the client.
+    // and so is the length of a value, so that a page cannot fill the memory of the client, which
+    // ends a document that sets too many titles.
     const kMaxInFlight = 32;
-    const kMaxQueued = 1000;
+    const kMaxChanges = 1000; // of the title in one task; each costs a copy of the page's state
     const kMaxLength = 65536; // characters; the client treats a longer value as absent
     const transport = qt.webChannelTransport;
     let inFlight = 0;
@@ -52,11 +51,18 @@
             return;
         queued.push(messageFor(method, [argument]));
         sendQueued();
-        if (queued.length > kMaxQueued)
-            reportOverload();
     };
 
     invoke('receiveDocument', window.origin);
+
+    // No script can create an event that is trusted.
+    window.addEventListener('click', event => {
+        const link = event.composedPath().find(
+            node => node instanceof HTMLAnchorElement || node instanceof HTMLAreaElement);
+        if (event.isTrusted && link && link.origin !== window.origin)
+            invoke('receiveLink', link.href);
+    }, { capture: true });
+
     if (window.origin !== '__SERVICE_ORIGIN__')
         return;
 
@@ -170,7 +176,7 @@
 
     const observe = records => {
         const changes = records.filter(changesTitle);
-        if (changes.length > kMaxQueued)
+        if (changes.length > kMaxChanges)
             reportOverload();
         else if (changes.length > 0)
             statesOf(records).forEach(report);

@@ -75,11 +75,7 @@ QString reasonFor(QWebEngineLoadingInfo::ErrorDomain domain)
 WebServicePage::WebServicePage(const QString& baseUrl,
                                std::function<void(const QUrl&)> openInBrowser)
     : baseUrl_(baseUrl, QUrl::StrictMode),
-      openInBrowser_(std::move(openInBrowser)),
-      pageDependencies_{[this](const QUrl& url) {
-                            if (inputFilter_->takePress()) // scripts can click links without end
-                                openInBrowser_(url);
-                        },
+      pageDependencies_{std::move(openInBrowser),
                         [this](PageActivity activity, double events) { count(activity, events); }},
       profile_(makeProfile(baseUrl_, pageDependencies_.count)),
       widget_(new QStackedWidget)
@@ -146,7 +142,7 @@ void WebServicePage::makeView()
 void WebServicePage::replacePage()
 {
     RestrictedPage* const previous = page_;
-    page_ = new RestrictedPage(profile_.get(), baseUrl_, pageDependencies_, log_, widget_);
+    page_ = new RestrictedPage(profile_.get(), pageDependencies_, log_, widget_);
     activity_ = activityLimits();
     isOverloaded_ = false;
     overloadTimer_.stop();
@@ -170,6 +166,7 @@ void WebServicePage::connectPage()
     auto* const watcher = new TitleWatcher(page_, baseUrl_, log_);
     connect(watcher, &TitleWatcher::documentCreated, this,
             ifCurrent(&WebServicePage::documentCreated), Qt::QueuedConnection);
+    connect(watcher, &TitleWatcher::linkClicked, page_, &RestrictedPage::setClickedLink);
     connect(watcher, &TitleWatcher::titleReceived, this, ifCurrent(&WebServicePage::countTitle));
     connect(watcher, &TitleWatcher::overloaded, this, ifCurrent(&WebServicePage::endTitles),
             Qt::QueuedConnection);
@@ -213,7 +210,7 @@ void WebServicePage::countTitle(const PageSignal& /*signal*/)
 
 void WebServicePage::endTitles()
 {
-    endOverload(excessOf(PageActivity::Title));
+    endOverload(QStringLiteral("Too many titles at once."));
 }
 
 void WebServicePage::endOverload(const QString& what)
@@ -316,7 +313,9 @@ void WebServicePage::show(State state)
         part = failurePanel_;
     if (widget_->currentWidget() == part)
         return;
-    const bool hadFocus = widget_->isAncestorOf(QApplication::focusWidget());
+    // No widget has the focus after the page's process has ended.
+    const QWidget* const focus = widget_->window()->focusWidget();
+    const bool hadFocus = focus == nullptr || widget_->isAncestorOf(focus);
     widget_->setCurrentWidget(part);
     widget_->setFocusProxy(part); // the window gives the focus to widget()
     if (hadFocus)

@@ -79,7 +79,6 @@ private:
 
     // Set once at construction. The profile outlives the view, which the window may delete.
     const QUrl baseUrl_;
-    const std::function<void(const QUrl&)> openInBrowser_;
     const RestrictedPage::Dependencies pageDependencies_;
     PageLog log_;
     std::unique_ptr<QWebEngineProfile> profile_;
