@@ -71,11 +71,11 @@ public:
 
     bool shallowBuffer() const { return probe_.shallowBuffer(); }
 
-    // The state of the model, for tests and measurements.
-    enum class Phase { StartUp, Drain, Cruise, ProbeUp, ProbeDown, ProbeRtt };
     // The next number that the peer expects.
     std::int64_t acknowledgedUpTo() const { return packets_.acknowledgedUpTo(); }
 
+    // The state of the model, for tests and measurements.
+    enum class Phase { StartUp, Drain, Cruise, ProbeUp, ProbeDown, ProbeRtt };
     Phase phase() const { return phase_; }
     double bandwidth() const; // packets per second, 0 while unknown
     Micros minRtt() const { return rtt_.minRtt(); }
