@@ -41,9 +41,9 @@ private:
     using microseconds = std::chrono::microseconds;
 };
 
-// What the library's control and the thread that sends the file share. A sent packet is only noted,
-// because the library's sending thread holds a lock that its other threads need; whoever uses the
-// model next tells it.
+// What the library's control and the thread that sends the file share. The library calls for a sent
+// packet with its list of senders locked, for which its other threads wait. Such a packet is
+// therefore only noted, and given to the model before the model's next use.
 class Sender final : public Repairs {
 public:
     Sender(std::shared_ptr<const PacingClock> clock, UdpPort port, const UdtAddress& peer)
