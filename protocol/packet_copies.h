@@ -28,8 +28,8 @@ public:
     static constexpr std::size_t kMaxDatagram = 1500 - 28; // without the headers of IP and UDP
     using Datagram = std::array<char, kMaxDatagram>;
 
-    // Keeps `packet` as `number`, its sequence number unwrapped. The numbers have to be
-    // consecutive.
+    // Keeps `packet` as `number`, its sequence number unwrapped. A number that does not follow the
+    // one before drops all earlier copies.
     void keep(std::int64_t number, const DataPacket& packet);
 
     // Drops the packets below `next`. The packets that follow use their memory again, the latest
